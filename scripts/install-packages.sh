@@ -1,0 +1,25 @@
+#!/usr/bin/env bash
+# Installs what is missing of the packages of the named groups. Does nothing,
+# and asks for nothing, when all are there.
+set -euo pipefail
+here=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+
+wanted=()
+while read -r group package; do
+  for name in "$@"; do
+    [ "$group" = "$name" ] && wanted+=("$package")
+  done
+done < <(grep -v '^#' "$here/packaging/packages.txt")
+
+missing=()
+installed=" $(dpkg-query -W -f '${db:Status-Abbrev}|${Package}\n' "${wanted[@]}" 2>/dev/null | sed -n 's/^ii *|//p' | tr '\n' ' ')"
+for package in "${wanted[@]}"; do
+  case "$installed" in *" $package "*) ;; *) missing+=("$package") ;; esac
+done
+[ ${#missing[@]} -eq 0 ] && exit 0
+
+echo "Installing ${missing[*]}" >&2
+as_root=()
+[ "$(id -u)" -eq 0 ] || as_root=(sudo)
+"${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get update -qq
+"${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends "${missing[@]}" >&2

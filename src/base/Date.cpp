@@ -1,0 +1,178 @@
+#include "base/Date.h"
+
+#include <fmt/format.h>
+
+#include <charconv>
+#include <cmath>
+
+namespace vorlane {
+namespace {
+
+using namespace std::chrono;
+
+constexpr Date epoch2001 = sys_days(year(2001) / January / 1);
+
+struct Fields {
+  year_month_day day;
+  hh_mm_ss<microseconds> time;
+};
+
+Fields split(Date date) {
+  const auto day = floor<days>(date);
+  return {year_month_day(day), hh_mm_ss<microseconds>(date - day)};
+}
+
+/// A cursor over the fixed-width fields of a date's text.
+class Reader {
+ public:
+  explicit Reader(std::string_view text) : rest_(text) {}
+
+  std::optional<int> digits(std::size_t count) {
+    if (rest_.size() < count) return std::nullopt;
+    int value = 0;
+    for (std::size_t i = 0; i < count; ++i) {
+      if (rest_[i] < '0' || rest_[i] > '9') return std::nullopt;
+      value = value * 10 + (rest_[i] - '0');
+    }
+    rest_.remove_prefix(count);
+    return value;
+  }
+
+  bool take(char c) {
+    if (rest_.empty() || rest_.front() != c) return false;
+    rest_.remove_prefix(1);
+    return true;
+  }
+
+  /// One digit or more, as a fraction of a second; those beyond microseconds are dropped.
+  std::optional<microseconds> fraction() {
+    long value = 0;
+    int count = 0;
+    while (!rest_.empty() && rest_.front() >= '0' && rest_.front() <= '9') {
+      if (count < 6) value = value * 10 + (rest_.front() - '0');
+      ++count;
+      rest_.remove_prefix(1);
+    }
+    if (count == 0) return std::nullopt;
+    for (int i = count; i < 6; ++i) value *= 10;
+    return microseconds(value);
+  }
+
+  bool atEnd() const { return rest_.empty(); }
+
+ private:
+  std::string_view rest_;
+};
+
+std::optional<sys_days> readDay(Reader& in) {
+  const auto y = in.digits(4);
+  if (!y || !in.take('-')) return std::nullopt;
+  const auto m = in.digits(2);
+  if (!m || !in.take('-')) return std::nullopt;
+  const auto d = in.digits(2);
+  if (!d) return std::nullopt;
+  const auto ymd = year(*y) / static_cast<unsigned>(*m) / static_cast<unsigned>(*d);
+  if (!ymd.ok()) return std::nullopt;
+  return sys_days(ymd);
+}
+
+/// "HH:mm", then ":ss" which may be missing when `secondsOptional`.
+std::optional<microseconds> readTime(Reader& in, bool secondsOptional) {
+  const auto h = in.digits(2);
+  if (!h || *h > 23 || !in.take(':')) return std::nullopt;
+  const auto m = in.digits(2);
+  if (!m || *m > 59) return std::nullopt;
+  microseconds time = hours(*h) + minutes(*m);
+  if (!in.take(':')) return secondsOptional ? std::optional(time) : std::nullopt;
+  const auto s = in.digits(2);
+  if (!s || *s > 60) return std::nullopt;  // 60: a leap second
+  return time + seconds(*s);
+}
+
+std::optional<minutes> readZone(Reader& in) {
+  if (in.take('Z') || in.take('z')) return minutes(0);
+  const bool east = in.take('+');
+  if (!east && !in.take('-')) return std::nullopt;
+  const auto h = in.digits(2);
+  if (!h || *h > 23) return std::nullopt;
+  in.take(':');
+  const auto m = in.digits(2);
+  if (!m || *m > 59) return std::nullopt;
+  const minutes offset = hours(*h) + minutes(*m);
+  return east ? offset : -offset;
+}
+
+}  // namespace
+
+Date now() {
+  return time_point_cast<microseconds>(system_clock::now());
+}
+
+std::string storageText(Date date) {
+  const auto [day, time] = split(date);
+  return fmt::format("{:04}-{:02}-{:02} {:02}:{:02}:{:02}.{:03}", int(day.year()), unsigned(day.month()),
+                     unsigned(day.day()), time.hours().count(), time.minutes().count(),
+                     time.seconds().count(), time.subseconds().count() / 1000);
+}
+
+std::optional<Date> dateFromStorage(std::string_view text) {
+  Reader in(text);
+  const auto day = readDay(in);
+  if (!day || !in.take(' ')) return std::nullopt;
+  const auto time = readTime(in, true);
+  if (!time) return std::nullopt;
+  Date date = *day + *time;
+  if (in.take('.')) {
+    const auto fraction = in.fraction();
+    if (!fraction) return std::nullopt;
+    date += *fraction;
+  }
+  return in.atEnd() ? std::optional(date) : std::nullopt;
+}
+
+Date storageRounded(Date date) {
+  return floor<milliseconds>(date);
+}
+
+std::string iso8601Text(Date date) {
+  const auto [day, time] = split(date);
+  return fmt::format("{:04}-{:02}-{:02}T{:02}:{:02}:{:02}Z", int(day.year()), unsigned(day.month()),
+                     unsigned(day.day()), time.hours().count(), time.minutes().count(),
+                     time.seconds().count());
+}
+
+std::optional<Date> dateFromISO8601(std::string_view text) {
+  Reader in(text);
+  const auto day = readDay(in);
+  if (!day || !(in.take('T') || in.take('t'))) return std::nullopt;
+  const auto time = readTime(in, false);
+  if (!time) return std::nullopt;
+  Date date = *day + *time;
+  if (in.take('.')) {
+    const auto fraction = in.fraction();
+    if (!fraction) return std::nullopt;
+    date += *fraction;
+  }
+  const auto zone = readZone(in);
+  if (!zone || !in.atEnd()) return std::nullopt;
+  return date - *zone;
+}
+
+double secondsSince2001(Date date) {
+  return duration<double>(date - epoch2001).count();
+}
+
+std::optional<Date> dateFromSecondsSince2001(double seconds) {
+  if (std::isnan(seconds)) return std::nullopt;
+  // The years 0001 to 9999: what both text forms can write.
+  static const double low = secondsSince2001(sys_days(year(1) / January / 1));
+  static const double high = secondsSince2001(sys_days(year(9999) / December / 31));
+  const double clamped = std::fmin(std::fmax(seconds, low), high);
+  return epoch2001 + microseconds(std::llround(clamped * 1e6));
+}
+
+double secondsSince1970(Date date) {
+  return duration<double>(date.time_since_epoch()).count();
+}
+
+}  // namespace vorlane

@@ -1,0 +1,36 @@
+#pragma once
+
+#include "base/places/Places.h"
+#include "base/tasks/Task.h"
+#include "platform/SecretVault.h"
+#include "platform/SignalCenter.h"
+#include "platform/URLSession.h"
+#include "platform/UserDefaults.h"
+
+#include <memory>
+#include <optional>
+#include <string>
+
+namespace vorlane {
+
+/// The folder that the app group's processes share, made with its parents, mode
+/// 0700, when it is missing. Nothing when the platform has none for that group.
+/// Throws Failure when it cannot be made.
+std::optional<std::string> containerForAppGroup(const Places& places, std::string_view identifier);
+
+/// What this operating system offers, behind the interfaces of this folder. The
+/// makers throw Failure naming the place that is missing or unusable.
+std::unique_ptr<UserDefaults> makeUserDefaults(const std::string& folder, const std::string& domain);
+/// Files below `folder`, which is made on the first write.
+std::unique_ptr<SecretVault> makeFileVault(const std::string& folder);
+/// The desktop's keyring over D-Bus; null when no Secret Service answers.
+std::unique_ptr<SecretVault> makeSecretServiceVault();
+/// By `places.vault`: the one that is named, else the keyring when it answers,
+/// else files.
+std::unique_ptr<SecretVault> makeVault(const Places& places);
+/// Signals in `folder`, which is made when missing. `io` watches it.
+std::unique_ptr<SignalCenter> makeSignalCenter(const std::string& folder, Executor io);
+/// `caFile`: certificates trusted beside the system's.
+std::unique_ptr<URLSession> makeURLSession(std::optional<std::string> caFile);
+
+}  // namespace vorlane

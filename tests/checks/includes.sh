@@ -1,0 +1,42 @@
+#!/usr/bin/env bash
+# Reads the includes of src/ and fails on an arrow that points up, sideways
+# without leave, or out of a folder that stands alone. The table is the picture
+# of docs/architecture.md; since every arrow in it points down, no circle can close.
+set -euo pipefail
+
+awk '
+BEGIN {
+  allowed["base"] = "base"
+  allowed["platform"] = "base platform"
+  allowed["store"] = "base platform store"
+  allowed["auth"] = "base platform auth"
+  allowed["preferences"] = "base platform preferences"
+  allowed["mcp"] = "base platform mcp"
+  allowed["tools"] = "base platform store auth preferences mcp tools"
+  allowed["shell"] = allowed["tools"] " shell"
+  allowed["programs"] = allowed["shell"] " programs"
+  allowed["devcloud"] = "base devcloud"
+  for (folder in allowed) {
+    count = split(allowed[folder], names, " ")
+    for (i = 1; i <= count; ++i) may[folder, names[i]] = 1
+  }
+  bad = 0
+}
+FNR == 1 {
+  folder = FILENAME
+  sub(/^src\//, "", folder)
+  sub(/\/.*/, "", folder)
+  if (!(folder in allowed)) { print FILENAME ": the folder is not in the table of tests/checks/includes.sh"; bad = 1 }
+}
+/^#include "/ {
+  target = $2
+  gsub(/"/, "", target)
+  first = target
+  if (sub(/\/.*/, "", first) == 0) { print FILENAME ":" FNR ": includes are written from src/: " target; bad = 1; next }
+  if (!((folder, first) in may)) { print FILENAME ":" FNR ": " folder "/ must not include " target; bad = 1 }
+  # places has no dependency at all, so that the launcher stays small.
+  if (FILENAME ~ /^src\/base\/places\// && target !~ /^base\/places\//) { print FILENAME ":" FNR ": base/places includes nothing of ours: " target; bad = 1 }
+}
+END { exit bad }
+' $(git ls-files --cached --others --exclude-standard -- 'src/*.h' 'src/*.cpp' 'devcloud/*.h' 'devcloud/*.cpp')
+echo "every include points down"
