@@ -12,7 +12,7 @@ export TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1:suppressions=$here/t
 
 if [ $# -eq 0 ]; then
   # The concurrent tests once more, under ThreadSanitizer.
-  scripts/build.sh tsan
+  scripts/build.sh tsan concurrent_tests
   ctest --test-dir build/tsan --output-on-failure -L concurrent
 fi
 

@@ -5,7 +5,6 @@ set(CMAKE_CXX_STANDARD_REQUIRED ON)
 set(CMAKE_CXX_EXTENSIONS OFF)
 set(CMAKE_CXX_VISIBILITY_PRESET hidden)
 set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
-set(CMAKE_POSITION_INDEPENDENT_CODE ON)
 set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/bin)
 
 if(NOT CMAKE_CXX_COMPILER_ID STREQUAL "Clang" OR CMAKE_CXX_COMPILER_VERSION VERSION_LESS 19)
@@ -16,6 +15,9 @@ find_package(Threads REQUIRED)
 
 # Asio is compiled once, into vorlane_base, not into every file that uses it.
 add_compile_definitions(BOOST_ASIO_SEPARATE_COMPILATION BOOST_ASIO_NO_DEPRECATED)
+# Programs and shared objects alike: code that differs in this could not share
+# the precompiled header.
+add_compile_options(-fPIC)
 add_compile_options(
   -Wall -Wextra -Werror -Wthread-safety -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual
   -Wold-style-cast -Wcast-qual -Wextra-semi -Wimplicit-fallthrough -Wunused

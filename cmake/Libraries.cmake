@@ -5,10 +5,6 @@
 # by all who depend on vorlane_base.
 function(vorlane_library name)
   cmake_parse_arguments(arg "NO_PCH" "" "SOURCES;HEADERS;DEPENDS;PRIVATE" ${ARGN})
-  if(NOT arg_SOURCES)
-    file(WRITE ${CMAKE_CURRENT_BINARY_DIR}/empty.cpp "")
-    set(arg_SOURCES ${CMAKE_CURRENT_BINARY_DIR}/empty.cpp)
-  endif()
   add_library(${name} STATIC ${arg_SOURCES})
   target_sources(${name} PUBLIC FILE_SET HEADERS BASE_DIRS ${CMAKE_SOURCE_DIR}/src FILES ${arg_HEADERS})
   set_target_properties(${name} PROPERTIES VERIFY_INTERFACE_HEADER_SETS ON)
@@ -38,7 +34,8 @@ function(vorlane_program name)
 endfunction()
 
 # vorlane_test(NAME SOURCES... [DEPENDS libs...] [LABELS...]): a GoogleTest
-# program; NAME is its one ctest entry, so that `./test.sh NAME` runs it.
+# program; NAME is its one ctest entry, so that `./test.sh NAME` runs it. Those
+# labelled "concurrent" are also built by the target concurrent_tests.
 function(vorlane_test name)
   cmake_parse_arguments(arg "" "TIMEOUT" "SOURCES;DEPENDS;LABELS" ${ARGN})
   if(NOT arg_TIMEOUT)
@@ -49,4 +46,7 @@ function(vorlane_test name)
   vorlane_precompiled(test_${name})
   add_test(NAME ${name} COMMAND test_${name})
   set_tests_properties(${name} PROPERTIES TIMEOUT ${arg_TIMEOUT} LABELS "${arg_LABELS}")
+  if("concurrent" IN_LIST arg_LABELS)
+    add_dependencies(concurrent_tests test_${name})
+  endif()
 endfunction()

@@ -53,6 +53,8 @@ JSONMap parseJSONMap(std::string_view text, std::string_view notAnObject = "not 
 /// double ("4.0", never "4"). Throws JSONWriteFailure for NaN, infinity, invalid
 /// UTF-8 and nesting beyond jsonDepthLimit; `out` is then as it was.
 void appendJSON(std::string& out, const JSONValue& value);
+/// The same for a value that stands at `depth` of a document, its top being 1.
+void appendJSON(std::string& out, const JSONValue& value, std::size_t depth);
 void appendJSON(std::string& out, const JSONMap& map);
 std::string writeJSON(const JSONValue& value);
 std::string writeJSON(const JSONMap& map);

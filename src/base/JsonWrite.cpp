@@ -136,14 +136,14 @@ class Writer {
 };
 
 template <class Value>
-void writeOrRestore(std::string& out, const Value& value) {
+void writeOrRestore(std::string& out, const Value& value, std::size_t depth = 1) {
   const auto before = out.size();
   try {
     Writer writer(out);
     if constexpr (std::is_same_v<Value, JSONMap>) {
-      writer.object(value, 1);
+      writer.object(value, depth);
     } else {
-      writer.write(value, 1);
+      writer.write(value, depth);
     }
   } catch (...) {
     out.resize(before);
@@ -198,6 +198,10 @@ void appendJSONString(std::string& out, std::string_view text) {
 
 void appendJSON(std::string& out, const JSONValue& value) {
   writeOrRestore(out, value);
+}
+
+void appendJSON(std::string& out, const JSONValue& value, std::size_t depth) {
+  writeOrRestore(out, value, depth);
 }
 
 void appendJSON(std::string& out, const JSONMap& map) {

@@ -39,6 +39,8 @@ void NotificationCenter::post(std::string_view name) const {
       (*handler)();
     } catch (const std::exception& error) {
       shellLog(fmt::format("observer of {} failed: {}", name, describe(error)));
+    } catch (...) {
+      shellLog(fmt::format("observer of {} failed", name));
     }
   }
 }

@@ -28,8 +28,9 @@ std::unique_ptr<SecretVault> makeSecretServiceVault();
 /// By `places.vault`: the one that is named, else the keyring when it answers,
 /// else files.
 std::unique_ptr<SecretVault> makeVault(const Places& places);
-/// Signals in `folder`, which is made when missing. `io` watches it.
-std::unique_ptr<SignalCenter> makeSignalCenter(const std::string& folder, Executor io);
+/// Signals in `folder`, which is made when missing. `io` watches it; what other
+/// processes post is delivered on `handlers`, one signal after the other.
+std::unique_ptr<SignalCenter> makeSignalCenter(const std::string& folder, Executor io, Executor handlers);
 /// `caFile`: certificates trusted beside the system's.
 std::unique_ptr<URLSession> makeURLSession(std::optional<std::string> caFile);
 

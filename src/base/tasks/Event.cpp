@@ -1,6 +1,9 @@
 #include "base/tasks/Event.h"
 
+#include "base/Failure.h"
+
 #include <boost/asio/experimental/concurrent_channel.hpp>
+#include <boost/asio/redirect_error.hpp>
 #include <boost/asio/this_coro.hpp>
 #include <boost/asio/use_awaitable.hpp>
 
@@ -51,7 +54,10 @@ Task<> Event::wait() {
     std::erase_if(state->waiters, [](const auto& waiter) { return waiter.expired(); });
     state->waiters.push_back(channel);
   }
-  co_await channel->async_receive(asio::use_awaitable);
+  boost::system::error_code ec;
+  co_await channel->async_receive(asio::redirect_error(asio::use_awaitable, ec));
+  // A channel has an error of its own for this, which nobody else would know.
+  if (ec) throw CancelledFailure();
 }
 
 }  // namespace vorlane

@@ -41,11 +41,18 @@ class HeadlessMainLoop : public MainLoop {
   WorkGuard work_ = asio::make_work_guard(context_);
 };
 
+/// A context that can be told to destroy the work that it still holds.
+class Context : public asio::io_context {
+ public:
+  using asio::io_context::io_context;
+  void dropWork() { shutdown(); }
+};
+
 }  // namespace
 
 struct Runtime::Contexts {
-  asio::io_context io{1};
-  asio::io_context concurrent;
+  Context io{1};
+  Context concurrent;
   WorkGuard ioWork = asio::make_work_guard(io);
   WorkGuard concurrentWork = asio::make_work_guard(concurrent);
   std::vector<std::thread> threads;
@@ -61,6 +68,10 @@ Runtime::Runtime() : contexts_(std::make_unique<Contexts>()) {
 
 Runtime::~Runtime() {
   stop();
+  // What waits on one context may own a strand or a timer of the other, so both
+  // are emptied while both are there.
+  contexts_->io.dropWork();
+  contexts_->concurrent.dropWork();
 }
 
 Executor Runtime::io() const {

@@ -43,6 +43,33 @@ struct TaskGroup::State {
     }
     if (wake) wake->set();
   }
+
+  bool isCancelled() {
+    const std::scoped_lock hold(lock);
+    return cancelled;
+  }
+
+  /// On the task's strand.
+  static void begin(std::shared_ptr<State> state, std::shared_ptr<Switch> handle, std::uint64_t id,
+                    std::string name, TaskBody body) {
+    // A cancel that came between spawn and here has emitted into nothing.
+    if (state->isCancelled()) {
+      state->ended(id);
+      return;
+    }
+    auto finished = [state, handle, id, name = std::move(name)](std::exception_ptr failure) {
+      try {
+        if (failure) std::rethrow_exception(failure);
+      } catch (const std::exception& error) {
+        if (!isCancellation(error)) shellLog(fmt::format("{} failed: {}", name, describe(error)));
+      } catch (...) {
+        shellLog(name + " failed");
+      }
+      state->ended(id);
+    };
+    asio::co_spawn(handle->strand, std::move(body),
+                   asio::bind_cancellation_slot(handle->signal.slot(), std::move(finished)));
+  }
 };
 
 TaskGroup::TaskGroup() : state_(std::make_shared<State>()) {}
@@ -63,17 +90,7 @@ void TaskGroup::spawn(const Executor& executor, std::string name, TaskBody body)
   // The signal has to be connected on the strand, before anybody may emit it.
   asio::dispatch(handle->strand,
                  [state = state_, handle, id, name = std::move(name), body = std::move(body)]() mutable {
-                   auto finished = [state, handle, id, name = std::move(name)](std::exception_ptr failure) {
-                     try {
-                       if (failure) std::rethrow_exception(failure);
-                     } catch (const std::exception& error) {
-                       if (!isCancellation(error))
-                         shellLog(fmt::format("{} failed: {}", name, describe(error)));
-                     }
-                     state->ended(id);
-                   };
-                   asio::co_spawn(handle->strand, std::move(body),
-                                  asio::bind_cancellation_slot(handle->signal.slot(), std::move(finished)));
+                   State::begin(std::move(state), std::move(handle), id, std::move(name), std::move(body));
                  });
 }
 

@@ -1,0 +1,12 @@
+#pragma once
+
+#include <string>
+
+namespace vorlane {
+
+/// Leaves word of the agent's container where the stdio launcher looks for it,
+/// since assistants start that with almost no environment. One line, replaced by
+/// rename. Throws Failure naming the path when it cannot be written.
+void writeLauncherPointer(const std::string& path, const std::string& container);
+
+}  // namespace vorlane

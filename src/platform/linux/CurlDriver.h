@@ -1,0 +1,53 @@
+#pragma once
+
+#include "platform/linux/CurlTransfer.h"
+
+#include <memory>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+namespace vorlane {
+
+/// Drives every transfer of the process on one thread, which is made at the first
+/// and sleeps without waking while there is none. Callable from any thread.
+class CurlDriver {
+ public:
+  CurlDriver();
+  /// Ends the thread; transfers under way end with a failure.
+  ~CurlDriver();
+  CurlDriver(const CurlDriver&) = delete;
+  CurlDriver& operator=(const CurlDriver&) = delete;
+
+  /// Starts a transfer. Its end is told on the driver's thread.
+  void start(std::shared_ptr<CurlTransfer> transfer);
+  /// Cuts a transfer, which ends with operation_aborted unless it has ended.
+  void cancel(std::shared_ptr<CurlTransfer> transfer);
+
+ private:
+  struct Command {
+    std::shared_ptr<CurlTransfer> transfer;
+    bool cancels = false;
+  };
+  struct FreeMulti {
+    void operator()(CURLM* multi) const { curl_multi_cleanup(multi); }
+  };
+
+  void give(Command command);
+  void run();
+  bool takeCommands();
+  void begin(const std::shared_ptr<CurlTransfer>& transfer);
+  std::shared_ptr<CurlTransfer> remove(CURL* handle);
+  void collectEnded();
+
+  const std::unique_ptr<CURLM, FreeMulti> multi_;
+  // The driver's thread alone.
+  std::vector<std::shared_ptr<CurlTransfer>> running_;
+
+  std::mutex lock_;
+  std::vector<Command> commands_;
+  bool ending_ = false;
+  std::thread thread_;
+};
+
+}  // namespace vorlane

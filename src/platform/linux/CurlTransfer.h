@@ -1,0 +1,63 @@
+#pragma once
+
+#include "platform/URLSession.h"
+#include "platform/linux/CurlTrust.h"
+
+#include <curl/curl.h>
+
+#include <exception>
+#include <functional>
+#include <memory>
+#include <string>
+
+namespace vorlane {
+
+/// One request under way: its handle, what it sends and what has come back.
+/// Made on the caller's thread, then touched by the driver's thread alone.
+class CurlTransfer {
+ public:
+  using Finish = std::move_only_function<void(std::exception_ptr, URLResponse)>;
+
+  /// Throws TransportFailure when the request cannot be sent as it is: an address
+  /// that is none, a method or header with characters that may not be there.
+  CurlTransfer(URLRequest request, const CurlTrust& trust, const std::string& noProxy);
+  CurlTransfer(const CurlTransfer&) = delete;
+  CurlTransfer& operator=(const CurlTransfer&) = delete;
+
+  CURL* handle() const { return easy_.get(); }
+
+  void onFinish(Finish finish) { finish_ = std::move(finish); }
+  /// Tells the end, once; later calls do nothing. `result` is libcurl's.
+  void finish(CURLcode result);
+  void fail(std::exception_ptr failure);
+
+ private:
+  struct FreeHandle {
+    void operator()(CURL* easy) const { curl_easy_cleanup(easy); }
+  };
+  struct FreeList {
+    void operator()(curl_slist* list) const { curl_slist_free_all(list); }
+  };
+
+  void configure(const CurlTrust& trust, const std::string& noProxy);
+  void configureBody();
+  void addHeaders();
+  void addHeader(const std::string& line);
+  TransportFailure failureOf(CURLcode code) const;
+  bool takeHeader(std::string_view line);
+  bool takeBody(std::string_view bytes);
+
+  static std::size_t headerArrived(char* bytes, std::size_t size, std::size_t count, void* self);
+  static std::size_t bodyArrived(char* bytes, std::size_t size, std::size_t count, void* self);
+
+  URLRequest request_;
+  std::string host_;
+  URLResponse response_;
+  std::size_t headerBytes_ = 0;
+  std::string ownFailure_;  // why we cut the transfer, when it was us
+  std::unique_ptr<curl_slist, FreeList> headers_;
+  std::unique_ptr<CURL, FreeHandle> easy_;
+  Finish finish_;
+};
+
+}  // namespace vorlane

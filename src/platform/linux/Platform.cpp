@@ -1,0 +1,68 @@
+#include "platform/Platform.h"
+
+#include "base/Failure.h"
+#include "base/ShellLog.h"
+#include "platform/linux/BoundedVault.h"
+#include "platform/linux/CurlSession.h"
+#include "platform/linux/FileSignalCenter.h"
+#include "platform/linux/FileVault.h"
+#include "platform/linux/Files.h"
+#include "platform/linux/JSONFileDefaults.h"
+#include "platform/linux/SecretServiceModule.h"
+
+#include <fmt/format.h>
+
+namespace vorlane {
+
+std::optional<std::string> containerForAppGroup(const Places& places, std::string_view identifier) {
+  if (identifier != appGroupIdentifier || !places.container) return std::nullopt;
+  if (const int error = files::makeFolders(*places.container); error != 0) {
+    throw Failure(withErrno(fmt::format("The container {} cannot be made", *places.container), error));
+  }
+  return places.container;
+}
+
+std::unique_ptr<UserDefaults> makeUserDefaults(const std::string& folder, const std::string& domain) {
+  if (folder.empty() || domain.empty() || domain.find('/') != std::string::npos) {
+    throw Failure(fmt::format("There is no place for the user defaults \"{}\".", domain));
+  }
+  return std::make_unique<JSONFileDefaults>(folder, domain);
+}
+
+std::unique_ptr<SecretVault> makeFileVault(const std::string& folder) {
+  if (folder.empty()) throw Failure("There is no place for the file vault.");
+  return std::make_unique<FileVault>(folder);
+}
+
+std::unique_ptr<SecretVault> makeSecretServiceVault() {
+  auto slow = loadSecretServiceVault();
+  if (!slow) return nullptr;
+  auto vault = std::make_unique<BoundedVault>(std::move(slow), BoundedVault::Limits{}, &shellLog);
+  if (!vault->usable()) return nullptr;
+  return vault;
+}
+
+std::unique_ptr<SecretVault> makeVault(const Places& places) {
+  if (!places.unknownVault.empty()) {
+    throw Failure(fmt::format("VORLANE_VAULT is \"{}\"; it has to be \"file\" or \"secret-service\".",
+                              places.unknownVault));
+  }
+  if (places.vault != VaultKind::file) {
+    if (auto vault = makeSecretServiceVault()) return vault;
+    if (places.vault == VaultKind::secretService) throw Failure("No Secret Service answers on this desktop.");
+  }
+  if (!places.container) {
+    throw Failure("There is no place for secrets: neither HOME nor a container is named.");
+  }
+  return makeFileVault(places.fileVault());
+}
+
+std::unique_ptr<SignalCenter> makeSignalCenter(const std::string& folder, Executor io, Executor handlers) {
+  return std::make_unique<FileSignalCenter>(folder, io, handlers);
+}
+
+std::unique_ptr<URLSession> makeURLSession(std::optional<std::string> caFile) {
+  return std::make_unique<CurlSession>(caFile);
+}
+
+}  // namespace vorlane
