@@ -1,0 +1,107 @@
+#pragma once
+
+#include "base/Date.h"
+#include "base/Json.h"
+#include "base/tasks/Task.h"
+#include "store/AgentStore.h"
+#include "store/LedgerlySheetRow.h"
+#include "store/StoreNotifications.h"
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <type_traits>
+#include <utility>
+#include <vector>
+
+namespace vorlane {
+
+/// The one way to the table `ledgerly_sheets`. A small value, copied freely, usable
+/// from any thread. Reads run where they stand; writes are tasks, each one
+/// transaction, which is made even when its awaiter is cancelled. After a commit that
+/// changed something the owner's scope is signalled on the awaiter's side, before
+/// the task ends. Everything may throw DatabaseFailure.
+class LedgerlyQueries {
+ public:
+  LedgerlyQueries(std::shared_ptr<AgentStore> store, std::shared_ptr<StoreNotifications> notifications,
+                  Clock clock = vorlane::now)
+      : store_(std::move(store)), notifications_(std::move(notifications)), clock_(std::move(clock)) {}
+
+  /// The present, by the clock that stamps the rows.
+  Date now() const { return clock_(); }
+
+  /// By primary key alone.
+  std::optional<LedgerlySheetRow> fetch(const std::string& id) const;
+  /// By primary key, else by the cloud's number when the id is one.
+  std::optional<LedgerlySheetRow> fetchResolving(const std::string& id) const;
+  /// The owner's sheets, the latest edit first.
+  std::vector<LedgerlySheetRow> listSheets(const std::string& ownerID) const;
+  /// The same without the documents, for lists.
+  std::vector<LedgerlySheetMeta> listMeta(const std::string& ownerID) const;
+  /// What the cloud has to be sent, the oldest edit first: dirty rows that it has
+  /// not refused since their last edit.
+  std::vector<LedgerlySheetRow> pendingPush(const std::string& ownerID) const;
+
+  /// Inserts the row or updates the one of its id.
+  Task<> save(LedgerlySheetRow row) const;
+
+  /// Reads a sheet's document, has `transform(JSONMap&)` edit it and writes it back
+  /// with a later `updatedAt`, also when nothing was changed: the sheet is then
+  /// pushed once more, which costs one idempotent upload. Read, edit and write are
+  /// one transaction, so that no other edit is lost, and other columns keep what a
+  /// push writes meanwhile. Returns what the transform returns. The transform runs on
+  /// the writer thread and must own all that it uses; when it throws, nothing is
+  /// written. Throws DomainFailure ("ledgerly", 404) when there is no such sheet.
+  template <class Transform>
+  auto mutateDocument(std::string id, Transform transform) const
+      -> Task<std::invoke_result_t<Transform&, JSONMap&>> {
+    using Report = std::invoke_result_t<Transform&, JSONMap&>;
+    return store_->dbWriter().writeAsync(
+        [queries = *this, id = std::move(id),
+         transform = std::move(transform)](Database& database) mutable -> Report {
+          auto opened = openDocument(database, id);
+          if constexpr (std::is_void_v<Report>) {
+            transform(opened.document);
+            queries.writeBack(database, id, opened);
+          } else {
+            Report report = transform(opened.document);
+            queries.writeBack(database, id, opened);
+            return report;
+          }
+        });
+  }
+
+  /// The cloud took the document as it was at `at`, the row's `updatedAt` from before
+  /// the upload: an edit made meanwhile leaves the row dirty. Without such a row
+  /// nothing happens.
+  Task<> markPushed(std::string id, std::int64_t remoteID, Date at) const;
+  /// The cloud refused the document of `at` for good. Signals nobody.
+  Task<> markPushBlocked(std::string id, Date at) const;
+  /// Writes a stub for a sheet of a cloud listing, or refreshes title and time of a
+  /// row that has no local edits. A time in the future counts as the present. True
+  /// when the row changed.
+  Task<bool> mergeRemoteMetadata(std::string id, std::string ownerID, std::string title,
+                                 Date updatedAt) const;
+  /// Replaces the document by the cloud's, unless it was edited after `baseline`, the
+  /// `updatedAt` that the caller saw before the cloud changed it. True when it was replaced.
+  Task<bool> applyServerCopy(std::string id, std::string data, std::optional<Date> baseline, Date date) const;
+  Task<> deleteSheet(std::string id) const;
+
+ private:
+  struct OpenedDocument {
+    std::string ownerID;
+    Date updatedAt;
+    JSONMap document;
+  };
+  static OpenedDocument openDocument(Database& database, const std::string& id);
+  void writeBack(Database& database, const std::string& id, const OpenedDocument& opened) const;
+  void signalAfterCommit(Database& database, const std::string& ownerID) const;
+
+  std::shared_ptr<AgentStore> store_;
+  std::shared_ptr<StoreNotifications> notifications_;
+  Clock clock_;
+};
+
+}  // namespace vorlane

@@ -1,0 +1,71 @@
+#include "tools/ledgerly/LedgerlyDocument.h"
+
+#include "base/JsonArguments.h"
+#include "base/Text.h"
+#include "tools/ledgerly/LedgerlyText.h"
+#include "tools/ledgerly/LedgerlyTool.h"
+
+namespace vorlane::ledgerly {
+namespace {
+
+std::string comparableName(std::string_view name) {
+  return lowercased(trimmed(entityDecoded(name)));
+}
+
+}  // namespace
+
+JSONArray* categories(JSONMap& document) {
+  return json::arrayOfObjects(document, "categories");
+}
+
+JSONArray* items(JSONMap& category) {
+  return json::arrayOfObjects(category, "items");
+}
+
+JSONArray& appendableArray(JSONMap& map, std::string_view key) {
+  auto& value = map[key];
+  if (value.is_null()) value.emplace_array();
+  if (json::arrayOfObjects(map, key) == nullptr) {
+    throw ledgerlyFailure(409, "the sheet holds something under \"" + std::string(key) +
+                                   "\" that is not a list of objects; nothing was added");
+  }
+  return value.get_array();
+}
+
+bool hasID(const JSONMap& map, std::string_view id) {
+  const auto* value = json::find(map, "id");
+  return value != nullptr && value->is_string() && std::string_view(value->get_string()) == id;
+}
+
+JSONMap* findItem(JSONMap& document, std::string_view id) {
+  auto* all = categories(document);
+  if (all == nullptr) return nullptr;
+  for (auto& category : *all) {
+    auto* list = items(category.get_object());
+    if (list == nullptr) continue;
+    for (auto& item : *list) {
+      if (hasID(item.get_object(), id)) return &item.get_object();
+    }
+  }
+  return nullptr;
+}
+
+std::optional<std::size_t> findCategory(JSONMap& document, const std::optional<std::string>& categoryID,
+                                        const std::optional<std::string>& categoryName) {
+  const auto* all = categories(document);
+  if (all == nullptr) return std::nullopt;
+  if (categoryID && !categoryID->empty()) {
+    for (std::size_t i = 0; i < all->size(); ++i) {
+      if (hasID((*all)[i].get_object(), *categoryID)) return i;
+    }
+  }
+  if (!categoryName) return std::nullopt;
+  const auto wanted = comparableName(*categoryName);
+  for (std::size_t i = 0; i < all->size(); ++i) {
+    const auto name = json::string((*all)[i].get_object(), "name");
+    if (name && comparableName(*name) == wanted) return i;
+  }
+  return std::nullopt;
+}
+
+}  // namespace vorlane::ledgerly

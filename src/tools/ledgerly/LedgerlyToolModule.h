@@ -1,0 +1,29 @@
+#pragma once
+
+#include "mcp/ToolDefinition.h"
+#include "store/LedgerlyQueries.h"
+
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace vorlane {
+
+/// A set of sheet tools, made over the sheets.
+using LedgerlyToolSet = std::function<std::vector<ToolDefinition>(const LedgerlyQueries& queries)>;
+
+/// The sheet tools, namespace "ledgerly": those that read, those that write items,
+/// those that write categories, and then the further sets in their order.
+class LedgerlyToolModule : public ToolModule {
+ public:
+  explicit LedgerlyToolModule(LedgerlyQueries queries, std::vector<LedgerlyToolSet> furtherSets = {});
+
+  std::string toolNamespace() const override { return "ledgerly"; }
+  std::vector<ToolDefinition> tools() const override;
+
+ private:
+  LedgerlyQueries queries_;
+  std::vector<LedgerlyToolSet> sets_;
+};
+
+}  // namespace vorlane

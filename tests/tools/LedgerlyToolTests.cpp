@@ -1,0 +1,271 @@
+#include "base/JsonArguments.h"
+#include "store/StoreFixture.h"
+#include "tools/ledgerly/LedgerlyToolModule.h"
+
+#include <boost/algorithm/string/replace.hpp>
+
+namespace vorlane {
+namespace {
+
+/// JSON text with single quotes for double ones.
+std::string quoted(std::string json) {
+  std::ranges::replace(json, '"', '\'');
+  return json;
+}
+
+/// A document, a call, the answer and the document afterwards; "=" where it is as it was.
+struct Edit {
+  std::string before;
+  const char *tool, *arguments;
+  std::string answer, after;
+};
+
+/// The tools over a real store. JSON is written with single quotes; a text that starts with
+/// '[' is a document with these categories, and one of arguments goes beside the sheet "s".
+class LedgerlyTools : public StoreTest {
+ protected:
+  static std::string document(std::string text) {
+    if (text.starts_with("[")) text = "{'categories':" + text + "}";
+    return text;
+  }
+  void put(const std::string& id, const std::string& text, const std::string& owner = "o") {
+    auto data = document(text);
+    std::ranges::replace(data, '\'', '"');
+    await(queries.save({id, owner, "T", data, present, present}));
+  }
+  /// The tool's answer, or "DOMAIN CODE DESCRIPTION" of its failure.
+  std::string call(const std::string& tool, std::string arguments) {
+    if (!arguments.starts_with("{")) arguments = "{'sheetId':'s'," + arguments + "}";
+    std::ranges::replace(arguments, '\'', '"');
+    const auto tools = module.tools();
+    const auto found = std::ranges::find(tools, "ledgerly_" + tool, &ToolDefinition::name);
+    try {
+      return quoted(writeJSON(await(found->handler(parseJSONMap(arguments), {.userID = "o"}))));
+    } catch (const DomainFailure& failure) {
+      return failure.domain() + " " + std::to_string(failure.code()) + " " + failure.description();
+    }
+  }
+  std::string saved() { return quoted(queries.fetch("s").value().data); }
+  void expect(const Edit& edit) {
+    put("s", edit.before);
+    EXPECT_EQ(call(edit.tool, edit.arguments), edit.answer) << edit.arguments << edit.before;
+    EXPECT_EQ(saved(), document(edit.after == "=" ? edit.before : edit.after))
+        << edit.arguments << edit.before;
+    // A refusal and an edit that changed nothing move the time too.
+    EXPECT_EQ(queries.fetch("s")->updatedAt, present + std::chrono::milliseconds(1)) << edit.arguments;
+  }
+
+  LedgerlyQueries queries = queriesOn(open());
+  LedgerlyToolModule module{queries};
+};
+
+TEST_F(LedgerlyTools, TheListIsInOrderAndTakesFurtherSetsAtItsEnd) {
+  const LedgerlyToolModule more(queries, {[](const LedgerlyQueries&) {
+                                  return std::vector<ToolDefinition>{{.name = "ledgerly_more"}};
+                                }});
+  EXPECT_EQ(more.toolNamespace(), "ledgerly");
+  std::string list;
+  for (const auto& tool : more.tools()) {
+    list += tool.name.substr(9) + " " + quoted(writeJSON(tool.inputSchema)) + "\n";
+  }
+  boost::replace_all(list, "{'type':'string'}", "STRING");
+  boost::replace_all(list, ",'type':'object'}", " OBJECT");
+  EXPECT_EQ(
+      list,
+      "list_sheets {'properties':{} OBJECT\n"
+      "get_sheet {'properties':{'sheetId':STRING},'required':['sheetId'] OBJECT\n"
+      "list_categories {'properties':{'sheetId':STRING},'required':['sheetId'] OBJECT\n"
+      "list_items {'properties':{'categoryId':STRING,'sheetId':STRING},'required':['sheetId'] OBJECT\n"
+      "create_sheet {'properties':{'sheetId':STRING,'title':STRING} OBJECT\n"
+      "add_item {'properties':{'categoryId':STRING,'categoryName':STRING,'itemId':STRING,"
+      "'links':{'description':'Reference links: the page the item came from, or a Google search "
+      "address for it when there is none. Never an invented address.','items':{'properties':"
+      "{'title':STRING,'url':STRING},'required':['url'] OBJECT,'type':'array'},'name':STRING,"
+      "'notes':{'description':'The item's note: plain text or HTML, shown under the item in every "
+      "view.','type':'string'},'qty':{'type':'number'},'sheetId':STRING},'required':['sheetId','name'] "
+      "OBJECT\n"
+      "update_item {'properties':{'itemId':STRING,'patch':{'type':'object'},'sheetId':STRING},"
+      "'required':['sheetId','itemId','patch'] OBJECT\n"
+      "delete_item {'properties':{'itemId':STRING,'sheetId':STRING},'required':['sheetId','itemId'] OBJECT\n"
+      "toggle_check {'properties':{'itemId':STRING,'sheetId':STRING},'required':['sheetId','itemId'] OBJECT\n"
+      "delete_category {'properties':{'categoryId':STRING,'categoryName':STRING,"
+      "'deleteItems':{'type':'boolean'},'sheetId':STRING},'required':['sheetId'] OBJECT\n"
+      "rename_category {'properties':{'categoryId':STRING,'categoryName':STRING,'newName':STRING,"
+      "'sheetId':STRING},'required':['sheetId','newName'] OBJECT\n"
+      "more {}\n");
+}
+
+TEST_F(LedgerlyTools, SheetsAreListedForTheirOwnerWithoutOpeningThem) {
+  EXPECT_EQ(call("list_sheets", "{}"), "{'sheets':[]}");
+  put("stub", "{}");
+  put("foreign", "{}", "other");
+  present += std::chrono::milliseconds(1999);
+  put("broken", "no JSON");
+  EXPECT_EQ(call("list_sheets", "{}"),
+            "{'sheets':[{'id':'broken','title':'T','updatedAt':'2026-03-01T12:00:01Z'},"
+            "{'id':'stub','title':'T','updatedAt':'2026-03-01T12:00:00Z'}]}");
+}
+
+TEST_F(LedgerlyTools, ReadingAnswersAsTheDocumentStands) {
+  put("stub", "{}");
+  put("list", " []");
+  put("mixed", "[{'id':'a','items':[]},7]");
+  put("s",
+      "{'id':'x','title':'y','theme':1,'categories':[{'id':'a','name':'A','items':[{'id':'1'}]},"
+      "{'name':5,'items':[{'id':'2','categoryId':'z'}]},{'id':'b','items':[{'id':'3'},null]},"
+      "{'id':'a','items':[{'id':'4'}]}]}");
+  const std::tuple<const char*, const char*, const char*> cases[] = {
+      {"get_sheet", "{'sheetId':'stub'}", "{'id':'stub','title':'T'}"},
+      {"get_sheet", "{'sheetId':'no'}", "ledgerly 404 sheet no not found"},
+      {"get_sheet", "{'sheetId':7}", "ledgerly 404 sheet  not found"},
+      {"get_sheet", "{'sheetId':'list'}", "SnapshotCodec 1 snapshot is not a JSON object"},
+      {"get_sheet", "{'sheetId':'s'}",
+       "{'categories':[{'id':'a','items':[{'id':'1'}],'name':'A'},{'items':[{'categoryId':'z','id':'2'}],"
+       "'name':5},{'id':'b','items':[{'id':'3'},null]},{'id':'a','items':[{'id':'4'}]}],'id':'s','theme':1,"
+       "'title':'T'}"},
+      {"list_categories", "{'sheetId':'no'}", "{'categories':[]}"},
+      {"list_categories", "{'sheetId':'mixed'}", "{'categories':[],'sheetId':'mixed'}"},
+      {"list_categories", "{'sheetId':'list'}", "SnapshotCodec 1 snapshot is not a JSON object"},
+      {"list_categories", "{'sheetId':'s'}",
+       "{'categories':[{'id':'a','name':'A'},{'id':'','name':5},{'id':'b','name':''},{'id':'a','name':''}],"
+       "'sheetId':'s'}"},
+      {"list_items", "{'sheetId':'no'}", "{'items':[]}"},
+      {"list_items", "{'sheetId':'stub'}", "{'items':[],'sheetId':'stub'}"},
+      {"list_items", "'categoryId':7",
+       "{'items':[{'categoryId':'a','id':'1'},{'categoryId':'','id':'2'},{'categoryId':'a','id':'4'}],"
+       "'sheetId':'s'}"},
+      {"list_items", "'categoryId':'a'",
+       "{'items':[{'categoryId':'a','id':'1'},{'categoryId':'a','id':'4'}],'sheetId':'s'}"},
+      {"list_items", "'categoryId':''", "{'items':[{'categoryId':'','id':'2'}],'sheetId':'s'}"},
+  };
+  for (const auto& [tool, arguments, answer] : cases)
+    EXPECT_EQ(call(tool, arguments), answer) << tool << arguments;
+  EXPECT_EQ(queries.fetch("s")->updatedAt, present);
+}
+
+TEST_F(LedgerlyTools, ASheetIsMadeOrOverwrittenWhole) {
+  const auto columns =
+      "SELECT id, owner_id, title, data, remote_id, synced_at FROM ledgerly_sheets WHERE id = 's'";
+  EXPECT_EQ(call("create_sheet", "'title':'Tom &amp;amp; Jo'"),
+            "{'sheet':{'id':'s','title':'Tom &amp; Jo'}}");
+  EXPECT_EQ(inFile(columns), "s|o|Tom &amp; Jo|{\"categories\":[]}|-|-");
+  await(queries.save({"s", "o", "T", "{}", present, present, present, 9}));
+  EXPECT_EQ(call("create_sheet", "'title':7"), "{'sheet':{'id':'s','title':'Untitled'}}");
+  EXPECT_EQ(inFile(columns), "s|o|Untitled|{\"categories\":[]}|-|-");
+  EXPECT_EQ(call("create_sheet", "{'sheetId':'','title':''}"), "{'sheet':{'id':'','title':''}}");
+  EXPECT_EQ(call("create_sheet", "{}").size(),
+            std::string("{'sheet':{'id':'','title':'Untitled'}}").size() + 36);
+}
+
+TEST_F(LedgerlyTools, AnItemIsAddedToTheCategoryOfThatIdOrToANewOne) {
+  const Edit edits[] = {
+      {"{}", "add_item", "'categoryId':'c','itemId':'i'", "{'item':{'checked':false,'id':'i','name':''}}",
+       "[{'id':'c','items':[{'checked':false,'id':'i','name':''}],'name':'Uncategorized'}]"},
+      {"{'categories':null}", "add_item",
+       "'categoryId':'','categoryName':'A &amp; B','itemId':'','name':'&lt;x'",
+       "{'item':{'checked':false,'id':'','name':'<x'}}",
+       "[{'id':'','items':[{'checked':false,'id':'','name':'<x'}],'name':'A & B'}]"},
+      // A name looks nothing up: a second category of that name is made.
+      {"[{'id':'c','name':'Cam'}]", "add_item",
+       "'categoryId':'d','categoryName':'Cam','itemId':'i','name':'n','qty':'two','notes':7,'links':7",
+       "{'item':{'checked':false,'id':'i','name':'n','qty':'two'}}",
+       "[{'id':'c','name':'Cam'},"
+       "{'id':'d','items':[{'checked':false,'id':'i','name':'n','qty':'two'}],'name':'Cam'}]"},
+      {"[{'id':'c','items':[{'id':'h','x':1}]},{'id':'c'}]", "add_item",
+       "'categoryId':'c','itemId':'i','name':'n','qty':2,'notes':'<b>&amp;</b>'",
+       "{'item':{'checked':false,'id':'i','name':'n','notes':'<b>&</b>','qty':2}}",
+       "[{'id':'c','items':[{'id':'h','x':1},"
+       "{'checked':false,'id':'i','name':'n','notes':'<b>&</b>','qty':2}]},{'id':'c'}]"},
+      {"{'categories':[{'id':'c'}],'k':1}", "add_item", "'categoryId':'c','itemId':'i','notes':''",
+       "{'item':{'checked':false,'id':'i','name':''}}",
+       "{'categories':[{'id':'c','items':[{'checked':false,'id':'i','name':''}]}],'k':1}"},
+  };
+  for (const auto& edit : edits) expect(edit);
+  // What cannot be read as a list would be lost or would hide the item.
+  for (const auto& [key, before] :
+       {std::pair("categories", "[{'id':'c'},7]"), {"items", "[{'id':'c','items':'none'}]"}}) {
+    put("s", before);
+    EXPECT_EQ(call("add_item", "'categoryId':'c'"),
+              "ledgerly 409 the sheet holds something under \"" + std::string(key) +
+                  "\" that is not a list of objects; nothing was added");
+    EXPECT_EQ(saved(), document(before));
+  }
+  EXPECT_EQ(call("add_item", "{'name':'n'}"), "ledgerly 404 sheet  not found");
+  put("s", "[]");
+  call("add_item", "'links':['bad','https://a.example']");
+  call("add_item", "'name':'n'");
+  const auto categories = parseJSONMap(queries.fetch("s")->data).at("categories").as_array();
+  ASSERT_EQ(categories.size(), 2U);  // each time a new "Uncategorized"
+  EXPECT_EQ(categories[1].at("id").as_string().size(), 36U);
+  EXPECT_EQ(categories[0].at("items").at(0).at("webLinks").at(0).at("title").as_string(), "a.example");
+}
+
+TEST_F(LedgerlyTools, ItemsAreEditedByTheirId) {
+  const std::string rest = "{'id':'2'}]},{'items':[7,{'id':'2'}]},{'items':[{'id':'2','name':'second'}]}]";
+  const auto two = "[{'id':'a','items':[{'checked':'yes','id':'1'}," + rest;
+  const auto checked = "[{'id':'a','items':[{'checked':true,'id':'1'}," + rest;
+  const Edit edits[] = {
+      {"{}", "update_item", "'itemId':'1','patch':{'name':'n'}", "{'item':{}}", "="},
+      {two, "update_item", "'itemId':'none','patch':7", "{'item':{}}", "="},
+      {two, "update_item", "'itemId':'1','patch':{'checked':true}", "{'item':{'checked':true,'id':'1'}}",
+       checked},
+      {"[{'items':[{'id':'1','tags':['a'],'o':{'x':1}}]}]", "update_item",
+       "'itemId':'1','patch':{'id':'9','tags':[],'o':{'y':'&lt;'},'vendor':'&lt;','price':null}",
+       "{'item':{'id':'1','o':{'y':'&lt;'},'price':null,'tags':[],'vendor':'<'}}",
+       "[{'items':[{'id':'1','o':{'y':'&lt;'},'price':null,'tags':[],'vendor':'<'}]}]"},
+      {"[{'items':[{'id':'1','webLinks':[{'url':'HTTPS://A.example'},'kept']}]}]", "update_item",
+       "'itemId':'1','patch':{'links':['https://a.EXAMPLE','ftp://b']}",
+       "{'item':{'id':'1','webLinks':[{'url':'HTTPS://A.example'},'kept']}}", "="},
+      {"{}", "delete_item", "'itemId':'1'", "{'deleted':'1'}", "="},
+      {two, "delete_item", "'itemId':'none'", "{'deleted':'none'}", "="},
+      {two, "delete_item", "'itemId':'2'", "{'deleted':'2'}",
+       "[{'id':'a','items':[{'checked':'yes','id':'1'}]},{'items':[7,{'id':'2'}]},{'items':[]}]"},
+      {"{}", "toggle_check", "'itemId':'1'", "{'checked':false,'itemId':'1'}", "="},
+      {two, "toggle_check", "'itemId':'1'", "{'checked':true,'itemId':'1'}", checked},
+      {"[{'items':[{'checked':true,'id':'1'}]}]", "toggle_check", "'itemId':'1'",
+       "{'checked':false,'itemId':'1'}", "[{'items':[{'checked':false,'id':'1'}]}]"},
+  };
+  for (const auto& edit : edits) expect(edit);
+  for (const char* tool : {"update_item", "delete_item", "toggle_check", "delete_category"}) {
+    EXPECT_EQ(call(tool, "{'sheetId':'no'}"), "ledgerly 404 sheet no not found") << tool;
+  }
+}
+
+TEST_F(LedgerlyTools, CategoriesAreFoundRemovedAndRenamed) {
+  const std::string a = "{'id':'a','items':[{'id':'1'},{'id':'2'}],'name':' Caméra &amp; Co'}",
+                    b = "{'id':'b','name':'B','x':1}", two = "[" + a + "," + b + "]";
+  const auto none = "ledgerly 409 no category matched";
+  const auto refusal =
+      "ledgerly 409 category holds 2 item(s) — pass deleteItems: true to remove them along with it";
+  const Edit edits[] = {
+      {two, "delete_category", "'x':1", none, "="},
+      {two, "delete_category", "'categoryId':'z','categoryName':'z'", none, "="},
+      {"{}", "delete_category", "'categoryId':'a'", none, "="},
+      {two, "delete_category", "'categoryId':'a'", refusal, "="},
+      {two, "delete_category", "'categoryId':'a','deleteItems':1", refusal, "="},
+      {two, "delete_category", "'categoryId':'z','categoryName':'\\tCAMÉRA & CO '", refusal, "="},
+      {two, "delete_category", "'categoryId':'b','categoryName':'CAMÉRA & CO'",
+       "{'deleted':{'id':'b','itemsRemoved':0,'name':'B'}}", "[" + a + "]"},
+      {two, "delete_category", "'categoryId':'','categoryName':'caméra &amp; co','deleteItems':true",
+       "{'deleted':{'id':'a','itemsRemoved':2,'name':' Caméra &amp; Co'}}", "[" + b + "]"},
+      {"[{'name':'n'}]", "delete_category", "'categoryName':'N'",
+       "{'deleted':{'id':'','itemsRemoved':0,'name':'n'}}", "[]"},
+      {"[{'id':'m','items':[{'id':'1'},7]}]", "delete_category", "'categoryId':'m'", refusal, "="},
+      {two, "rename_category", "'categoryId':'z','newName':'N'", "ledgerly 404 no category matched", "="},
+      {two, "rename_category", "'categoryName':'b','newName':' &lt;N&gt; '",
+       "{'category':{'id':'b','name':'<N>','previousName':'B'}}",
+       "[" + a + ",{'id':'b','name':'<N>','x':1}]"},
+  };
+  for (const auto& edit : edits) expect(edit);
+  put("s", two);
+  for (const char* blank : {"''", "' \\u00a0\\n'", "'&nbsp;'", "7"}) {
+    EXPECT_EQ(call("rename_category", "'categoryId':'a','newName':" + std::string(blank)),
+              "ledgerly 400 newName is required");
+  }
+  EXPECT_EQ(call("rename_category", "{'sheetId':'no','newName':' '}"), "ledgerly 400 newName is required");
+  EXPECT_EQ(call("rename_category", "{'sheetId':'no','newName':'n'}"), "ledgerly 404 sheet no not found");
+  EXPECT_EQ(queries.fetch("s")->updatedAt, present);
+}
+
+}  // namespace
+}  // namespace vorlane
