@@ -1,0 +1,52 @@
+#pragma once
+
+#include "base/tasks/Task.h"
+#include "mcp/SocketDescriptor.h"
+
+#include <boost/asio/posix/stream_descriptor.hpp>
+#include <boost/asio/steady_timer.hpp>
+
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string>
+
+namespace vorlane {
+
+/// Accepts the connections of one listening socket, of whatever family. When the
+/// process or the machine is out of descriptors or memory, accepting pauses, says
+/// so in the log once, and goes on when there is room again; clients wait in the
+/// kernel's queue meanwhile. Made with make_shared. `io` has to outlive it.
+class Listener : public std::enable_shared_from_this<Listener> {
+ public:
+  /// Takes a connected, non-blocking, close-on-exec socket, on `io`.
+  using Accepted = std::function<void(SocketDescriptor)>;
+
+  /// `socket` is bound, listening and non-blocking. `name` stands in the log.
+  Listener(Executor io, SocketDescriptor socket, std::string name, Accepted accepted);
+
+  void start();
+  /// From any thread. On return the socket is closed, and its address is free.
+  void close();
+
+ private:
+  enum class Step { accepted, again, waits, paused, closed };
+
+  Step acceptOne(SocketDescriptor& connection);
+  void acceptWaiting();
+  void wait();
+  void pause(int reason);
+
+  const std::string name_;
+  const Accepted accepted_;
+  /// Guards what follows: close comes from another thread.
+  std::mutex lock_;
+  boost::asio::posix::stream_descriptor socket_;
+  boost::asio::steady_timer retry_;
+  /// From the first failure for want of room until the kernel's queue is empty again.
+  bool pausing_ = false;
+  /// Given up for the moment that the log needs to open its file.
+  SocketDescriptor reserve_;
+};
+
+}  // namespace vorlane

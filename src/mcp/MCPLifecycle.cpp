@@ -1,0 +1,143 @@
+#include "mcp/MCPLifecycle.h"
+
+#include "base/Failure.h"
+#include "mcp/HTTPTransport.h"
+
+#include <fmt/format.h>
+
+#include <exception>
+#include <utility>
+
+namespace vorlane {
+namespace {
+
+/// What the fences of one server look at, from any thread.
+struct Account {
+  std::shared_ptr<std::atomic<bool>> running;
+  std::shared_ptr<AccessGate> gate;
+  CurrentUser currentUser;
+  std::function<std::uint64_t()> generation;
+
+  bool isStill(const std::string& userID, std::uint64_t since) const {
+    if (!*running || generation() != since) return false;
+    const auto user = currentUser();
+    return user && *user == userID && gate->isEnabled(user);
+  }
+};
+
+}  // namespace
+
+MCPLifecycle::MCPLifecycle() = default;
+
+MCPLifecycle::~MCPLifecycle() {
+  stop();
+}
+
+void MCPLifecycle::start(const Environment& environment) {
+  stop();
+  clock_ = environment.clock;
+  const bool access = environment.gate->isEnabled(environment.currentUser());
+  if (!access) environment.log("mcp: gate denied — rpc surface off, render service still up");
+
+  registry_ = std::make_shared<ToolRegistry>();
+  try {
+    environment.registerModules(registry_);
+  } catch (const std::exception& error) {
+    environment.log("mcp: tool modules failed: " + describe(error));
+  }
+  if (access) {
+    server_ = makeServer(environment);
+    startSocket(environment);
+  }
+  startHTTP(environment);
+}
+
+void MCPLifecycle::stop() {
+  // First of all, so that nothing which is under way ends in success.
+  if (running_) *running_ = false;
+  if (uds_) uds_->stop();
+  uds_ = nullptr;
+  if (http_) http_->stop();
+  http_ = nullptr;
+  server_ = nullptr;
+}
+
+std::shared_ptr<MCPServer> MCPLifecycle::makeServer(const Environment& environment) {
+  running_ = std::make_shared<std::atomic<bool>>(true);
+  const auto account = std::make_shared<const Account>(
+      Account{running_, environment.gate, environment.currentUser, environment.accountGeneration});
+  const auto authorizer = std::make_shared<const MCPRequestAuthorizer>(MCPRequestAuthorizer::Sources{
+      environment.gate, environment.currentUser, environment.accountGeneration, environment.bearer,
+      environment.runner, environment.clock, environment.adminEndpoint});
+  MCPServerRights rights;
+  rights.identityForRequest = [account](const JSONRPCRequest&) {
+    return Identity{account->currentUser().value_or("anonymous"), std::nullopt};
+  };
+  rights.authorize = [authorizer](std::optional<AdminAccessRequirement> requirement, Identity identity) {
+    return authorizer->authorize(std::move(requirement), std::move(identity.userID));
+  };
+  rights.accountFence = [account](const Identity& identity) -> AccountFence {
+    return [account, userID = identity.userID, since = account->generation()] {
+      return account->isStill(userID, since);
+    };
+  };
+  return std::make_shared<MCPServer>(registry_, std::move(rights), environment.clock);
+}
+
+void MCPLifecycle::startSocket(const Environment& environment) {
+  if (!environment.makeSocket) return;
+  try {
+    uds_ = environment.makeSocket(server_);
+    if (!uds_) return;
+    uds_->start();
+    environment.log("mcp: UDS listening at " + uds_->path());
+  } catch (const std::exception& error) {
+    uds_ = nullptr;
+    environment.log("mcp: UDS start failed: " + describe(error));
+  }
+}
+
+void MCPLifecycle::startHTTP(const Environment& environment) {
+  const auto listen = [&](std::uint16_t port) {
+    auto http = std::make_shared<HTTPTransport>(server_, environment.bearerStore, port, environment.io,
+                                                environment.concurrent);
+    if (environment.makeRenderRoutes) http->setRenderRoutes(environment.makeRenderRoutes());
+    http->start();
+    http_ = std::move(http);
+  };
+  try {
+    // Clients know the endpoint by its port, which a restart should not move.
+    if (environment.port == 0 && chosenPort_ != 0) {
+      try {
+        listen(chosenPort_);
+      } catch (const Failure&) {
+        chosenPort_ = 0;
+      }
+    }
+    if (!http_) listen(environment.port);
+    if (environment.port == 0) chosenPort_ = http_->port();
+    environment.log(fmt::format("mcp: HTTP listening on 127.0.0.1:{}", http_->port()));
+  } catch (const std::exception& error) {
+    environment.log("mcp: HTTP start failed: " + describe(error));
+  }
+}
+
+MCPStatusSnapshot MCPLifecycle::statusSnapshot() const {
+  if (!server_) return {};
+  std::size_t connections = 0;
+  if (http_) connections += http_->activeConnections();
+  if (uds_) connections += uds_->activeConnections();
+  return server_->statusRecorder().snapshot(static_cast<std::int64_t>(connections), clock_());
+}
+
+std::optional<std::uint16_t> MCPLifecycle::httpPort() const {
+  if (!http_) return std::nullopt;
+  return http_->port();
+}
+
+std::optional<std::string> MCPLifecycle::socketPath() const {
+  if (!uds_) return std::nullopt;
+  return uds_->path();
+}
+
+}  // namespace vorlane

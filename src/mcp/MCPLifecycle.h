@@ -1,0 +1,91 @@
+#pragma once
+
+#include "base/ShellLog.h"
+#include "mcp/AccessGate.h"
+#include "mcp/AgentBearerStore.h"
+#include "mcp/MCPRequestAuthorizer.h"
+#include "mcp/MCPServer.h"
+#include "mcp/MCPStatusSnapshot.h"
+#include "mcp/SocketTransport.h"
+#include "mcp/ToolRegistry.h"
+
+#include <atomic>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+
+namespace vorlane {
+
+class HTTPTransport;
+class RenderHTTPRoutes;
+
+/// The switch of the MCP server: wires registry, server and transports together,
+/// takes them down and builds them anew. The HTTP transport comes up also while
+/// access is off, since it carries the render routes. Main executor only.
+class MCPLifecycle {
+ public:
+  /// What a start is given. The makers stand for what lies above this folder.
+  struct Environment {
+    std::shared_ptr<AgentBearerStore> bearerStore;
+    std::shared_ptr<AccessGate> gate;
+    CurrentUser currentUser;
+    Log log;
+    /// Moves with every change of account.
+    std::function<std::uint64_t()> accountGeneration;
+    BearerSource bearer;
+    NetworkRunner runner;
+    /// The whole address of the admin access endpoint.
+    std::string adminEndpoint;
+    /// Puts every tool module into the registry, in its order.
+    std::function<void(const std::shared_ptr<ToolRegistry>&)> registerModules;
+    /// Null, or giving null, where there is no place for a socket.
+    std::function<std::unique_ptr<SocketTransport>(std::shared_ptr<MCPServer>)> makeSocket;
+    /// Null, or giving null, without a render service.
+    std::function<std::shared_ptr<RenderHTTPRoutes>()> makeRenderRoutes;
+    /// 0 lets the system choose; a later start then asks for the same port again.
+    std::uint16_t port = 17800;
+    Executor io;
+    Executor concurrent;
+    Clock clock = now;
+  };
+
+  MCPLifecycle();
+  ~MCPLifecycle();
+  MCPLifecycle(const MCPLifecycle&) = delete;
+  MCPLifecycle& operator=(const MCPLifecycle&) = delete;
+
+  /// Never fails: what does not come up is logged. Stops what runs first.
+  void start(const Environment& environment);
+  /// Takes the transports down. Calls that are still running on the old server
+  /// get no successful result afterwards.
+  void stop();
+
+  MCPStatusSnapshot statusSnapshot() const;
+  /// Whether a server answers, which is when access was on at the start.
+  bool isServing() const { return server_ != nullptr; }
+  /// Of the last start; null before the first.
+  const std::shared_ptr<ToolRegistry>& registry() const { return registry_; }
+  /// The port that HTTP listens on; nothing while it does not.
+  std::optional<std::uint16_t> httpPort() const;
+  /// The path that the socket listens at; nothing while it does not.
+  std::optional<std::string> socketPath() const;
+
+ private:
+  std::shared_ptr<MCPServer> makeServer(const Environment& environment);
+  void startSocket(const Environment& environment);
+  void startHTTP(const Environment& environment);
+
+  Clock clock_ = now;
+  std::shared_ptr<ToolRegistry> registry_;
+  std::shared_ptr<MCPServer> server_;
+  /// True until the server is stopped; its fences look at it from any thread.
+  std::shared_ptr<std::atomic<bool>> running_;
+  std::unique_ptr<SocketTransport> uds_;
+  std::shared_ptr<HTTPTransport> http_;
+  /// What the system chose when it was asked for any port.
+  std::uint16_t chosenPort_ = 0;
+};
+
+}  // namespace vorlane

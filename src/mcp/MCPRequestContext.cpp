@@ -1,0 +1,71 @@
+#include "mcp/MCPRequestContext.h"
+
+#include "base/tasks/AwaitOn.h"
+#include "base/tasks/TaskContext.h"
+
+#include <boost/asio/cancellation_state.hpp>
+#include <boost/asio/this_coro.hpp>
+
+#include <atomic>
+#include <memory>
+#include <utility>
+
+namespace vorlane::MCPRequestContext {
+namespace {
+
+namespace asio = boost::asio;
+
+struct CallContext : TaskContext {
+  explicit CallContext(AccountFence held) : fence(std::move(held)) {}
+  const AccountFence fence;
+  /// Set when the call's task is asked to end. A coroutine could ask its own
+  /// state, but a plain function and a child on another thread could not.
+  mutable std::atomic<bool> cancelled{false};
+};
+
+const CallContext* current() {
+  return dynamic_cast<const CallContext*>(currentTaskContext().get());
+}
+
+const char* text(Failure::Case kind) {
+  return kind == Failure::Case::accountChanged
+             ? "The account changed during this request. Try again from the current account."
+             : "Sign in through Vorlane before using this tool.";
+}
+
+}  // namespace
+
+Failure::Failure(Case kind) : vorlane::Failure(text(kind)), kind_(kind) {}
+
+AccountFence currentFence() {
+  const auto* context = current();
+  return context == nullptr ? AccountFence() : context->fence;
+}
+
+void checkCurrentAccount() {
+  const auto* context = current();
+  if (context == nullptr) return;
+  if (context->cancelled) throw CancelledFailure();
+  if (context->fence && !context->fence()) throw Failure(Failure::Case::accountChanged);
+}
+
+Task<JSONMap> run(AccountFence fence, std::function<Task<JSONMap>()> handler) {
+  auto context = std::make_shared<const CallContext>(std::move(fence));
+  const auto executor = executorWithContext(co_await asio::this_coro::executor, context);
+  co_return co_await awaitOn(executor, [context, handler = std::move(handler)]() -> Task<JSONMap> {
+    if ((co_await asio::this_coro::cancellation_state).cancelled() != asio::cancellation_type::none) {
+      context->cancelled = true;
+    }
+    co_await asio::this_coro::reset_cancellation_state([context](asio::cancellation_type type) {
+      const auto heeded = type & asio::cancellation_type::terminal;
+      if (heeded != asio::cancellation_type::none) context->cancelled = true;
+      return heeded;
+    });
+    checkCurrentAccount();
+    auto result = co_await handler();
+    checkCurrentAccount();
+    co_return result;
+  });
+}
+
+}  // namespace vorlane::MCPRequestContext

@@ -1,0 +1,44 @@
+#pragma once
+
+#include "base/Failure.h"
+#include "base/Json.h"
+#include "base/tasks/Task.h"
+
+#include <functional>
+
+namespace vorlane {
+
+/// Answers whether the account that a call began for is still the one in charge.
+/// Callable from any thread.
+using AccountFence = std::function<bool()>;
+
+/// What a tool handler can ask about the call that it runs for. The fence
+/// follows the handler into what it spawns on its own executor and into hops by
+/// `onExecutor`; other calls on the same threads never see it.
+namespace MCPRequestContext {
+
+class Failure : public vorlane::Failure {
+ public:
+  enum class Case { accountChanged, signedOut };
+  explicit Failure(Case kind);
+  Case kind() const noexcept { return kind_; }
+
+ private:
+  Case kind_;
+};
+
+/// The fence of the call that this piece of work belongs to, empty outside a handler.
+AccountFence currentFence();
+
+/// Throws CancelledFailure when the call was cancelled, then `accountChanged`
+/// when the fence no longer holds. Handlers call it around steps that commit to a
+/// remote service. Does nothing outside a handler.
+void checkCurrentAccount();
+
+/// Runs `handler` on the caller's executor with `fence` in force: checks the call
+/// as checkCurrentAccount does, awaits the handler, and checks again, so that a
+/// result for another account is thrown away.
+Task<JSONMap> run(AccountFence fence, std::function<Task<JSONMap>()> handler);
+
+}  // namespace MCPRequestContext
+}  // namespace vorlane

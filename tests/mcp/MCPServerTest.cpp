@@ -1,0 +1,227 @@
+#include "mcp/MCPServer.h"
+
+#include "mcp/JSONRPCCodec.h"
+#include "support/TaskBench.h"
+
+#include <gmock/gmock.h>
+
+#include <limits>
+
+namespace vorlane {
+namespace {
+
+using namespace std::chrono_literals;
+using ::testing::ElementsAre;
+
+std::string failedWith(long code, std::string_view message) {
+  return fmt::format(R"({{"error":{{"code":{},"message":"{}"}},"id":1,"jsonrpc":"2.0"}})", code, message);
+}
+const std::string denied = failedWith(-32001, "Current account access could not be confirmed");
+
+std::string content(const std::string& result) {
+  return fmt::format(R"({{"id":1,"jsonrpc":"2.0","result":{{"content":{},"isError":false}}}})", result);
+}
+
+struct Tools : ToolModule {
+  std::string toolNamespace() const override { return "t"; }
+  std::vector<ToolDefinition> tools() const override { return list; }
+  std::vector<ToolDefinition> list;
+};
+
+/// A server over rights that each test steers, driven by message texts.
+class MCPServerTest : public ::testing::Test {
+ protected:
+  MCPServerTest() {
+    add("t_echo", [](JSONMap arguments, Identity) -> Task<JSONMap> { co_return arguments; });
+    add("t_fail", [](JSONMap, Identity) -> Task<JSONMap> { throw Failure("no such sheet"); });
+    add("t_switch", [this](JSONMap arguments, Identity) -> Task<JSONMap> {
+      ++generation;
+      if (arguments.contains("commits")) MCPRequestContext::checkCurrentAccount();
+      co_return ++completed, JSONMap();
+    });
+    add("t_admin", [](JSONMap, Identity) -> Task<JSONMap> { co_return JSONMap(); });
+    module->list.back().adminAccess = [](const JSONMap& arguments) {
+      return AdminAccessRequirement{.scope = {{"count", std::to_string(arguments.size())}}};
+    };
+    registry->registerModule(module);
+  }
+
+  void add(std::string name, ToolHandler handler) {
+    module->list.push_back({name, "does " + name, {{"type", "object"}}, std::move(handler), nullptr});
+  }
+
+  Task<bool> authorize(std::optional<AdminAccessRequirement> requirement, Identity identity) {
+    const bool admin = requirement.has_value();
+    asked.push_back(!admin ? identity.userID : requirement->scope["count"]);
+    if (admin && requirement->discoveryOnly) asked.back() += " listing";
+    if (duringAuthorize) duringAuthorize(admin);
+    if (identity.userID == "broken") throw Failure("the gate cannot be read");
+    co_return identity.userID != "anonymous" && (!admin || adminGranted);
+  }
+
+  std::string send(const std::string& method, const std::string& params = "{}") {
+    auto request = JSONRPCCodec::decodeRequest(
+        fmt::format(R"({{"jsonrpc":"2.0","id":1,"method":"{}","params":{}}})", method, params));
+    return JSONRPCCodec::encodeResponse(
+        bench.run<JSONRPCResponse>([&] { return server.handle(std::move(request)); }));
+  }
+  std::string call(const std::string& tool, const std::string& arguments = "{}") {
+    return send("tools/call", fmt::format(R"({{"name":"{}","arguments":{}}})", tool, arguments));
+  }
+  MCPStatusSnapshot status() { return server.statusRecorder().snapshot(0, Date(1'000'000s)); }
+
+  testing::TaskBench bench;
+  std::string user = "ana";
+  int generation = 1, completed = 0;
+  bool adminGranted = false;
+  std::function<void(bool admin)> duringAuthorize;
+  std::vector<std::string> asked;
+  std::shared_ptr<Tools> module = std::make_shared<Tools>();
+  std::shared_ptr<ToolRegistry> registry = std::make_shared<ToolRegistry>();
+  MCPServer server{
+      registry,
+      {.identityForRequest = [this](const auto&) { return Identity{user, std::nullopt}; },
+       .authorize = [this](auto requirement, auto identity) { return authorize(requirement, identity); },
+       .accountFence = [this](const auto&) { return [this, at = generation] { return at == generation; }; }},
+      [] { return Date(1'000'000s); }};
+};
+
+TEST_F(MCPServerTest, AnswersTheHandshakeAndWhatCannotBeCalledBeforeAnyCheckOfRights) {
+  EXPECT_EQ(send("initialize", "5"),
+            R"({"id":1,"jsonrpc":"2.0","result":{"capabilities":{"tools":{}},"protocolVersion":"2024-11-05",)"
+            R"("serverInfo":{"name":"VorlaneAgent","version":"0.1.0"}}})");
+  EXPECT_EQ(send("Initialize"), failedWith(-32601, "unknown method: Initialize"));
+  EXPECT_EQ(send("tools/call", R"({"name":7})"), failedWith(-32602, "tools/call requires 'name'"));
+  EXPECT_EQ(call("t_none"), failedWith(-32002, "tool not found: t_none"));
+  EXPECT_TRUE(asked.empty());
+}
+
+TEST_F(MCPServerTest, ListsByNameAndAsksOnceForEachAdminTool) {
+  const auto tool = [](const std::string& name) {
+    return JSONMap{{"description", "does " + name}, {"inputSchema", {{"type", "object"}}}, {"name", name}};
+  };
+  const auto listed = [this] { return parseJSON(send("tools/list")).at("result").at("tools"); };
+  EXPECT_EQ(listed(), (JSONArray{tool("t_echo"), tool("t_fail"), tool("t_switch")}));
+  EXPECT_THAT(asked, ElementsAre("ana", "0 listing"));
+  adminGranted = true;
+  EXPECT_EQ(listed().at(0), tool("t_admin"));
+}
+
+TEST_F(MCPServerTest, ServesNobodyWhoseAccountIsNotConfirmed) {
+  for (const std::string who : {"anonymous", "broken"}) {
+    user = who;
+    EXPECT_EQ(send("tools/list"), denied);
+    EXPECT_EQ(call("t_echo"), denied);
+  }
+  const std::function<void()> changes[] = {[this] { ++generation; }, [this] { user = "ben"; }};
+  adminGranted = true;
+  for (const auto& change : changes) {
+    for (const bool inAdminCheck : {false, true}) {
+      duringAuthorize = [&](bool admin) {
+        if (admin == inAdminCheck) change();
+      };
+      user = "ana";
+      EXPECT_EQ(send("tools/list"), denied);
+      user = "ana";
+      EXPECT_EQ(call(inAdminCheck ? "t_admin" : "t_echo"), denied);
+    }
+  }
+  duringAuthorize = nullptr;
+  adminGranted = false;
+  asked.clear();
+  EXPECT_EQ(call("t_admin", R"({"a":1,"b":2})"), denied);
+  EXPECT_THAT(asked, ElementsAre("2"));
+  EXPECT_EQ(status(), MCPStatusSnapshot()) << "refusals are not recorded";
+}
+
+TEST_F(MCPServerTest, PassesReadyContentOnAndWritesAnythingElseAsText) {
+  const auto image = R"([{"data":"x","type":"image"}])";
+  EXPECT_EQ(call("t_echo", fmt::format(R"({{"_content":{},"other":1}})", image)), content(image));
+  EXPECT_EQ(call("t_echo", "[1]"), content(R"([{"text":"{}","type":"text"}])"));
+  for (const auto* given : {R"({"a":2.0,"b":1})", R"({"_content":[]})", R"({"_content":{}})",
+                            R"({"_content":[{"type":5}]})", R"({"_content":[{"type":"text"},7]})"}) {
+    std::string text;
+    appendJSONString(text, given);
+    EXPECT_EQ(call("t_echo", given), content(fmt::format(R"([{{"text":{},"type":"text"}}])", text)));
+  }
+}
+
+TEST_F(MCPServerTest, AnswersAndRecordsFailuresOfTheHandler) {
+  EXPECT_EQ(call("t_fail"), failedWith(-32603, "no such sheet"));
+  for (const auto* arguments : {"{}", R"({"commits":true})"}) {
+    EXPECT_EQ(
+        call("t_switch", arguments),
+        failedWith(-32603, "The account changed during this request. Try again from the current account."));
+  }
+  EXPECT_EQ(completed, 1) << "the handler's own check fails too";
+  EXPECT_EQ(status().lastToolCall, std::nullopt);
+  EXPECT_EQ(status().errorsInLastHour, 3);
+}
+
+TEST(MCPStatusRecorder, CountsTheLastHourAndTheActivityOfNamespaces) {
+  const Date start{2'000'000s};
+  MCPStatusRecorder recorder;
+  recorder.record("ledgerly_get_sheet", start, false);
+  recorder.record("ledgerly_a", start - 5s, true);
+  recorder.record("noprefix", start, true);
+  const auto snapshot = recorder.snapshot(3, start);
+  EXPECT_EQ(snapshot.lastToolCall->name, "ledgerly_get_sheet");
+  EXPECT_EQ(snapshot.namespaceLastSeen, (decltype(snapshot.namespaceLastSeen){{"ledgerly", start}}));
+  EXPECT_EQ(recorder.snapshot(0, start + 3595s).errorsInLastHour, 2) << "an hour old is not older";
+  EXPECT_EQ(recorder.snapshot(0, start + 3596s).errorsInLastHour, 1);
+  EXPECT_EQ(recorder.snapshot(0, start + 3601s).errorsInLastHour, 0);
+}
+
+TEST(JSONRPCCodec, ReadsEachKindOfIdAndDropsPositionalParameters) {
+  using limits = std::numeric_limits<std::int64_t>;
+  const std::pair<const char*, JSONRPCID> ids[] = {
+      {R"("a")", JSONRPCID("a")},
+      {"-1.9", JSONRPCID(-1)},
+      {"[1]", JSONRPCID()},
+      {"-1e300", JSONRPCID(limits::min())},
+      {"9223372036854775807", JSONRPCID(limits::max())},
+      {"9223372036854775808", JSONRPCID(limits::max())},
+  };
+  for (const auto& [text, id] : ids) {
+    const auto request = JSONRPCCodec::decodeRequest(
+        fmt::format(R"({{"id":{},"jsonrpc":"2.0","method":"","params":[1,2]}})", text));
+    EXPECT_EQ(request.id, id) << text;
+    EXPECT_FALSE(request.isNotification);
+    EXPECT_TRUE(request.params.empty());
+  }
+  const auto notification = JSONRPCCodec::decodeRequest(R"({"jsonrpc":"2.0","method":"x","params":{"a":1}})");
+  EXPECT_TRUE(notification.isNotification);
+  EXPECT_EQ(notification.id, std::nullopt);
+  EXPECT_EQ(notification.params, (JSONMap{{"a", 1}}));
+}
+
+TEST(JSONRPCCodec, CutsOneLineAfterTheOtherOffAStream) {
+  using Cut = std::pair<std::optional<std::string>, std::size_t>;
+  const std::pair<std::string_view, Cut> cases[] = {
+      {"abc", {std::nullopt, 0}},  {"\r\n\r", {std::nullopt, 0}}, {"\n\r\nabc\r\nd", {"abc", 8}},
+      {"abc\r\r\n", {"abc\r", 6}}, {"a\nb\n", {"a", 2}},
+  };
+  for (const auto& [buffer, cut] : cases) {
+    const auto line = JSONRPCCodec::extractLine(buffer);
+    EXPECT_EQ(Cut(line.line, line.consumed), cut) << buffer;
+  }
+}
+
+TEST(ToolRegistry, SortsWhateverTheOrderOfRegistrationAndLetsTheLastOneWin) {
+  ToolRegistry registry;
+  const auto module = std::make_shared<Tools>();
+  module->list = {{.name = "t_b", .description = "old"}, {.name = "t_a", .description = "old"}};
+  registry.registerModule(module);
+  const auto held = registry.tool("t_a");
+  module->list = {{.name = "t_a", .description = "new"}, {.name = "s_x", .description = "new"}};
+  registry.registerModule(module);
+
+  std::vector<std::string> shown;
+  for (const auto& tool : registry.allTools()) shown.push_back(tool->name + " " + tool->description);
+  EXPECT_THAT(shown, ElementsAre("s_x new", "t_a new", "t_b old")) << "a tool no longer listed stays";
+  EXPECT_EQ(held->description, "old") << "what was handed out does not change";
+  EXPECT_THAT(registry.namespaces(), ElementsAre("t"));
+}
+
+}  // namespace
+}  // namespace vorlane

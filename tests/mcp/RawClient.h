@@ -1,0 +1,71 @@
+#pragma once
+
+#include "base/Failure.h"
+#include "mcp/ControlSocket.h"
+#include "mcp/SocketDescriptor.h"
+
+#include <netinet/in.h>
+#include <sys/socket.h>
+
+#include <chrono>
+#include <thread>
+
+namespace vorlane {
+
+/// A plain blocking client of a port or a Unix socket that can do everything wrong.
+class RawClient {
+ public:
+  /// Makes the socket only: connecting needs no further descriptor.
+  RawClient() : socket_(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {}
+  explicit RawClient(std::uint16_t port) : RawClient() {
+    if (!connect(port)) throw Failure(withErrno("cannot connect", errno));
+  }
+  explicit RawClient(const std::string& path) : socket_(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+    if (!connectTo(controlAddress(path))) throw Failure(withErrno("cannot connect", errno));
+  }
+
+  bool connect(std::uint16_t port) {
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    address.sin_port = htons(port);
+    return connectTo(address);
+  }
+
+  /// False when the other end takes no more.
+  bool send(std::string_view bytes) {
+    return std::cmp_equal(::send(socket_.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL), bytes.size());
+  }
+  void endSending() { ::shutdown(socket_.get(), SHUT_WR); }
+
+  /// Everything up to the end of the stream; a failure stands at its end.
+  std::string receiveAll() {
+    std::string all, piece(65536, '\0');
+    ssize_t count = 0;
+    while ((count = ::recv(socket_.get(), piece.data(), piece.size(), 0)) > 0) {
+      all.append(piece, 0, static_cast<std::size_t>(count));
+    }
+    return count == 0 ? all : all + withErrno(" receiving failed", errno);
+  }
+  int descriptor() const { return socket_.get(); }
+
+ private:
+  template <class Address>
+  bool connectTo(const Address& address) {
+    return ::connect(socket_.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
+  }
+
+  SocketDescriptor socket_;
+};
+
+/// Waits until it holds, for half a minute at most.
+template <class Condition>
+bool eventually(Condition holds) {
+  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+  while (!holds() && std::chrono::steady_clock::now() < end) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+  return holds();
+}
+
+}  // namespace vorlane
