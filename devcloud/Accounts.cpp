@@ -1,0 +1,36 @@
+#include "devcloud/Accounts.h"
+
+#include "devcloud/Identity.h"
+#include "devcloud/Router.h"
+
+namespace vorlane::devcloud {
+namespace {
+
+Response profile(const Person& person) {
+  return Response::json(
+      200, {{"success", true},
+            {"profile", {{"mcpAccess", person.mcpAccess}, {"email", person.email}, {"name", person.name}}}});
+}
+
+Response adminSnapshot(const Person& person, Date now) {
+  return Response::json(200,
+                        {{"actorId", person.sub},
+                         {"role", person.role},
+                         {"isOwner", person.isOwner.value_or(person.role == "owner")},
+                         {"policyVersion", "devcloud-1"},
+                         {"validUntil", webDateText(now + std::chrono::seconds(person.snapshotLifetime))},
+                         {"grants", person.grants}});
+}
+
+}  // namespace
+
+void addAccountRoutes(Router& router, const Identity& identity, const Clock& clock) {
+  router.add("GET", "/api/user/profile", Door::secure,
+             [&identity](const Request& request) { return profile(identity.authenticate(request)); });
+  router.add("GET", "/api/ecosystem/admin-access/me", Door::secure,
+             [&identity, clock](const Request& request) {
+               return adminSnapshot(identity.authenticate(request), clock());
+             });
+}
+
+}  // namespace vorlane::devcloud

@@ -1,0 +1,168 @@
+#include "devcloud/Control.h"
+
+#include "base/Identifiers.h"
+#include "base/Text.h"
+#include "base/tasks/Timing.h"
+#include "devcloud/Faults.h"
+#include "devcloud/Fields.h"
+#include "devcloud/Identity.h"
+#include "devcloud/People.h"
+#include "devcloud/RequestLog.h"
+#include "devcloud/Router.h"
+#include "devcloud/Sheets.h"
+
+#include <fmt/format.h>
+
+namespace vorlane::devcloud {
+namespace {
+
+constexpr std::int64_t longestWait = 600'000;
+
+Response done() {
+  return Response::json(200, {{"success", true}});
+}
+
+Response doneOr404(bool found, std::string_view what) {
+  if (!found) throw apiError(404, what);
+  return done();
+}
+
+std::int64_t integerQuery(const Request& request, std::string_view name, std::int64_t fallback,
+                          std::int64_t most) {
+  const auto text = request.queryValue(name);
+  if (!text) return fallback;
+  const auto number = decimalInteger(*text);
+  if (!number || *number < 0 || *number > most) {
+    throw FieldFailure(std::string(name), fmt::format("must be a whole number from 0 to {}", most));
+  }
+  return *number;
+}
+
+const Person& personIn(const People& people, const Request& request) {
+  const Person* person = people.find(request.parameter("sub"));
+  if (!person) throw apiError(404, fmt::format("there is no person \"{}\"", request.parameter("sub")));
+  return *person;
+}
+
+void addPeople(Router& router, Controlled to) {
+  router.add("GET", "/__control/people", Door::both,
+             [to](const Request&) { return Response::json(200, {{"people", to.people.state()}}); });
+  router.add("POST", "/__control/people", Door::both, [to](const Request& request) {
+    return Response::json(200, to.people.update(bodyObject(request)).json());
+  });
+  router.add("DELETE", "/__control/people/{sub}", Door::both, [to](const Request& request) {
+    const std::string sub = personIn(to.people, request).sub;
+    to.identity.revoke(sub);
+    to.sheets.removeAll(sub);
+    to.people.remove(sub);
+    return done();
+  });
+  router.add("POST", "/__control/tokens", Door::both, [to](const Request& request) {
+    const JSONMap body = bodyObject(request);
+    Fields fields(body);
+    const std::string sub = fields.requiredString("sub");
+    const auto lifetime = fields.integer("lifetime", -1'000'000'000, 1'000'000'000);
+    fields.refuseOthers();
+    if (!to.people.find(sub)) throw FieldFailure("sub", "names nobody");
+    return Response::json(200, to.identity.issue(sub, lifetime).storedForm());
+  });
+  router.add("DELETE", "/__control/tokens/{sub}", Door::both, [to](const Request& request) {
+    to.identity.revoke(personIn(to.people, request).sub);
+    return done();
+  });
+}
+
+void addSheets(Router& router, Controlled to) {
+  router.add("GET", "/__control/sheets/{sub}", Door::both, [to](const Request& request) {
+    JSONArray sheets;
+    for (const Sheet& sheet : to.sheets.ownedBy(personIn(to.people, request).sub)) {
+      sheets.push_back(sheet.json());
+    }
+    return Response::json(200, {{"sheets", std::move(sheets)}});
+  });
+  router.add("POST", "/__control/sheets/{sub}", Door::both, [to](const Request& request) {
+    const Person& person = personIn(to.people, request);
+    return Response::json(200, to.sheets.put(sheetFromJSON(bodyObject(request), person.sub)).json());
+  });
+  router.add("DELETE", "/__control/sheets/{sub}/{id}", Door::both, [to](const Request& request) {
+    const auto id = decimalInteger(request.parameter("id"));
+    return doneOr404(id && to.sheets.remove(personIn(to.people, request).sub, *id), "there is no such sheet");
+  });
+}
+
+Task<Response> recordedRequests(RequestLog& log, Request request) {
+  const RequestFilter filter{.method = request.queryValue("method").value_or(""),
+                             .path = request.queryValue("path").value_or("")};
+  const std::int64_t atLeast = integerQuery(request, "atLeast", 0, 1000);
+  const std::int64_t limit = integerQuery(request, "timeoutMs", 5000, longestWait);
+  JSONArray found;
+  try {
+    for (const RecordedRequest& each :
+         co_await log.waitFor(filter, static_cast<std::size_t>(atLeast), std::chrono::milliseconds(limit))) {
+      found.push_back(each.json());
+    }
+  } catch (const TimeoutFailure& failure) {
+    throw apiError(408, failure.description());
+  }
+  co_return Response::json(200, {{"requests", std::move(found)}});
+}
+
+void addObservation(Router& router, Controlled to) {
+  router.add("GET", "/__control/requests", Door::both, [to](Request request) -> Task<Response> {
+    return recordedRequests(to.requests, std::move(request));
+  });
+  router.add("DELETE", "/__control/requests", Door::both, [to](const Request&) {
+    to.requests.clear();
+    return done();
+  });
+  router.add("GET", "/__control/sleep", Door::both, [](Request request) -> Task<Response> {
+    const std::int64_t duration = integerQuery(request, "ms", 0, longestWait);
+    co_await sleepFor(std::chrono::milliseconds(duration));
+    co_return Response::json(200, {{"slept", duration}});
+  });
+}
+
+void addFaults(Router& router, Controlled to) {
+  router.add("GET", "/__control/faults", Door::both, [to](const Request&) {
+    JSONArray faults;
+    for (const Fault& fault : to.faults.all()) faults.push_back(fault.json());
+    return Response::json(200, {{"faults", std::move(faults)}});
+  });
+  router.add("POST", "/__control/faults", Door::both, [to](const Request& request) {
+    return Response::json(200, {{"id", to.faults.add(faultFromJSON(bodyObject(request)))}});
+  });
+  router.add("DELETE", "/__control/faults", Door::both, [to](const Request&) {
+    to.faults.clear();
+    return done();
+  });
+  router.add("DELETE", "/__control/faults/{id}", Door::both, [to](const Request& request) {
+    const auto id = decimalInteger(request.parameter("id"));
+    return doneOr404(id && to.faults.remove(*id), "there is no such fault");
+  });
+  router.add("POST", "/__control/faults/release", Door::both, [to](const Request&) {
+    to.faults.release();
+    return done();
+  });
+}
+
+}  // namespace
+
+bool isControlPath(std::string_view path) {
+  return path.starts_with("/__control/");
+}
+
+std::optional<Response> refuseForeignPage(const Request& request) {
+  const std::string host = asciiLowercased(request.header("Host").value_or(""));
+  const std::string name = host.substr(0, host.find(':'));
+  if ((name == "127.0.0.1" || name == "localhost") && !request.header("Origin")) return std::nullopt;
+  return apiError(403, "the cloud is steered from this machine's own programs alone").response();
+}
+
+void addControlRoutes(Router& router, Controlled controlled) {
+  addPeople(router, controlled);
+  addSheets(router, controlled);
+  addObservation(router, controlled);
+  addFaults(router, controlled);
+}
+
+}  // namespace vorlane::devcloud

@@ -1,0 +1,100 @@
+#pragma once
+
+#include "base/Date.h"
+#include "devcloud/Faults.h"
+#include "devcloud/Identity.h"
+#include "devcloud/People.h"
+#include "devcloud/RequestLog.h"
+#include "devcloud/Sheets.h"
+
+#include <chrono>
+#include <cstdint>
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace vorlane::devcloud {
+
+struct DevCloudOptions {
+  /// Holds everything that outlives a run: keys, certificates, state. Made,
+  /// with its parents and mode 0700, when missing.
+  std::filesystem::path directory;
+  /// Of HTTPS; plain HTTP takes the next one. 0 takes a free pair.
+  std::uint16_t port = 0;
+  /// Dates tokens, snapshots and sheets. Called on the server's thread.
+  Clock clock = now;
+  /// The deployment's administrators, lower case.
+  std::vector<std::string> adminEmails = {"admin@vorlane.test"};
+  std::string adminClaimHost = "vorlane.test";
+};
+
+/// The suite's cloud on this machine: identity provider and web APIs behind one
+/// server, with people, sheets and refresh tokens that survive a restart.
+///
+/// start and stop belong to one thread; the rest may be called from any thread
+/// while the cloud runs (it hops onto the server's thread and waits) and throws
+/// Failure while it does not. Each call does what the control route of that
+/// name does, see Control.h.
+class DevCloud {
+ public:
+  explicit DevCloud(DevCloudOptions options);
+  /// As stop.
+  ~DevCloud();
+  DevCloud(const DevCloud&) = delete;
+  DevCloud& operator=(const DevCloud&) = delete;
+
+  /// Opens the folder, takes the ports, writes the deployment file and serves.
+  /// Throws Failure naming what is in the way: a folder in use, a port taken, a
+  /// state file that is none.
+  void start();
+  /// Drops every connection and writes the state. Harmless when not running.
+  void stop();
+
+  std::uint16_t port() const;
+  std::uint16_t plainPort() const;
+  /// "https://127.0.0.1:PORT" and "http://127.0.0.1:PORT+1".
+  std::string base() const;
+  std::string plainBase() const;
+  std::filesystem::path caFile() const;
+  std::filesystem::path deploymentFile() const;
+
+  void putPerson(Person person);
+  std::optional<Person> person(std::string_view sub);
+  void removePerson(std::string_view sub);
+
+  IssuedTokens issueTokens(std::string_view sub, std::optional<std::int64_t> lifetime = std::nullopt);
+  void revokeTokens(std::string_view sub);
+
+  std::vector<Sheet> sheets(std::string_view sub);
+  Sheet putSheet(Sheet sheet);
+  void removeSheet(std::string_view sub, std::int64_t id);
+
+  std::int64_t addFault(Fault fault);
+  std::vector<Fault> faults();
+  void clearFaults();
+  /// Lets go the requests that a fault holds now.
+  void release();
+
+  std::vector<RecordedRequest> requests(RequestFilter filter = {});
+  void clearRequests();
+  /// Blocks until so many matching requests have arrived; throws TimeoutFailure.
+  std::vector<RecordedRequest> waitForRequests(RequestFilter filter, std::size_t count,
+                                               std::chrono::milliseconds limit = std::chrono::seconds(10));
+
+ private:
+  struct Running;
+
+  /// Runs `action(running)` on the server's thread and gives its result.
+  template <class Action>
+  auto onServer(Action action);
+  Running& running() const;
+  void writeDeployment() const;
+
+  DevCloudOptions options_;
+  std::unique_ptr<Running> running_;
+};
+
+}  // namespace vorlane::devcloud

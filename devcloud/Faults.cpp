@@ -1,0 +1,145 @@
+#include "devcloud/Faults.h"
+
+#include "base/Text.h"
+#include "base/tasks/Timing.h"
+#include "devcloud/Fields.h"
+
+#include <algorithm>
+#include <array>
+
+namespace vorlane::devcloud {
+namespace {
+
+constexpr std::int64_t longestDelay = 600'000;
+constexpr std::string_view garbageBytes = "\xFF\xFE{\"success\":tru\x01<html>\x80";
+
+struct CutName {
+  std::string_view name;
+  FaultCut cut;
+};
+
+constexpr std::array cutNames{CutName{"none", FaultCut::none}, CutName{"before", FaultCut::before},
+                              CutName{"after", FaultCut::after}, CutName{"body", FaultCut::body}};
+
+FaultCut cutNamed(std::string_view name) {
+  const auto found = std::ranges::find(cutNames, name, &CutName::name);
+  if (found == cutNames.end()) throw FieldFailure("cut", "must be \"before\", \"after\" or \"body\"");
+  return found->cut;
+}
+
+bool isHeaderText(std::string_view text) {
+  return std::ranges::all_of(text, [](char c) { return static_cast<unsigned char>(c) >= 0x20 && c != 0x7F; });
+}
+
+Headers headersFromJSON(const JSONMap& map) {
+  Headers headers;
+  for (const auto& entry : map) {
+    const std::string name(entry.key());
+    const boost::json::string* value = entry.value().if_string();
+    if (!value || !isHeaderText(*value)) throw FieldFailure("headers." + name, "must be one line of text");
+    if (name.empty() || !isHeaderText(name) || name.find_first_of(": ") != std::string::npos) {
+      throw FieldFailure("headers", "has a name that no header can have");
+    }
+    headers.emplace_back(name, std::string(*value));
+  }
+  return headers;
+}
+
+}  // namespace
+
+Response Fault::answer() const {
+  Response response;
+  response.status = status.value_or(200);
+  response.headers = headers;
+  response.body = garbage ? std::string(garbageBytes) : body.value_or("");
+  return response;
+}
+
+JSONMap Fault::json() const {
+  JSONMap map{{"id", id},
+              {"path", path},
+              {"match", prefix ? "prefix" : "exact"},
+              {"times", times},
+              {"garbage", garbage},
+              {"cut", std::ranges::find(cutNames, cut, &CutName::cut)->name},
+              {"delayMs", delay.count()},
+              {"hold", hold}};
+  if (!method.empty()) map["method"] = method;
+  if (status) map["status"] = *status;
+  if (body) map["body"] = validUTF8(*body);
+  return map;
+}
+
+Fault faultFromJSON(const JSONMap& map) {
+  Fields fields(map);
+  Fault fault;
+  fault.path = fields.requiredString("path");
+  if (!fault.path.starts_with('/')) throw FieldFailure("path", "must begin with \"/\"");
+  const std::string match = fields.string("match").value_or("exact");
+  if (match != "exact" && match != "prefix") {
+    throw FieldFailure("match", "must be \"exact\" or \"prefix\"");
+  }
+  fault.prefix = match == "prefix";
+  fault.method = fields.string("method").value_or("");
+  fault.times = fields.integer("times", 1, 1'000'000).value_or(1);
+  if (const auto status = fields.integer("status", 200, 599)) fault.status = static_cast<int>(*status);
+  if (const JSONMap* headers = fields.object("headers")) fault.headers = headersFromJSON(*headers);
+  fault.body = fields.string("body");
+  if (const JSONMap* json = fields.object("json")) {
+    if (fault.body) throw FieldFailure("json", "stands beside \"body\"");
+    fault.body = writeJSON(*json);
+  }
+  fault.garbage = fields.boolean("garbage").value_or(false);
+  if (fault.garbage && fault.body) throw FieldFailure("garbage", "stands beside \"body\" or \"json\"");
+  fault.cut = cutNamed(fields.string("cut").value_or("none"));
+  fault.delay = std::chrono::milliseconds(fields.integer("delayMs", 0, longestDelay).value_or(0));
+  fault.hold = fields.boolean("hold").value_or(false);
+  fields.refuseOthers();
+  if (!fault.headers.empty() && !fault.replacesAnswer()) {
+    throw FieldFailure("headers", "needs a \"status\" or a \"body\"");
+  }
+  if (!fault.replacesAnswer() && fault.cut == FaultCut::none && fault.delay.count() == 0 && !fault.hold) {
+    throw FieldFailure("status", "is missing, and so is everything else that could go wrong");
+  }
+  return fault;
+}
+
+std::int64_t Faults::add(Fault fault) {
+  fault.id = nextID_++;
+  faults_.push_back(std::move(fault));
+  return faults_.back().id;
+}
+
+std::optional<Fault> Faults::take(const Request& request) {
+  const auto found = std::ranges::find_if(faults_, [&](const Fault& fault) {
+    const bool here = fault.prefix ? request.path.starts_with(fault.path) : request.path == fault.path;
+    return here && (fault.method.empty() || fault.method == request.method);
+  });
+  if (found == faults_.end()) return std::nullopt;
+  Fault taken = *found;
+  if (--found->times <= 0) faults_.erase(found);
+  return taken;
+}
+
+bool Faults::remove(std::int64_t id) {
+  return std::erase_if(faults_, [&](const Fault& fault) { return fault.id == id; }) > 0;
+}
+
+void Faults::clear() {
+  faults_.clear();
+  release();
+}
+
+Task<> Faults::held() const {
+  auto wait = [released = released_]() -> Task<bool> {
+    co_await released->wait();
+    co_return true;
+  };
+  co_await withTimeout<bool>(std::chrono::minutes(30), "a held request", std::move(wait));
+}
+
+void Faults::release() {
+  std::exchange(released_, std::make_shared<Event>())->set();
+}
+
+}  // namespace vorlane::devcloud

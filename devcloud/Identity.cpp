@@ -1,0 +1,218 @@
+#include "devcloud/Identity.h"
+
+#include "base/Digest.h"
+#include "base/Identifiers.h"
+#include "base/JsonArguments.h"
+#include "base/SecureRandom.h"
+#include "base/Text.h"
+#include "devcloud/Router.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cmath>
+
+namespace vorlane::devcloud {
+namespace {
+
+constexpr std::string_view scopeText = "openid profile email offline_access";
+/// Of one person; the oldest goes when one more is issued.
+constexpr std::ptrdiff_t mostRefreshTokens = 64;
+
+HTTPError oauthError(int status, std::string_view code, std::string_view description) {
+  return HTTPError(status, {{"error", code}, {"error_description", description}});
+}
+
+std::int64_t wholeSeconds(Date date) {
+  return static_cast<std::int64_t>(std::floor(secondsSince1970(date)));
+}
+
+HTTPError unauthorized(std::string_view reason) {
+  HTTPError error = apiError(401, reason);
+  error.response().headers.emplace_back("WWW-Authenticate", "Bearer");
+  return error;
+}
+
+std::map<std::string, std::string, std::less<>> oauthForm(const Request& request) {
+  const std::string type = asciiLowercased(request.header("Content-Type").value_or(""));
+  if (!type.starts_with("application/x-www-form-urlencoded")) {
+    throw oauthError(400, "invalid_request", "The body has to be application/x-www-form-urlencoded.");
+  }
+  const auto fields = parseForm(request.body);
+  if (!fields) throw oauthError(400, "invalid_request", "The form does not decode.");
+  std::map<std::string, std::string, std::less<>> form;
+  for (const auto& [name, value] : *fields) {
+    if (!form.emplace(name, value).second) {
+      throw oauthError(400, "invalid_request", "The parameter " + name + " is repeated.");
+    }
+  }
+  return form;
+}
+
+const std::string& oauthParameter(const std::map<std::string, std::string, std::less<>>& form,
+                                  std::string_view name) {
+  const auto found = form.find(name);
+  if (found == form.end() || found->second.empty()) {
+    throw oauthError(400, "invalid_request", fmt::format("Missing required parameter: {}", name));
+  }
+  return found->second;
+}
+
+}  // namespace
+
+JSONMap IssuedTokens::storedForm() const {
+  return {{"accessToken", accessToken},
+          {"idToken", idToken},
+          {"refreshToken", refreshToken},
+          {"expiresAt", secondsSince2001(expiresAt)},
+          {"tokenType", "Bearer"}};
+}
+
+Identity::Identity(const People& people, const SigningKey& key, IdentityNames names, Clock clock,
+                   std::function<void()> changed)
+    : people_(people),
+      key_(key),
+      names_(std::move(names)),
+      clock_(std::move(clock)),
+      changed_(std::move(changed)) {}
+
+void Identity::addRoutes(Router& router) {
+  router.add("POST", "/oauth/token", Door::secure, [this](const Request& request) { return token(request); });
+  router.add("GET", "/.well-known/jwks.json", Door::secure, [this](const Request&) { return keys(); });
+  router.add("GET", "/.well-known/openid-configuration", Door::secure,
+             [this](const Request&) { return discovery(); });
+}
+
+IssuedTokens Identity::issue(std::string_view sub, std::optional<std::int64_t> lifetime) {
+  const Person* person = people_.find(sub);
+  if (!person) throw Failure(fmt::format("there is no person \"{}\"", sub));
+  const Date expiresAt = clock_() + std::chrono::seconds(lifetime.value_or(person->tokenLifetime));
+  return {accessToken(*person, expiresAt), idToken(*person, expiresAt), newRefreshToken(person->sub),
+          expiresAt};
+}
+
+void Identity::revoke(std::string_view sub) {
+  std::erase_if(grants_, [&](const auto& entry) { return entry.second.sub == sub; });
+  changed_();
+}
+
+const Person& Identity::authenticate(const Request& request) const {
+  const std::string header = request.header("Authorization").value_or("");
+  if (!asciiLowercased(header).starts_with("bearer ")) throw unauthorized("no bearer token");
+  const auto claims = key_.verify(std::string_view(header).substr(7));
+  if (!claims) throw unauthorized("the bearer token is not ours");
+  if (json::stringOr(*claims, "aud") != names_.audience) {
+    throw unauthorized("the bearer token is not for this API");
+  }
+  if (secondsSince1970(clock_()) >= json::number(*claims, "exp").value_or(0)) {
+    throw unauthorized("the bearer token has expired");
+  }
+  const Person* person = people_.find(json::stringOr(*claims, "sub"));
+  if (!person) throw unauthorized("the bearer token's person is gone");
+  return *person;
+}
+
+Response Identity::token(const Request& request) {
+  const Form form = oauthForm(request);
+  const std::string& type = oauthParameter(form, "grant_type");
+  if (oauthParameter(form, "client_id") != clientID) {
+    throw oauthError(401, "invalid_client", "Unknown client.");
+  }
+  if (type == "refresh_token") return refresh(form);
+  throw oauthError(400, "unsupported_grant_type", "Unsupported grant type: " + type);
+}
+
+Response Identity::refresh(const Form& form) {
+  const auto found = grants_.find(sha256Hex(oauthParameter(form, "refresh_token")));
+  const Person* person = found == grants_.end() ? nullptr : people_.find(found->second.sub);
+  if (!person) throw oauthError(403, "invalid_grant", "Unknown or invalid refresh token.");
+
+  const Date expiresAt = clock_() + std::chrono::seconds(person->tokenLifetime);
+  JSONMap body{{"access_token", accessToken(*person, expiresAt)},
+               {"id_token", idToken(*person, expiresAt)},
+               {"expires_in", person->tokenLifetime},
+               {"scope", scopeText},
+               {"token_type", "Bearer"}};
+  if (person->rotatesRefreshTokens) {
+    grants_.erase(found);
+    body["refresh_token"] = newRefreshToken(person->sub);
+  }
+  Response response = Response::json(200, body);
+  response.headers.emplace_back("Cache-Control", "no-store");
+  return response;
+}
+
+Response Identity::keys() const {
+  return Response::json(200, {{"keys", JSONArray{key_.publicJWK()}}});
+}
+
+Response Identity::discovery() const {
+  return Response::json(200, {{"issuer", names_.issuer},
+                              {"token_endpoint", names_.issuer + "oauth/token"},
+                              {"jwks_uri", names_.issuer + ".well-known/jwks.json"},
+                              {"id_token_signing_alg_values_supported", JSONArray{"ES256"}}});
+}
+
+std::string Identity::accessToken(const Person& person, Date expiresAt) const {
+  JSONMap claims{{"iss", names_.issuer},
+                 {"aud", names_.audience},
+                 {"azp", clientID},
+                 {"sub", person.sub},
+                 {"email", person.email},
+                 {"name", person.name},
+                 {"scope", scopeText},
+                 {"iat", wholeSeconds(clock_())},
+                 {"exp", wholeSeconds(expiresAt)},
+                 // Two tokens of one second have to differ.
+                 {"jti", newLowercaseUUID()}};
+  if (person.admin) claims["https://" + names_.adminClaimHost + "/isAdmin"] = true;
+  return key_.sign(claims);
+}
+
+std::string Identity::idToken(const Person& person, Date expiresAt) const {
+  JSONMap claims{{"iss", names_.issuer},
+                 {"aud", clientID},
+                 {"sub", person.sub},
+                 {"email", person.email},
+                 {"email_verified", true},
+                 {"name", person.name},
+                 {"iat", wholeSeconds(clock_())},
+                 {"exp", wholeSeconds(expiresAt)}};
+  if (person.admin) claims["https://" + names_.adminClaimHost + "/isAdmin"] = true;
+  return key_.sign(claims);
+}
+
+std::string Identity::newRefreshToken(const std::string& sub) {
+  const auto belongs = [&](const auto& entry) { return entry.second.sub == sub; };
+  if (std::ranges::count_if(grants_, belongs) >= mostRefreshTokens) {
+    auto oldest = grants_.end();
+    for (auto grant = grants_.begin(); grant != grants_.end(); ++grant) {
+      if (!belongs(*grant)) continue;
+      if (oldest == grants_.end() || grant->second.number < oldest->second.number) oldest = grant;
+    }
+    grants_.erase(oldest);
+  }
+  std::string token = base64URLEncoded(secureRandomBytes(33));
+  grants_.emplace(sha256Hex(token), RefreshGrant{sub, nextNumber_++});
+  changed_();
+  return token;
+}
+
+JSONArray Identity::state() const {
+  JSONArray state;
+  for (const auto& [digest, grant] : grants_) {
+    state.push_back({{"digest", digest}, {"sub", grant.sub}, {"number", grant.number}});
+  }
+  return state;
+}
+
+void Identity::restore(const JSONArray& state) {
+  for (const auto& value : state) {
+    const JSONMap& grant = value.as_object();
+    const std::int64_t number = json::integer(grant, "number").value_or(0);
+    grants_.emplace(json::stringOr(grant, "digest"), RefreshGrant{json::stringOr(grant, "sub"), number});
+    nextNumber_ = std::max(nextNumber_, number + 1);
+  }
+}
+
+}  // namespace vorlane::devcloud
