@@ -16,7 +16,7 @@ usage() {
 [ $# -eq 0 ] || [ "$1" = --no-cloud ] || usage
 
 "$here/scripts/install-packages.sh" build
-"$here/scripts/build.sh" release vorlane-agent vorlanectl vorlane-devcloud
+[ -n "${VORLANE_NO_BUILD:-}" ] || "$here/scripts/build.sh" release vorlane-agent vorlanectl vorlane-devcloud
 
 if [ "${1:-}" = --no-cloud ]; then
   exec "$bin/vorlane-agent" --headless
@@ -97,7 +97,7 @@ Log:          $VORLANE_SHELL_LOG
 
 For an assistant that speaks MCP over HTTP:
 
-$("$bin/vorlanectl" client-config --http --plain)
+$("$bin/vorlanectl" client-config --http)
 
 From a shell:
 

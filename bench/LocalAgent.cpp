@@ -1,0 +1,78 @@
+#include "bench/LocalAgent.h"
+
+#include "base/Failure.h"
+#include "mcp/KeychainBearerStorage.h"
+#include "platform/Platform.h"
+#include "tests/integration/AgentProcess.h"
+#include "tools/ledgerly/LedgerlyToolModule.h"
+
+#include <fmt/format.h>
+
+#include <cstdlib>
+
+namespace vorlane::bench {
+namespace {
+
+class ExtraTools : public ToolModule {
+ public:
+  explicit ExtraTools(std::vector<ToolDefinition> tools) : tools_(std::move(tools)) {}
+  std::string toolNamespace() const override { return "bench"; }
+  std::vector<ToolDefinition> tools() const override { return tools_; }
+
+ private:
+  std::vector<ToolDefinition> tools_;
+};
+
+std::filesystem::path newFolder() {
+  char name[] = "/tmp/vorlane-bench-XXXXXX";
+  if (::mkdtemp(name) == nullptr) throw Failure("cannot make a folder below /tmp");
+  return name;
+}
+
+MCPServerRights openRights() {
+  return {.identityForRequest = [](const JSONRPCRequest&) { return Identity{"bench", {}}; },
+          .authorize = [](std::optional<AdminAccessRequirement>, Identity) -> Task<bool> { co_return true; },
+          .accountFence = [](const Identity&) -> AccountFence { return [] { return true; }; }};
+}
+
+}  // namespace
+
+LocalAgent::LocalAgent(std::vector<ToolDefinition> extra)
+    : folder_(newFolder()),
+      runtime_(std::make_unique<Runtime>()),
+      store_(std::make_shared<AgentStore>(folder_.string())),
+      notifications_(std::make_shared<StoreNotifications>(
+          makeSignalCenter(folder_ / "signals", runtime_->io(), runtime_->concurrent()),
+          runtime_->concurrent())) {
+  const auto registry = std::make_shared<ToolRegistry>();
+  registry->registerModule(std::make_shared<LedgerlyToolModule>(queries()));
+  registry->registerModule(std::make_shared<ExtraTools>(std::move(extra)));
+  server_ = std::make_shared<MCPServer>(registry, openRights());
+  const auto bearer = std::make_shared<AgentBearerStore>(std::make_shared<KeychainBearerStorage>(
+      std::shared_ptr<SecretVault>(makeFileVault(folder_ / "vault"))));
+  token_ = bearer->currentToken();
+  http_ = std::make_shared<HTTPTransport>(server_, bearer, 0, runtime_->io(), runtime_->concurrent());
+  http_->start();
+}
+
+LocalAgent::~LocalAgent() {
+  http_->stop();
+  runtime_->stop();
+  std::error_code ignored;
+  std::filesystem::remove_all(folder_, ignored);
+}
+
+void LocalAgent::makeSheets(int count) {
+  for (int i = 0; i < count; ++i) {
+    const auto id = fmt::format("sheet-{}", i);
+    test::call(port(), token_, "ledgerly_create_sheet",
+               {{"sheetId", id}, {"title", fmt::format("Sheet {}", i)}});
+    for (int item = 0; item < 5; ++item) {
+      test::call(
+          port(), token_, "ledgerly_add_item",
+          {{"sheetId", id}, {"categoryId", "c"}, {"name", fmt::format("Item {}", item)}, {"qty", item}});
+    }
+  }
+}
+
+}  // namespace vorlane::bench

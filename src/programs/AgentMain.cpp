@@ -1,0 +1,128 @@
+#include "base/Failure.h"
+#include "base/ShellLog.h"
+#include "mcp/ControlClient.h"
+#include "mcp/ControlServer.h"
+#include "platform/Deployment.h"
+#include "platform/InstanceLock.h"
+#include "platform/LauncherPointer.h"
+#include "shell/AgentControl.h"
+#include "shell/AppDelegate.h"
+#include "shell/CommandLine.h"
+#include "shell/ProcessSetup.h"
+
+#include <fmt/format.h>
+#include <boost/asio/post.hpp>
+
+#include <chrono>
+#include <cstdio>
+#include <thread>
+
+namespace vorlane {
+namespace {
+
+constexpr char version[] = "0.1.0";
+/// How long a second start waits for an agent that is just coming up.
+constexpr std::chrono::seconds handOverPatience{10};
+
+void complain(const std::string& text) {
+  fmt::print(stderr, "vorlane-agent: {}\n", text);
+}
+
+/// The agent of this container is another process: it is handed what this one
+/// was started for. Returns the exit code.
+int handOver(const AgentCommandLine& line, const Places& places) {
+  if (line.urls.empty() && line.headless) {
+    complain("an agent is already running for " + *places.container);
+    return 1;
+  }
+  const auto request = line.urls.empty() ? showPanelRequest() : openRequest(line.urls);
+  for (const auto end = std::chrono::steady_clock::now() + handOverPatience;;) {
+    try {
+      requestFromAgent(places.controlSocket(), request);
+      return 0;
+    } catch (const ControlClient::NobodyListens&) {
+      // It holds the lock and has not opened its socket yet.
+      if (std::chrono::steady_clock::now() > end) throw;
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+  }
+}
+
+/// Takes the instance lock; nothing when another agent holds it.
+std::optional<InstanceLock> takeLock(const AgentCommandLine& line, const Places& places) {
+  if (line.relaunch) return InstanceLock::acquire(places.instanceLock());
+  return InstanceLock::tryAcquire(places.instanceLock());
+}
+
+void leaveWordForLaunchers(const Places& places) {
+  if (!places.launcherPointer) return;
+  try {
+    writeLauncherPointer(*places.launcherPointer, *places.container);
+  } catch (const std::exception& error) {
+    // Launchers that are told the container still find it.
+    shellLog(describe(error));
+  }
+}
+
+/// Serves until a signal ends the process.
+int serve(AppDelegate::Settings settings) {
+  const auto places = settings.places;
+  Runtime runtime;
+  const auto main = makeHeadlessMainLoop();
+  AppDelegate delegate(std::move(settings), runtime, *main);
+
+  std::shared_ptr<ControlServer> control;
+  if (places.container) {
+    control = makeAgentControl(places.controlSocket(), delegate, runtime, *main);
+    try {
+      control->start();
+    } catch (const std::exception& error) {
+      shellLog("control socket failed: " + describe(error));
+    }
+  }
+  boost::asio::post(main->executor(), [&] { delegate.applicationDidFinishLaunching(); });
+  main->run();
+  return 0;
+}
+
+int run(const std::vector<std::string>& arguments, const char* programPath) {
+  const auto line = AgentCommandLine::parse(arguments);
+  if (line.version) {
+    fmt::print("vorlane-agent {}\n", version);
+    return 0;
+  }
+  const auto places = Places::resolve(line.places, processEnvironment());
+  requireKnownVault(places);
+  setUpProcess(places, programPath);
+  Deployment deployment;
+  try {
+    deployment = Deployment::load(places.deployment, places.deploymentNamed);
+  } catch (const Failure& failure) {
+    throw UsageFailure(failure.description());
+  }
+
+  std::optional<InstanceLock> lock;
+  if (containerForAppGroup(places, appGroupIdentifier)) {
+    lock = takeLock(line, places);
+    if (!lock) return handOver(line, places);
+    leaveWordForLaunchers(places);
+  }
+  endAtOnceOnTermination();
+  if (!line.headless) shellLog("the desktop interface is not installed; running without it");
+  return serve({.places = places, .deployment = std::move(deployment), .port = line.port, .urls = line.urls});
+}
+
+}  // namespace
+}  // namespace vorlane
+
+int main(int count, char** words) {
+  try {
+    return vorlane::run({words + 1, words + count}, words[0]);
+  } catch (const vorlane::UsageFailure& failure) {
+    vorlane::complain(failure.description());
+    return 2;
+  } catch (const std::exception& error) {
+    vorlane::complain(vorlane::describe(error));
+    return 1;
+  }
+}

@@ -1,0 +1,46 @@
+#pragma once
+
+#include "auth/AuthAccountEpoch.h"
+#include "auth/AuthSession.h"
+#include "auth/AuthTokenStore.h"
+#include "base/NotificationCenter.h"
+#include "base/places/Places.h"
+#include "mcp/AccessGate.h"
+#include "mcp/AgentBearerStore.h"
+#include "mcp/MCPRequestAuthorizer.h"
+#include "platform/Deployment.h"
+#include "platform/Platform.h"
+
+#include <memory>
+
+namespace vorlane {
+
+/// Everything that has to do with who is signed in, wired once for a process: the
+/// agent and vorlanectl stand on the same. The members are made in this order and
+/// destroyed in the reverse one. Constructing throws Failure when a place that is
+/// there cannot be used.
+struct AccountServices {
+  AccountServices(const Places& places, const Deployment& deployment, Executor io, Executor concurrent);
+  AccountServices(const AccountServices&) = delete;
+  AccountServices& operator=(const AccountServices&) = delete;
+
+  NotificationCenter notifications;
+  /// Between processes; within this one alone when there is no container.
+  std::shared_ptr<SignalCenter> signals;
+  std::shared_ptr<SecretVault> vault;
+  std::unique_ptr<URLSession> urlSession;
+  NetworkRunner network;
+  std::shared_ptr<AuthAccountEpoch> epoch;
+  std::unique_ptr<AuthTokenStore> tokens;
+  std::shared_ptr<AuthSession> session;
+  std::shared_ptr<AgentBearerStore> bearerStore;
+  /// The domain that the suite shares, and the agent's own.
+  std::shared_ptr<UserDefaults> suiteDefaults;
+  std::shared_ptr<UserDefaults> standardDefaults;
+  std::shared_ptr<AccessGate> gate;
+
+  CurrentUser currentUser() const;
+  BearerSource bearer() const;
+};
+
+}  // namespace vorlane

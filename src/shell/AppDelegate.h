@@ -1,0 +1,69 @@
+#pragma once
+
+#include "base/Json.h"
+#include "base/places/Places.h"
+#include "base/tasks/Runtime.h"
+#include "mcp/MCPLifecycle.h"
+#include "mcp/ProfileSyncer.h"
+#include "platform/Deployment.h"
+#include "preferences/AgentPreferences.h"
+#include "shell/AccountServices.h"
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace vorlane {
+
+class AgentStore;
+class StoreNotifications;
+
+/// The composition of the agent: makes every service, in the order of the start,
+/// and holds them until the process ends. Its operations run on the main executor.
+class AppDelegate {
+ public:
+  struct Settings {
+    Places places;
+    Deployment deployment;
+    std::uint16_t port = 17800;
+    /// What the program was started for.
+    std::vector<std::string> urls;
+  };
+
+  /// Makes what the start stands on; nothing is served yet. `runtime` and `main`
+  /// have to outlive the object. Throws Failure when a place cannot be used.
+  AppDelegate(Settings settings, Runtime& runtime, MainLoop& main);
+  ~AppDelegate();
+  AppDelegate(const AppDelegate&) = delete;
+  AppDelegate& operator=(const AppDelegate&) = delete;
+
+  /// The start, in its fixed order, then the URLs that the program was started
+  /// for. Returns at once; services come up in tasks of their own. Whatever fails is
+  /// logged, and the rest goes on.
+  void applicationDidFinishLaunching();
+
+  /// URLs that the system, or a second start, hands to the agent; each in its turn.
+  void applicationOpen(const std::vector<std::string>& urls);
+
+  /// What `vorlanectl status` shows of the running agent.
+  JSONMap status() const;
+
+ private:
+  NetworkRunner ledgerlyNetwork() const;
+  void openStore();
+  void startServices();
+  MCPLifecycle::Environment lifecycleEnvironment() const;
+
+  Settings settings_;
+  Runtime& runtime_;
+  MainLoop& main_;
+  AccountServices account_;
+  AgentPreferences preferences_;
+  std::shared_ptr<StoreNotifications> storeNotifications_;
+  std::shared_ptr<AgentStore> store_;
+  MCPLifecycle lifecycle_;
+  ProfileSyncer syncer_;
+};
+
+}  // namespace vorlane

@@ -1,0 +1,41 @@
+#pragma once
+
+#include "base/Failure.h"
+#include "base/places/Places.h"
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace vorlane {
+
+/// The command line is wrong. The program ends with exit 2 and this one line.
+class UsageFailure : public Failure {
+ public:
+  using Failure::Failure;
+};
+
+/// What vorlane-agent was started with.
+struct AgentCommandLine {
+  bool headless = false;
+  /// Wait for the running agent to end instead of handing over to it.
+  bool relaunch = false;
+  bool version = false;
+  PlaceOptions places;
+  /// The local HTTP port; 0 lets the system choose.
+  std::uint16_t port = 17800;
+  std::vector<std::string> urls;
+
+  /// Throws UsageFailure naming the option.
+  static AgentCommandLine parse(const std::vector<std::string>& arguments);
+};
+
+/// Takes "--container DIR" and "--deployment FILE" (also with "=") out of the
+/// front of `arguments` up to the first word that is no option. Throws
+/// UsageFailure for another option, naming it.
+PlaceOptions takePlaceOptions(std::vector<std::string>& arguments);
+
+/// The place that `places` could not make sense of, as a failure; else nothing happens.
+void requireKnownVault(const Places& places);
+
+}  // namespace vorlane

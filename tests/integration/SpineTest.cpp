@@ -1,0 +1,260 @@
+#include "Spine.h"
+
+#include "base/JsonArguments.h"
+
+#include <fmt/format.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sqlite3.h>
+
+#include <csignal>
+#include <fstream>
+#include <thread>
+
+namespace vorlane::test {
+namespace {
+
+using devcloud::Fault;
+using devcloud::FaultCut;
+using testing::HasSubstr;
+using testing::Not;
+
+std::vector<std::string> names(const JSONMap& response) {
+  std::vector<std::string> names;
+  for (const auto& tool : response.at("result").at("tools").as_array())
+    names.emplace_back(tool.at("name").as_string());
+  return names;
+}
+
+TEST(Spine, AnAssistantListsReadsAndEditsSheetsAndTheyOutliveAKill) {
+  Spine spine;
+  spine.startServing();
+  const auto tools = names(parseJSONMap(post(spine.agent.port(), spine.token, listTools).body));
+  EXPECT_EQ(tools.size(), 11U);
+  EXPECT_TRUE(std::ranges::is_sorted(tools));
+
+  const auto sheet = spine.result("ledgerly_create_sheet", {{"title", "Stage &amp; light — é"}});
+  const auto id = std::string(sheet.at("sheet").at("id").as_string());
+  const auto item = spine.result(
+      "ledgerly_add_item", {{"sheetId", id}, {"name", "Lamp"}, {"qty", 4.0}, {"categoryName", "Light"}});
+  const auto itemID = std::string(item.at("item").at("id").as_string());
+  EXPECT_TRUE(
+      spine.result("ledgerly_toggle_check", {{"sheetId", id}, {"itemId", itemID}}).at("checked").as_bool());
+  EXPECT_EQ(spine.status().at("pending").at("sheets"), 1);
+
+  EXPECT_EQ(spine.agent.stop(SIGKILL), -SIGKILL);
+  spine.agent.start();
+  ASSERT_TRUE(spine.eventuallyAnswers(200));
+  const auto read = spine.result("ledgerly_get_sheet", {{"sheetId", id}});
+  EXPECT_EQ(read.at("title"), "Stage & light — é");
+  const auto& kept = read.at("categories").at(0).at("items").at(0);
+  EXPECT_EQ(kept.at("qty"), JSONValue(4.0)) << "a real number stays one";
+  EXPECT_EQ(kept.at("checked"), true);
+
+  const auto refused = spine.call("ledgerly_get_sheet", {{"sheetId", "nope"}});
+  EXPECT_EQ(refused.at("error").at("message"), "sheet nope not found");
+  EXPECT_EQ(refused.at("error").at("code"), -32603);
+}
+
+TEST(Spine, OnlyTheSignedInPersonWithAccessIsServed) {
+  Spine spine;
+  spine.agent.start();
+  ASSERT_TRUE(spine.eventuallyAnswers(503)) << "nobody is signed in";
+  EXPECT_EQ(post(spine.agent.port(), "wrong", listTools).status, 401);
+
+  spine.person("auth0|ana", true);
+  spine.person("auth0|bea", false);
+  spine.signIn("auth0|ana");
+  ASSERT_TRUE(spine.eventuallyAnswers(200)) << spine.agent.log();
+  spine.result("ledgerly_create_sheet", {{"title", "Ana's"}});
+
+  spine.signIn("auth0|bea");
+  ASSERT_TRUE(spine.eventuallyAnswers(503)) << "Ana's access does not carry over to Bea";
+  spine.person("auth0|bea", true);
+  spine.signOut();
+  spine.signIn("auth0|bea");
+  ASSERT_TRUE(spine.eventuallyAnswers(200));
+  EXPECT_TRUE(spine.result("ledgerly_list_sheets").at("sheets").as_array().empty());
+
+  spine.signIn("auth0|ana");
+  ASSERT_TRUE(spine.eventuallyAnswers(200));
+  EXPECT_TRUE(
+      eventually([&] { return spine.result("ledgerly_list_sheets").at("sheets").as_array().size() == 1; }));
+  spine.signOut();
+  EXPECT_TRUE(spine.eventuallyAnswers(503));
+}
+
+TEST(Spine, WhateverTheProfileEndpointDoesWrongTurnsAccessOff) {
+  Fault failing{.path = "/api/user/profile", .times = 100, .status = 500};
+  Fault cut{.path = "/api/user/profile", .times = 100, .cut = FaultCut::body};
+  Fault garbage{.path = "/api/user/profile", .times = 100, .garbage = true};
+  Fault unsuccessful{.path = "/api/user/profile",
+                     .times = 100,
+                     .status = 200,
+                     .body = R"({"success":false,"profile":{"mcpAccess":true}})"};
+  const std::pair<Fault, const char*> cases[] = {
+      {failing, "mcp: profile sync denied — response unavailable"},
+      {cut, "mcp: profile sync denied — network unavailable"},
+      {garbage, "mcp: profile sync denied — invalid response"},
+      {unsuccessful, "mcp: profile sync — mcpAccess=false"},
+  };
+  Spine spine;
+  spine.startServing();
+  for (const auto& [fault, line] : cases) {
+    spine.cloud.addFault(fault);
+    spine.agent.stop(SIGTERM);
+    spine.agent.start();
+    EXPECT_TRUE(spine.eventuallyAnswers(503)) << line;
+    EXPECT_THAT(spine.agent.log(), HasSubstr(line));
+    spine.cloud.clearFaults();
+    spine.agent.stop(SIGTERM);
+    spine.agent.start();
+    ASSERT_TRUE(spine.eventuallyAnswers(200)) << line;
+  }
+}
+
+TEST(Spine, ASyncThatAnAccountChangeOvertakesLeavesTheGateAlone) {
+  Spine spine;
+  spine.person("auth0|ana", true);
+  spine.person("auth0|bea", false);
+  spine.signIn("auth0|ana");
+  spine.cloud.addFault({.path = "/api/user/profile", .times = 1, .hold = true});
+  spine.agent.start();
+  spine.cloud.waitForRequests({.method = "GET", .path = "/api/user/profile"}, 1);
+  spine.signIn("auth0|bea");
+  spine.cloud.waitForRequests({.method = "GET", .path = "/api/user/profile"}, 2);
+  spine.cloud.release();
+  ASSERT_TRUE(eventually([&] { return spine.agent.log().find("mcpAccess=false") != std::string::npos; }));
+  EXPECT_THAT(spine.agent.log(), Not(HasSubstr("mcpAccess=true")));
+  EXPECT_TRUE(spine.eventuallyAnswers(503));
+}
+
+TEST(Spine, TokensAreRefreshedOnceStoredAndNeverLogged) {
+  Spine spine;
+  spine.person("auth0|ana", true);
+  spine.signIn("auth0|ana", 30);
+  const auto before = parseJSONMap(contents(spine.vaultFile()));
+  spine.agent.start();
+  ASSERT_TRUE(spine.eventuallyAnswers(200));
+  const auto after = parseJSONMap(contents(spine.vaultFile()));
+  EXPECT_NE(after.at("refreshToken"), before.at("refreshToken")) << "the provider rotates it";
+  EXPECT_EQ(spine.cloud.requests({.method = "POST", .path = "/oauth/token"}).size(), 1U);
+  const auto log = spine.agent.log();
+  EXPECT_THAT(log, HasSubstr("AuthSession: refreshed OK, expires "));
+  for (const auto* secrets : {&before, &after}) {
+    for (const char* key : {"accessToken", "idToken", "refreshToken"}) {
+      EXPECT_THAT(log, Not(HasSubstr(json::stringOr(*secrets, key)))) << key;
+    }
+  }
+  EXPECT_THAT(log, Not(HasSubstr(spine.token)));
+}
+
+TEST(Spine, ASignOutDuringARefreshStaysASignOut) {
+  Spine spine;
+  spine.person("auth0|ana", true);
+  spine.signIn("auth0|ana", 30);
+  spine.cloud.addFault({.path = "/oauth/token", .hold = true});
+  spine.agent.start();
+  spine.cloud.waitForRequests({.method = "POST", .path = "/oauth/token"}, 1);
+  spine.signOut();
+  spine.cloud.release();
+  ASSERT_TRUE(spine.eventuallyAnswers(503));
+  EXPECT_FALSE(std::filesystem::exists(spine.vaultFile()));
+  EXPECT_EQ(spine.status().at("account"), nullptr);
+}
+
+TEST(Spine, ADeadGrantSignsOutAndAFlakyProviderDoesNot) {
+  Spine spine;
+  spine.person("auth0|ana", true);
+  spine.signIn("auth0|ana", 30);
+  spine.cloud.addFault(
+      {.path = "/oauth/token", .times = 1, .status = 500, .body = R"({"error":"invalid_grant"})"});
+  spine.agent.start();
+  ASSERT_TRUE(eventually([&] {
+    return spine.agent.log().find("AuthSession: refresh deferred — auth0 500: ") != std::string::npos;
+  }));
+  EXPECT_TRUE(std::filesystem::exists(spine.vaultFile()));
+
+  spine.agent.stop(SIGINT);
+  spine.cloud.revokeTokens("auth0|ana");
+  spine.agent.start();
+  ASSERT_TRUE(eventually(
+      [&] { return spine.agent.log().find("AuthSession: SIGNED OUT — auth0 ") != std::string::npos; }));
+  EXPECT_TRUE(eventually([&] { return !std::filesystem::exists(spine.vaultFile()); }));
+}
+
+/// Another program of the suite that holds the database's write lock.
+class WriteLock {
+ public:
+  explicit WriteLock(const std::filesystem::path& container) {
+    EXPECT_EQ(sqlite3_open((container / "Vorlane.sqlite").c_str(), &db_), SQLITE_OK);
+    EXPECT_EQ(sqlite3_exec(db_, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr), SQLITE_OK);
+  }
+  ~WriteLock() { sqlite3_close(db_); }
+  WriteLock(const WriteLock&) = delete;
+  WriteLock& operator=(const WriteLock&) = delete;
+
+ private:
+  sqlite3* db_ = nullptr;
+};
+
+TEST(Spine, WritersWaitForAnotherProgramsLockWhileReadersGoOn) {
+  Spine spine;
+  spine.startServing();
+  const auto id = std::string(spine.result("ledgerly_create_sheet").at("sheet").at("id").as_string());
+  std::vector<std::thread> writers;
+  std::atomic<int> written{0};
+  {
+    const WriteLock lock(spine.agent.container());
+    for (int i = 0; i < 20; ++i) {
+      writers.emplace_back([&, i] {
+        spine.result("ledgerly_add_item",
+                     {{"sheetId", id}, {"name", fmt::format("item {}", i)}, {"categoryId", "c"}});
+        ++written;
+      });
+    }
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(2);
+    while (std::chrono::steady_clock::now() < end) {
+      EXPECT_EQ(spine.result("ledgerly_list_sheets").at("sheets").as_array().size(), 1U);
+    }
+    EXPECT_EQ(written, 0);
+  }
+  for (auto& writer : writers) writer.join();
+  EXPECT_EQ(spine.result("ledgerly_list_items", {{"sheetId", id}}).at("items").as_array().size(), 20U);
+}
+
+TEST(Spine, EveryAcknowledgedWriteIsThereAfterAKillInAStorm) {
+  Spine spine;
+  spine.startServing();
+  for (int round = 0; round < 8; ++round) {
+    const auto id = fmt::format("storm-{}", round);
+    spine.result("ledgerly_create_sheet", {{"sheetId", id}});
+    std::atomic<int> acknowledged{0};
+    std::vector<std::thread> writers;
+    for (int w = 0; w < 4; ++w) {
+      writers.emplace_back([&, w] {
+        try {
+          for (int i = 0;; ++i) {
+            spine.result("ledgerly_add_item", {{"sheetId", id},
+                                               {"categoryId", "c"},
+                                               {"itemId", fmt::format("{}-{}", w, i)},
+                                               {"name", "x"}});
+            ++acknowledged;
+          }
+        } catch (const std::exception&) {
+          // The agent is gone.
+        }
+      });
+    }
+    EXPECT_TRUE(eventually([&] { return acknowledged > 20 + round * 7; }));
+    spine.agent.stop(SIGKILL);
+    for (auto& writer : writers) writer.join();
+    spine.agent.start();
+    ASSERT_TRUE(spine.eventuallyAnswers(200));
+    const auto items = spine.result("ledgerly_list_items", {{"sheetId", id}}).at("items").as_array().size();
+    EXPECT_GE(static_cast<int>(items), acknowledged.load());
+  }
+}
+
+}  // namespace
+}  // namespace vorlane::test
