@@ -3,44 +3,31 @@
 #include "base/Json.h"
 #include "devcloud/DevCloud.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <filesystem>
-#include <optional>
-#include <string>
-#include <vector>
 
 namespace vorlane::devcloud {
 
-/// One answer, or the reason why there was none.
+using testing::HasSubstr;
+
+/// One answer; `failed` when the transfer did not come to its end.
 struct Reply {
   long status = 0;
   std::string head;
   std::string body;
-  /// Set when the transfer failed.
-  std::optional<std::string> failure;
+  bool failed = false;
 
-  JSONMap json() const { return parseJSONMap(body); }
-  /// The text at "a.b" of the body, "" when there is none; other values in their JSON form.
+  /// The text at "a/0/b" of the body, "" when there is none; other values in their JSON form.
   std::string at(std::string_view path) const;
 };
 
 struct Call {
   std::string method = "GET";
   std::string path;
-  std::vector<std::string> headers;
   std::string body;
-};
-
-/// A folder that goes with the object.
-class TemporaryFolder {
- public:
-  TemporaryFolder();
-  ~TemporaryFolder();
-  TemporaryFolder(const TemporaryFolder&) = delete;
-  TemporaryFolder& operator=(const TemporaryFolder&) = delete;
-  std::filesystem::path path;
+  std::vector<std::string> headers;
 };
 
 /// A running cloud with one person, and a client that trusts its certificate.
@@ -49,21 +36,23 @@ class CloudFixture : public testing::Test {
   static constexpr const char* demo = "auth0|demo";
 
   CloudFixture();
+  ~CloudFixture() override;
 
-  /// One transfer on a connection of its own.
+  /// One transfer on a connection of its own, from any thread.
   Reply send(const Call& call, bool secure = true);
-  Reply control(const std::string& method, const std::string& path, const std::string& body = "");
-  /// The call with the person's access token.
   Reply sendAs(const std::string& accessToken, Call call);
+  Reply control(const std::string& method, const std::string& path, const std::string& body = "");
   Reply refresh(const std::string& refreshToken);
-  std::string accessToken() { return cloud.issueTokens(demo).accessToken; }
-
   /// Starts the cloud, anew after a stop, on ports that the client learns.
   void start();
 
-  TemporaryFolder folder;
+  /// Gone with the test; the cloud lives in `directory` below it.
+  const std::filesystem::path folder;
+  const std::filesystem::path directory = folder / "cloud";
   std::atomic<Date> time = now();
-  DevCloud cloud;
+  DevCloud cloud{{.directory = directory, .clock = [this] { return time.load(); }}};
+  /// The person's access token.
+  std::string token;
 
  private:
   // Kept here, so that a client's thread need not ask a cloud that is being stopped.

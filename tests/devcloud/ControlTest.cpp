@@ -1,105 +1,49 @@
-#include "base/JsonArguments.h"
 #include "devcloud/CloudFixture.h"
-
-#include <curl/curl.h>
-#include <gmock/gmock.h>
 
 #include <future>
 
 namespace vorlane::devcloud {
 namespace {
 
-using testing::HasSubstr;
-
-class ControlTest : public CloudFixture {};
-
-TEST_F(ControlTest, AWrongFieldIsNamedAndChangesNothing) {
-  const std::string state = control("GET", "people").body;
-  const std::string me = R"({"sub":"auth0|demo",)";
-  struct Case {
-    std::string path, body, field;
-  };
-  for (const Case& each :
-       {Case{"people", "{}", "sub"},
-        Case{"people", R"({"sub":""})", "sub"},
-        Case{"people", me + R"("mcpAccess":"yes"})", "mcpAccess"},
-        Case{"people", me + R"("name":"New","colour":1})", "colour"},
-        Case{"people", me + R"("tokenLifetime":-1})", "tokenLifetime"},
-        Case{"people", me + R"("tokenLifetime":true})", "tokenLifetime"},
-        Case{"people", me + R"("grants":{}})", "grants"},
-        Case{"people", me + R"("grants":[1]})", "grants[0]"},
-        Case{"people", me + R"("grants":[{"product":"p","section":"s"}]})", "grants[0].actions"},
-        Case{"people", me + R"("grants":[{"product":"p","section":"s","actions":[],"scope":{"a":1}}]})",
-             "grants[0].scope"},
-        Case{"tokens", "{}", "sub"},
-        Case{"tokens", R"({"sub":"nobody"})", "sub"},
-        Case{"tokens", me + R"("lifetime":1.5})", "lifetime"},
-        Case{"sheets/auth0%7Cdemo", R"({"name":"x"})", "data"},
-        Case{"sheets/auth0%7Cdemo", R"({"name":"x","data":{},"id":5})", "id"},
-        Case{"sheets/auth0%7Cdemo", R"({"name":"x","data":{},"updatedAt":"today"})", "updatedAt"},
-        Case{"faults", "{}", "path"},
-        Case{"faults", R"({"path":"x"})", "path"},
-        Case{"faults", R"({"path":"/"})", "status"},
-        Case{"faults", R"({"path":"/","status":99})", "status"},
-        Case{"faults", R"({"path":"/","status":500,"times":0})", "times"},
-        Case{"faults", R"({"path":"/","cut":"wire"})", "cut"},
-        Case{"faults", R"({"path":"/","match":"regex","status":500})", "match"},
-        Case{"faults", R"({"path":"/","delayMs":5,"headers":{"A":"b"}})", "headers"},
-        Case{"faults", R"({"path":"/","status":302,"headers":{"A":"b\r\nC: d"}})", "headers.A"}}) {
-    const Reply reply = control("POST", each.path, each.body);
-    EXPECT_EQ(reply.status, 400) << each.path << each.body;
-    EXPECT_EQ(reply.at("field"), each.field) << each.body << reply.body;
-    EXPECT_THAT(reply.at("error"), HasSubstr('"' + each.field + '"'));
-  }
-  EXPECT_EQ(control("POST", "people", "nonsense").status, 400);
-  EXPECT_EQ(control("GET", "people").body, state);
-  EXPECT_TRUE(cloud.faults().empty());
-}
+class ControlTest : public CloudFixture {
+ protected:
+  const std::string sheets = "/api/user/sheets";
+  const Call create{"POST", sheets, R"({"name":"x","data":{}})"};
+};
 
 TEST_F(ControlTest, SheetsCanBePutListedAndDeletedForAPerson) {
   const std::string path = "sheets/auth0%7Cdemo";
-  const Reply made = control("POST", path, R"({"name":"A","data":{"categories":[]},"id":4321,
-                                               "updatedAt":"2024-05-01T10:00:00.250Z"})");
-  EXPECT_EQ(made.at("id"), "4321");
-  EXPECT_EQ(made.at("updatedAt"), "2024-05-01T10:00:00.250Z");
+  control("POST", path, R"({"name":"A","data":{"a":[]},"id":4321,"updatedAt":"2024-05-01T10:00:00.250Z"})");
   EXPECT_EQ(control("POST", path, R"({"name":"B","data":{}})").at("id"), "4322");
-  EXPECT_THAT(control("GET", path).at("sheets"), HasSubstr(R"("data":{"categories":[]})"));
+  EXPECT_EQ(control("GET", path).at("sheets/1/data"), R"({"a":[]})");
+  EXPECT_EQ(control("GET", path).at("sheets/1/updatedAt"), "2024-05-01T10:00:00.250Z");
   EXPECT_EQ(control("DELETE", path + "/4321").status, 200);
-  EXPECT_EQ(control("DELETE", path + "/4321").status, 404);
-  EXPECT_EQ(control("GET", "sheets/nobody").status, 404);
+  EXPECT_EQ(control("GET", path).at("sheets/1"), "");
   EXPECT_EQ(control("DELETE", "people/auth0%7Cdemo").status, 200);
+  EXPECT_EQ(control("GET", path).status, 404);
   EXPECT_EQ(control("GET", "people").body, R"({"people":[]})");
-  EXPECT_THROW(cloud.issueTokens(demo), Failure);
 }
 
 TEST_F(ControlTest, WhatArrivedIsRecordedWithoutItsToken) {
-  const std::string token = accessToken();
-  sendAs(token, {"POST", "/api/user/sheets?draft=1", {"X-Mark: here"}, "{\"a\":\"\xC3\xA9\"}"});
-  sendAs("x", {"POST", "/api/user/sheets", {}, "\xFF"});
+  sendAs(token, {"POST", sheets + "?draft=1", "{\"a\":\"\xC3\xA9\"}", {"X-Mark: here"}});
+  sendAs("x", {"POST", sheets, "\xFF"});
+  sendAs(token, {.path = sheets});
   const Reply reply = control("GET", "requests?method=POST&path=/api/user/sheets");
-  const JSONArray requests = reply.json().at("requests").as_array();
-  ASSERT_EQ(requests.size(), 2U);
-  const JSONMap& first = requests[0].as_object();
-  EXPECT_EQ(json::stringOr(first, "query"), "draft=1");
-  EXPECT_EQ(json::stringOr(first, "body"), "{\"a\":\"\xC3\xA9\"}");
-  EXPECT_EQ(json::stringOr(*json::object(first, "headers"), "X-Mark"), "here");
-  EXPECT_EQ(json::stringOr(*json::object(first, "headers"), "Authorization"), "Bearer " + tokenDigest(token));
-  EXPECT_EQ(json::stringOr(requests[1].as_object(), "bodyBase64"), "/w==");
+  EXPECT_EQ(reply.at("requests/0/query"), "draft=1");
+  EXPECT_EQ(reply.at("requests/0/body"), "{\"a\":\"\xC3\xA9\"}");
+  EXPECT_EQ(reply.at("requests/0/headers/X-Mark"), "here");
+  EXPECT_EQ(reply.at("requests/0/headers/Authorization"), "Bearer " + tokenDigest(token));
+  EXPECT_EQ(reply.at("requests/1/bodyBase64"), "/w==");
+  EXPECT_EQ(reply.at("requests/2"), "");
   EXPECT_EQ(reply.body.find(token), std::string::npos);
   control("DELETE", "requests");
   EXPECT_TRUE(cloud.requests().empty()) << "control requests themselves are not recorded";
-}
 
-TEST_F(ControlTest, TheRecordIsBounded) {
-  // One connection for all of them.
-  CURL* curl = curl_easy_init();
-  const std::string url = cloud.plainBase() + "/n";
-  curl_easy_setopt(curl, CURLOPT_URL, url.c_str());
-  curl_easy_setopt(curl, CURLOPT_NOBODY, 1L);
-  for (int i = 0; i < 1005; ++i) ASSERT_EQ(curl_easy_perform(curl), CURLE_OK);
-  curl_easy_cleanup(curl);
-  EXPECT_EQ(cloud.requests().size(), 1000U);
-  EXPECT_EQ(cloud.requests().front().number, 6);
+  RequestLog log;
+  for (int i = 0; i < 1005; ++i) log.record({.body = std::string(i == 1004 ? 2 << 20 : 1, 'x')}, now());
+  EXPECT_EQ(log.find({}).size(), 1000U);
+  EXPECT_EQ(log.find({}).front().number, 6);
+  EXPECT_EQ(log.find({}).back().body.size(), std::size_t{1} << 20);
 }
 
 TEST_F(ControlTest, WaitingEndsWithTheRequestThatWasWaitedForOrInTime) {
@@ -108,44 +52,76 @@ TEST_F(ControlTest, WaitingEndsWithTheRequestThatWasWaitedForOrInTime) {
                              [&] { return control("GET", "requests?path=/two&atLeast=2&timeoutMs=10000"); });
   for (int i = 0; i < 2; ++i) send({.path = "/two"});
   EXPECT_EQ(inProcess.get().size(), 2U);
-  EXPECT_EQ(overHTTP.get().json().at("requests").as_array().size(), 2U);
+  EXPECT_EQ(overHTTP.get().at("requests/1/path"), "/two");
   EXPECT_THROW(cloud.waitForRequests({.path = "/two"}, 3, std::chrono::milliseconds(20)), TimeoutFailure);
   const Reply late = control("GET", "requests?path=/two&atLeast=3&timeoutMs=20");
   EXPECT_EQ(late.status, 408);
   EXPECT_THAT(late.at("error"), HasSubstr("2 arrived"));
-  EXPECT_EQ(control("GET", "requests?atLeast=many").at("field"), "atLeast");
+  EXPECT_EQ(control("GET", "sleep?ms=1").at("slept"), "1");
 }
 
-TEST_F(ControlTest, HundredsOfSleepersWaitTogether) {
-  constexpr int sleepers = 300;
-  CURLM* multi = curl_multi_init();
-  std::vector<CURL*> handles;
-  const std::string url = cloud.plainBase() + "/__control/sleep?ms=500";
-  const auto start = std::chrono::steady_clock::now();
-  for (int i = 0; i < sleepers; ++i) {
-    CURL* curl = handles.emplace_back(curl_easy_init());
-    curl_easy_setopt(curl, CURLOPT_URL, url.c_str());
-    curl_easy_setopt(
-        curl, CURLOPT_WRITEFUNCTION,
-        +[](char*, std::size_t size, std::size_t count, void*) { return size * count; });
-    curl_multi_add_handle(multi, curl);
+TEST_F(ControlTest, EachFaultGoesWrongInItsOwnWay) {
+  const std::tuple<std::string, long, bool, std::string, std::size_t> cases[] = {
+      {R"("status":503)", 503, false, "", 0},
+      {R"("status":429,"body":"slow down")", 429, false, "slow down", 0},
+      {R"("status":200,"json":{"sheet":{}})", 200, false, R"({"sheet":{}})", 0},
+      {R"("status":302,"headers":{"Location":"https://127.0.0.1:1/"})", 302, false, "", 0},
+      {R"("garbage":true)", 200, false, "\xFF\xFE", 0},
+      {R"("status":500,"garbage":true)", 500, false, "\xFF\xFE", 0},
+      {R"("cut":"before")", 0, true, "", 0},
+      {R"("cut":"after")", 0, true, "", 1},
+      {R"("cut":"body")", 201, true, R"({"sheet":)", 1},
+      {R"("cut":"body","status":200,"body":"0123456789")", 200, true, "01234", 0},
+      {R"("delayMs":30)", 201, false, R"("success":true)", 1},
+  };
+  for (const auto& [fault, status, fails, body, made] : cases) {
+    ASSERT_EQ(control("POST", "faults", R"({"path":"/api/user/sheets",)" + fault + "}").status, 200);
+    const std::size_t before = cloud.sheets(demo).size();
+    const auto start = std::chrono::steady_clock::now();
+    const Reply reply = sendAs(token, create);
+    const auto took = std::chrono::steady_clock::now() - start;
+    EXPECT_EQ(reply.status, status) << fault;
+    EXPECT_EQ(reply.failed, fails) << fault;
+    EXPECT_THAT(reply.body, HasSubstr(body)) << fault;
+    EXPECT_EQ(cloud.sheets(demo).size() - before, made) << fault;
+    if (fault.starts_with("\"delay")) EXPECT_GE(took, std::chrono::milliseconds(30));
+    if (status == 302) EXPECT_THAT(reply.head, HasSubstr("Location: https://127.0.0.1:1/"));
+    EXPECT_TRUE(cloud.faults().empty()) << "one request uses it up";
   }
-  for (int running = 1; running > 0;) {
-    ASSERT_EQ(curl_multi_perform(multi, &running), CURLM_OK);
-    ASSERT_EQ(curl_multi_poll(multi, nullptr, 0, 1000, nullptr), CURLM_OK);
+  EXPECT_EQ(cloud.requests({.path = sheets}).size(), 11U) << "what goes wrong is recorded as well";
+}
+
+TEST_F(ControlTest, AFaultMeetsItsOwnRequestsAndNoOthersInTheOrderGiven) {
+  cloud.addFault({.path = "/api/user", .prefix = true, .method = "PUT", .status = 500});
+  cloud.addFault({.path = sheets, .times = 2, .status = 501});
+  const std::int64_t third = cloud.addFault({.path = "/", .prefix = true, .times = 9, .status = 502});
+  EXPECT_EQ(sendAs(token, create).status, 501);
+  EXPECT_EQ(sendAs(token, {"PUT", sheets + "/1"}).status, 500);
+  EXPECT_EQ(sendAs(token, {.path = sheets + "/1"}).status, 502);
+  EXPECT_EQ(sendAs(token, create).status, 501);
+  EXPECT_EQ(sendAs(token, create).status, 502);
+  EXPECT_EQ(control("GET", "faults").at("faults/0/times"), "7");
+  EXPECT_EQ(control("DELETE", "faults/" + std::to_string(third)).status, 200);
+  EXPECT_EQ(control("DELETE", "faults/" + std::to_string(third)).status, 404);
+  EXPECT_EQ(sendAs(token, create).status, 201);
+}
+
+TEST_F(ControlTest, AHeldRequestWaitsUntilItIsLetGoOrTheCloudStops) {
+  const std::function<void()> ends[] = {
+      [this] { cloud.release(); }, [this] { control("POST", "faults/release"); }, [this] { cloud.stop(); }};
+  for (const auto& end : ends) {
+    cloud.clearRequests();
+    cloud.addFault({.path = sheets, .times = 100, .hold = true});
+    const std::size_t before = cloud.sheets(demo).size();
+    std::vector<std::future<Reply>> held(100);
+    for (auto& each : held) each = std::async(std::launch::async, [&] { return sendAs(token, create); });
+    cloud.waitForRequests({.path = sheets}, 100);
+    EXPECT_EQ(cloud.sheets(demo).size(), before) << "the handler has not run";
+    end();
+    const bool stopped = &end == &ends[2];
+    for (auto& each : held) EXPECT_EQ(each.get().status, stopped ? 0 : 201);
   }
-  const auto took = std::chrono::steady_clock::now() - start;
-  int answered = 0;
-  for (CURL* curl : handles) {
-    long status = 0;
-    curl_easy_getinfo(curl, CURLINFO_RESPONSE_CODE, &status);
-    answered += status == 200 ? 1 : 0;
-    curl_multi_remove_handle(multi, curl);
-    curl_easy_cleanup(curl);
-  }
-  curl_multi_cleanup(multi);
-  EXPECT_EQ(answered, sleepers);
-  EXPECT_LT(took, std::chrono::seconds(30)) << "one after another they would take 150 seconds";
+  EXPECT_THROW(cloud.sheets(demo), Failure);
 }
 
 }  // namespace

@@ -120,7 +120,8 @@ TEST(Programs, CtlTellsTheStatusWithAndWithoutAnAgent) {
   EXPECT_EQ(post(spine.agent.port(), old, listTools).status, 401);
   EXPECT_EQ(post(spine.agent.port(), spine.token, listTools).status, 200);
   const auto block = parseJSONMap(runProgram("vorlanectl", {"client-config", "--http"}, environment).out);
-  EXPECT_EQ(block.at("mcpServers").at("vorlane").at("headers").at("Authorization").as_string(), "Bearer " + spine.token);
+  EXPECT_EQ(block.at("mcpServers").at("vorlane").at("headers").at("Authorization").as_string(),
+            "Bearer " + spine.token);
 }
 
 TEST(Programs, SpoiltFilesNeverKeepTheAgentFromStarting) {

@@ -4,6 +4,7 @@
 #include "base/tasks/Event.h"
 #include "base/tasks/Runtime.h"
 #include "base/tasks/Spawn.h"
+#include "base/tasks/Timing.h"
 #include "mcp/KeychainBearerStorage.h"
 #include "support/FakeUserDefaults.h"
 #include "support/FakeVault.h"

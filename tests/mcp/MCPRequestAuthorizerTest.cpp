@@ -11,6 +11,7 @@
 
 #include <gmock/gmock.h>
 
+#include <set>
 #include <thread>
 
 namespace vorlane {
@@ -24,12 +25,12 @@ AdminAccessRequirement asks(std::map<std::string, std::string> scope = {}, bool 
 
 /// A manager's snapshot with one grant, where some keys of either are replaced.
 std::string snapshotText(const JSONMap& changes = {}) {
-  constexpr std::string_view ofGrant[] = {"product", "section", "actions", "startsAt", "expiresAt", "scope"};
+  const std::set<std::string> ofGrant{"product", "section", "actions", "startsAt", "expiresAt", "scope"};
   JSONMap grant{{"product", "sceneward"}, {"section", "library"}, {"actions", {"view", "edit"}}};
   JSONMap snapshot = parseJSONMap(R"({"actorId":"ana","role":"manager","isOwner":false,"policyVersion":"3",)"
                                   R"("validUntil":"2026-03-01T12:00:00.500Z"})");
   for (const auto& [key, value] : changes) {
-    (std::ranges::find(ofGrant, key) != std::end(ofGrant) ? grant : snapshot)[key] = value;
+    (ofGrant.contains(key) ? grant : snapshot)[key] = value;
   }
   snapshot["grants"] = JSONArray({grant});
   return writeJSON(snapshot);
