@@ -16,7 +16,7 @@ usage() {
 [ $# -eq 0 ] || [ "$1" = --no-cloud ] || usage
 
 "$here/scripts/install-packages.sh" build
-[ -n "${VORLANE_NO_BUILD:-}" ] || "$here/scripts/build.sh" release vorlane-agent vorlanectl vorlane-devcloud
+"$here/scripts/build.sh" release vorlane-agent vorlanectl vorlane-devcloud
 
 if [ "${1:-}" = --no-cloud ]; then
   exec "$bin/vorlane-agent" --headless
@@ -41,9 +41,10 @@ finish() {
   trap - EXIT INT TERM
   [ ${#children[@]} -eq 0 ] || kill "${children[@]}" 2>/dev/null || true
   wait
-  exit 0
+  exit "$1"
 }
-trap finish EXIT INT TERM
+trap 'finish $?' EXIT
+trap 'finish 0' INT TERM
 
 # Waits until the command succeeds, ten seconds at most.
 until_true() {
@@ -55,6 +56,11 @@ until_true() {
   done
 }
 
+if [ "$("$bin/vorlanectl" status | sed -n 's/.*"running":\(true\).*/\1/p')" = true ]; then
+  echo "run.sh: the demo is running already" >&2
+  trap - EXIT
+  exit 1
+fi
 rm -f "$demo/cloud.out"
 "$bin/vorlane-devcloud" --dir "$demo/cloud" --port $cloud_port >"$demo/cloud.out" &
 children+=($!)
@@ -83,7 +89,8 @@ call() {
   curl -fsS --noproxy '*' "$endpoint" -H "Authorization: Bearer $token" -H 'Content-Type: application/json' -d "$1"
 }
 list='{"jsonrpc":"2.0","id":1,"method":"tools/call","params":{"name":"ledgerly_list_sheets"}}'
-if ! call "$list" | grep -q 'Night exterior'; then
+sheets=$(call "$list")
+if [[ $sheets != *'Night exterior'* ]]; then
   while read -r request; do call "$request" >/dev/null; done <"$here/packaging/demo-sheets.jsonl"
 fi
 
@@ -101,7 +108,7 @@ $("$bin/vorlanectl" client-config --http)
 
 From a shell:
 
-curl -s $endpoint -H 'Authorization: Bearer $token' -d '$list'
+curl -s --noproxy '*' $endpoint -H 'Authorization: Bearer $token' -d '$list'
 
 TXT
 wait -n || true

@@ -8,7 +8,8 @@ cd "$here"
 scripts/install-packages.sh build test
 export ASAN_OPTIONS=detect_stack_use_after_return=1:strict_string_checks=1
 export UBSAN_OPTIONS=print_stacktrace=1
-export TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1:suppressions=$here/tests/support/tsan.supp
+# Quoted within, since the path may hold spaces.
+export TSAN_OPTIONS="halt_on_error=1:second_deadlock_stack=1:suppressions='$here/tests/support/tsan.supp'"
 
 if [ $# -eq 0 ]; then
   # The concurrent tests once more, under ThreadSanitizer.

@@ -1,8 +1,8 @@
 // POST /rpc tools/call of ledgerly_list_sheets with ten sheets, against a bare Asio server that accepts,
 // reads, answers and closes, in the same run. Both serve 16 connections at a time from a process of its own;
 // the bare one sends an answer of the same size and knows nothing.
+#include "base/FileDescriptor.h"
 #include "bench/LocalAgent.h"
-#include "mcp/SocketDescriptor.h"
 
 #include <fmt/format.h>
 #include <boost/asio/buffer.hpp>
@@ -75,8 +75,8 @@ class BareServer {
   std::thread thread_;
 };
 
-SocketDescriptor connectTo(std::uint16_t port, int client) {
-  SocketDescriptor socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+FileDescriptor connectTo(std::uint16_t port, int client) {
+  FileDescriptor socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
   // An address of its own for each client: closed connections keep their port
   // pair for a minute, and one address would run out of them.
   const int yes = 1;

@@ -12,7 +12,8 @@ while read -r group package; do
 done < <(grep -v '^#' "$here/packaging/packages.txt")
 
 missing=()
-installed=" $(dpkg-query -W -f '${db:Status-Abbrev}|${Package}\n' "${wanted[@]}" 2>/dev/null | sed -n 's/^ii *|//p' | tr '\n' ' ')"
+# dpkg-query fails when it has never heard of one of them, which is the usual case here.
+installed=" $({ dpkg-query -W -f '${db:Status-Abbrev}|${Package}\n' "${wanted[@]}" 2>/dev/null || true; } | sed -n 's/^ii *|//p' | tr '\n' ' ')"
 for package in "${wanted[@]}"; do
   case "$installed" in *" $package "*) ;; *) missing+=("$package") ;; esac
 done

@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 
@@ -109,7 +110,7 @@ Date now() {
 }
 
 std::string storageText(Date date) {
-  const auto [day, time] = split(date);
+  const auto [day, time] = split(storageRounded(date));
   return fmt::format("{:04}-{:02}-{:02} {:02}:{:02}:{:02}.{:03}", int(day.year()), unsigned(day.month()),
                      unsigned(day.day()), time.hours().count(), time.minutes().count(),
                      time.seconds().count(), time.subseconds().count() / 1000);
@@ -131,7 +132,10 @@ std::optional<Date> dateFromStorage(std::string_view text) {
 }
 
 Date storageRounded(Date date) {
-  return floor<milliseconds>(date);
+  // What lies beyond the four digits of a year would not be read back.
+  constexpr Date first = sys_days(year(1) / January / 1);
+  constexpr Date last = sys_days(year(10000) / January / 1) - milliseconds(1);
+  return floor<milliseconds>(std::clamp(date, first, last));
 }
 
 std::string iso8601Text(Date date) {

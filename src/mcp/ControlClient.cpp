@@ -1,9 +1,9 @@
 #include "mcp/ControlClient.h"
 
 #include "base/Failure.h"
+#include "base/FileDescriptor.h"
 #include "mcp/ControlSocket.h"
 #include "mcp/JSONRPCCodec.h"
-#include "mcp/SocketDescriptor.h"
 
 #include <fmt/format.h>
 
@@ -82,7 +82,7 @@ class Exchange {
 
   const std::string path_;
   const Clock::time_point deadline_;
-  const SocketDescriptor socket_;
+  const FileDescriptor socket_;
 };
 
 }  // namespace

@@ -52,13 +52,13 @@ void removeStaleSocket(const std::string& path) {
   if (::unlink(path.c_str()) != 0) throw Failure(withErrno("cannot remove the old socket at " + path, errno));
 }
 
-SocketDescriptor listenAt(const std::string& path) {
+FileDescriptor listenAt(const std::string& path) {
   auto address = controlAddress(path);
   removeStaleSocket(path);
   const auto require = [&](int result) {
     if (result < 0) throw Failure(withErrno("cannot listen at " + path, errno));
   };
-  SocketDescriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+  FileDescriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
   require(socket.get());
   // The file that bind makes takes the socket's own mode, so there is no moment
   // in which others could connect.
@@ -151,7 +151,7 @@ Task<> serve(std::shared_ptr<const ControlSettings> settings, SharedSocket socke
 }
 
 /// Tells the client in one attempt; it has just connected, so there is room.
-void turnAway(const SocketDescriptor& socket, std::size_t limit) {
+void turnAway(const FileDescriptor& socket, std::size_t limit) {
   const auto line = lineOf(refusal(fmt::format("all {} connections are in use", limit)));
   const auto sent = ::send(socket.get(), line.data(), line.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
   static_cast<void>(sent);
@@ -177,7 +177,7 @@ void ControlServer::start() {
   auto listening = listenAt(path_);
   connections_ = std::make_shared<TaskGroup>();
   auto accept = [io = io_, settings = settings_,
-                 weak = std::weak_ptr<TaskGroup>(connections_)](SocketDescriptor accepted) {
+                 weak = std::weak_ptr<TaskGroup>(connections_)](FileDescriptor accepted) {
     const auto connections = weak.lock();
     if (!connections) return;
     if (connections->size() >= settings->limits.connections) {

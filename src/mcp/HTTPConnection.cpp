@@ -41,7 +41,7 @@ ssize_t receive(int descriptor) {
 
 }  // namespace
 
-HTTPConnection::HTTPConnection(Executor io, SocketDescriptor socket, std::shared_ptr<OpenCount> open,
+HTTPConnection::HTTPConnection(Executor io, FileDescriptor socket, std::shared_ptr<OpenCount> open,
                                std::shared_ptr<const Handler> handler)
     : io_(std::move(io)), open_(std::move(open)), handler_(std::move(handler)), socket_(std::move(socket)) {
   ++*open_;

@@ -1,9 +1,9 @@
 #pragma once
 
+#include "base/FileDescriptor.h"
 #include "base/tasks/Task.h"
 #include "mcp/HTTPMessage.h"
 #include "mcp/HTTPRequestParser.h"
-#include "mcp/SocketDescriptor.h"
 
 #include <boost/asio/posix/stream_descriptor.hpp>
 #include <boost/asio/steady_timer.hpp>
@@ -30,7 +30,7 @@ class HTTPConnection : public std::enable_shared_from_this<HTTPConnection> {
   using Handler = std::function<void(std::shared_ptr<HTTPConnection>, HTTPRequest)>;
 
   /// `io` is run by one thread. `socket` is connected and non-blocking.
-  HTTPConnection(Executor io, SocketDescriptor socket, std::shared_ptr<OpenCount> open,
+  HTTPConnection(Executor io, FileDescriptor socket, std::shared_ptr<OpenCount> open,
                  std::shared_ptr<const Handler> handler);
   ~HTTPConnection();
   HTTPConnection(const HTTPConnection&) = delete;
@@ -58,7 +58,7 @@ class HTTPConnection : public std::enable_shared_from_this<HTTPConnection> {
   const Executor io_;
   const std::shared_ptr<OpenCount> open_;
   const std::shared_ptr<const Handler> handler_;
-  SocketDescriptor socket_;
+  FileDescriptor socket_;
   /// Owns the socket from the first time on that the client has to be waited for.
   std::optional<boost::asio::posix::stream_descriptor> waiting_;
   HTTPRequestParser parser_;

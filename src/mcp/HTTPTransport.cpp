@@ -22,11 +22,11 @@ sockaddr_in loopback(std::uint16_t port) {
 }
 
 /// Listens on 127.0.0.1 and puts the real port into `port`.
-SocketDescriptor listenOnLoopback(std::uint16_t& port) {
+FileDescriptor listenOnLoopback(std::uint16_t& port) {
   const auto require = [&](int result) {
     if (result < 0) throw Failure(withErrno(fmt::format("cannot listen on 127.0.0.1:{}", port), errno));
   };
-  SocketDescriptor socket(::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+  FileDescriptor socket(::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
   require(socket.get());
   // Connections that the last listener has closed do not keep the port. It does
   // not let two listeners share it.
@@ -69,7 +69,7 @@ void HTTPTransport::start() {
         if (const auto self = weak.lock()) self->serve(std::move(connection), std::move(request));
       });
   listener_ =
-      std::make_shared<Listener>(io_, std::move(socket), "mcp: HTTP", [weak](SocketDescriptor accepted) {
+      std::make_shared<Listener>(io_, std::move(socket), "mcp: HTTP", [weak](FileDescriptor accepted) {
         if (const auto self = weak.lock()) self->accept(std::move(accepted));
       });
   listener_->start();
@@ -79,7 +79,7 @@ void HTTPTransport::stop() {
   if (listener_) listener_->close();
 }
 
-void HTTPTransport::accept(SocketDescriptor socket) {
+void HTTPTransport::accept(FileDescriptor socket) {
   std::make_shared<HTTPConnection>(io_, std::move(socket), open_, handler_)->read();
 }
 

@@ -49,7 +49,7 @@ class HTTPTransport : public std::enable_shared_from_this<HTTPTransport> {
   std::size_t activeConnections() const { return *open_; }
 
  private:
-  void accept(SocketDescriptor socket);
+  void accept(FileDescriptor socket);
   void serve(std::shared_ptr<HTTPConnection> connection, HTTPRequest request);
 
   std::uint16_t port_;

@@ -16,8 +16,8 @@ namespace {
 constexpr int batch = 32;
 constexpr std::chrono::milliseconds pauseLength{100};
 
-SocketDescriptor openReserve() {
-  return SocketDescriptor(::open("/dev/null", O_RDONLY | O_CLOEXEC));
+FileDescriptor openReserve() {
+  return FileDescriptor(::open("/dev/null", O_RDONLY | O_CLOEXEC));
 }
 
 /// The connection was gone before it was taken; the next one may be well.
@@ -41,7 +41,7 @@ bool concernsOneConnection(int error) {
 
 }  // namespace
 
-Listener::Listener(Executor io, SocketDescriptor socket, std::string name, Accepted accepted)
+Listener::Listener(Executor io, FileDescriptor socket, std::string name, Accepted accepted)
     : name_(std::move(name)),
       accepted_(std::move(accepted)),
       socket_(io, socket.get()),
@@ -73,7 +73,7 @@ void Listener::wait() {
 
 void Listener::acceptWaiting() {
   for (int count = 0; count < batch; ++count) {
-    SocketDescriptor connection;
+    FileDescriptor connection;
     const auto step = acceptOne(connection);
     if (step == Step::again) continue;
     if (step != Step::accepted) return;
@@ -88,7 +88,7 @@ void Listener::acceptWaiting() {
   wait();
 }
 
-Listener::Step Listener::acceptOne(SocketDescriptor& connection) {
+Listener::Step Listener::acceptOne(FileDescriptor& connection) {
   const std::scoped_lock hold(lock_);
   if (!socket_.is_open()) return Step::closed;
   connection.reset(::accept4(socket_.native_handle(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));

@@ -1,7 +1,7 @@
 #pragma once
 
+#include "base/FileDescriptor.h"
 #include "base/tasks/Task.h"
-#include "mcp/SocketDescriptor.h"
 
 #include <boost/asio/posix/stream_descriptor.hpp>
 #include <boost/asio/steady_timer.hpp>
@@ -20,10 +20,10 @@ namespace vorlane {
 class Listener : public std::enable_shared_from_this<Listener> {
  public:
   /// Takes a connected, non-blocking, close-on-exec socket, on `io`.
-  using Accepted = std::function<void(SocketDescriptor)>;
+  using Accepted = std::function<void(FileDescriptor)>;
 
   /// `socket` is bound, listening and non-blocking. `name` stands in the log.
-  Listener(Executor io, SocketDescriptor socket, std::string name, Accepted accepted);
+  Listener(Executor io, FileDescriptor socket, std::string name, Accepted accepted);
 
   void start();
   /// From any thread. On return the socket is closed, and its address is free.
@@ -32,7 +32,7 @@ class Listener : public std::enable_shared_from_this<Listener> {
  private:
   enum class Step { accepted, again, waits, paused, closed };
 
-  Step acceptOne(SocketDescriptor& connection);
+  Step acceptOne(FileDescriptor& connection);
   void acceptWaiting();
   void wait();
   void pause(int reason);
@@ -46,7 +46,7 @@ class Listener : public std::enable_shared_from_this<Listener> {
   /// From the first failure for want of room until the kernel's queue is empty again.
   bool pausing_ = false;
   /// Given up for the moment that the log needs to open its file.
-  SocketDescriptor reserve_;
+  FileDescriptor reserve_;
 };
 
 }  // namespace vorlane

@@ -24,34 +24,33 @@ constexpr char version[] = "0.1.0";
 /// How long a second start waits for an agent that is just coming up.
 constexpr std::chrono::seconds handOverPatience{10};
 
-void complain(const std::string& text) {
-  fmt::print(stderr, "vorlane-agent: {}\n", text);
+/// The agent of this container is another process: it is handed what this one was
+/// started for. False when it does not listen, or not yet. Throws Failure when
+/// there is nothing to hand over.
+bool handedOver(const AgentCommandLine& line, const Places& places) {
+  if (line.urls.empty() && line.headless) {
+    throw Failure("an agent is already running for " + *places.container);
+  }
+  try {
+    requestFromAgent(places.controlSocket(), line.urls.empty() ? showPanelRequest() : openRequest(line.urls));
+    return true;
+  } catch (const ControlClient::NobodyListens&) {
+    return false;
+  }
 }
 
-/// The agent of this container is another process: it is handed what this one
-/// was started for. Returns the exit code.
-int handOver(const AgentCommandLine& line, const Places& places) {
-  if (line.urls.empty() && line.headless) {
-    complain("an agent is already running for " + *places.container);
-    return 1;
-  }
-  const auto request = line.urls.empty() ? showPanelRequest() : openRequest(line.urls);
+/// Takes the instance lock, or hands over to the agent that holds it: then nothing.
+/// That agent may be just coming up, or just ending, so both are tried for a while.
+std::optional<InstanceLock> lockOrHandOver(const AgentCommandLine& line, const Places& places) {
+  if (line.relaunch) return InstanceLock::acquire(places.instanceLock());
   for (const auto end = std::chrono::steady_clock::now() + handOverPatience;;) {
-    try {
-      requestFromAgent(places.controlSocket(), request);
-      return 0;
-    } catch (const ControlClient::NobodyListens&) {
-      // It holds the lock and has not opened its socket yet.
-      if (std::chrono::steady_clock::now() > end) throw;
+    if (auto lock = InstanceLock::tryAcquire(places.instanceLock())) return lock;
+    if (handedOver(line, places)) return std::nullopt;
+    if (std::chrono::steady_clock::now() > end) {
+      throw Failure("the agent that holds " + places.instanceLock() + " does not answer");
     }
     std::this_thread::sleep_for(std::chrono::milliseconds(50));
   }
-}
-
-/// Takes the instance lock; nothing when another agent holds it.
-std::optional<InstanceLock> takeLock(const AgentCommandLine& line, const Places& places) {
-  if (line.relaunch) return InstanceLock::acquire(places.instanceLock());
-  return InstanceLock::tryAcquire(places.instanceLock());
 }
 
 void leaveWordForLaunchers(const Places& places) {
@@ -94,6 +93,7 @@ int run(const std::vector<std::string>& arguments, const char* programPath) {
   const auto places = Places::resolve(line.places, processEnvironment());
   requireKnownVault(places);
   setUpProcess(places, programPath);
+  endAtOnceOnTermination();
   Deployment deployment;
   try {
     deployment = Deployment::load(places.deployment, places.deploymentNamed);
@@ -103,11 +103,10 @@ int run(const std::vector<std::string>& arguments, const char* programPath) {
 
   std::optional<InstanceLock> lock;
   if (containerForAppGroup(places, appGroupIdentifier)) {
-    lock = takeLock(line, places);
-    if (!lock) return handOver(line, places);
+    lock = lockOrHandOver(line, places);
+    if (!lock) return 0;
     leaveWordForLaunchers(places);
   }
-  endAtOnceOnTermination();
   if (!line.headless) shellLog("the desktop interface is not installed; running without it");
   return serve({.places = places, .deployment = std::move(deployment), .port = line.port, .urls = line.urls});
 }
@@ -116,13 +115,5 @@ int run(const std::vector<std::string>& arguments, const char* programPath) {
 }  // namespace vorlane
 
 int main(int count, char** words) {
-  try {
-    return vorlane::run({words + 1, words + count}, words[0]);
-  } catch (const vorlane::UsageFailure& failure) {
-    vorlane::complain(failure.description());
-    return 2;
-  } catch (const std::exception& error) {
-    vorlane::complain(vorlane::describe(error));
-    return 1;
-  }
+  return vorlane::runProgram("vorlane-agent", count, words, vorlane::run);
 }

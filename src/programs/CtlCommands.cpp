@@ -12,6 +12,8 @@
 
 #include <fmt/format.h>
 
+#include <unistd.h>
+
 #include <cstdio>
 #include <filesystem>
 #include <semaphore>
@@ -55,12 +57,11 @@ std::string status(const Context& context) {
   if (const auto live = statusOfAgent(context.places)) return writeJSON(*live);
   Runtime runtime;
   const AccountServices account(context.places, context.deployment, runtime.io(), runtime.concurrent());
-  auto report = accountStatus(context.places, account);
+  std::shared_ptr<AgentStore> store;
   if (std::filesystem::exists(context.places.database())) {
-    const auto store = AgentStore::open(context.places, appGroupIdentifier);
-    addPendingCounts(report, store, account.session->currentUser());
+    store = AgentStore::open(context.places, appGroupIdentifier);
   }
-  return writeJSON(report);
+  return writeJSON(accountStatus(context.places, account, std::move(store)));
 }
 
 std::string bearerToken(const Context& context, bool regenerate) {
@@ -97,8 +98,9 @@ std::string signal(const Context& context) {
     return line;
   }
   const auto observation = signals->observe(words[1], [&line] {
-    fmt::print("{}\n", line);
-    std::fflush(stdout);
+    std::fputs((line + "\n").c_str(), stdout);
+    // Nobody reads any more.
+    if (std::fflush(stdout) != 0) ::_exit(1);
   });
   // Until somebody ends the program.
   std::binary_semaphore(0).acquire();

@@ -5,6 +5,7 @@
 
 #include <fmt/format.h>
 
+#include <cerrno>
 #include <cstdio>
 
 namespace vorlane {
@@ -28,25 +29,14 @@ int run(std::vector<std::string> arguments, const char* programPath) {
   } catch (const Failure& failure) {
     throw UsageFailure(failure.description());
   }
-  fmt::print("{}\n", ctl::run(arguments[0], context));
+  std::fputs((ctl::run(arguments[0], context) + "\n").c_str(), stdout);
+  if (std::fflush(stdout) != 0) throw Failure(withErrno("the answer could not be written", errno));
   return 0;
-}
-
-void complain(const std::string& text) {
-  fmt::print(stderr, "vorlanectl: {}\n", text);
 }
 
 }  // namespace
 }  // namespace vorlane
 
 int main(int count, char** words) {
-  try {
-    return vorlane::run({words + 1, words + count}, words[0]);
-  } catch (const vorlane::UsageFailure& failure) {
-    vorlane::complain(failure.description());
-    return 2;
-  } catch (const std::exception& error) {
-    vorlane::complain(vorlane::describe(error));
-    return 1;
-  }
+  return vorlane::runProgram("vorlanectl", count, words, vorlane::run);
 }

@@ -9,6 +9,7 @@ namespace {
 
 std::shared_ptr<SecretVault> vaultFor(const Places& places) {
   if (places.container || places.vault == VaultKind::secretService) return makeVault(places);
+  if (places.vault == VaultKind::file) return makePlacelessVault();
   if (auto keyring = makeSecretServiceVault()) return keyring;
   return makePlacelessVault();
 }

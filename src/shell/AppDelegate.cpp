@@ -124,8 +124,7 @@ void AppDelegate::applicationOpen(const std::vector<std::string>& urls) {
 }
 
 JSONMap AppDelegate::status() const {
-  auto status = accountStatus(settings_.places, account_);
-  if (store_) addPendingCounts(status, store_, account_.session->currentUser());
+  auto status = accountStatus(settings_.places, account_, store_);
   status["running"] = true;
   status["serving"] = lifecycle_.isServing();
   if (const auto port = lifecycle_.httpPort())

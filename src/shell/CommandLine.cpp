@@ -1,6 +1,9 @@
 #include "shell/CommandLine.h"
 
+#include <fmt/format.h>
+
 #include <charconv>
+#include <cstdio>
 #include <deque>
 #include <optional>
 
@@ -108,6 +111,20 @@ PlaceOptions takePlaceOptions(std::vector<std::string>& arguments) {
   }
   arguments = words.rest();
   return places;
+}
+
+int runProgram(const char* name, int count, char** words,
+               const std::function<int(std::vector<std::string> arguments, const char* programPath)>& work) {
+  const auto complain = [name](const std::string& text) { fmt::print(stderr, "{}: {}\n", name, text); };
+  try {
+    return work({words + 1, words + count}, words[0]);
+  } catch (const UsageFailure& failure) {
+    complain(failure.description());
+    return 2;
+  } catch (const std::exception& error) {
+    complain(describe(error));
+    return 1;
+  }
 }
 
 void requireKnownVault(const Places& places) {

@@ -4,6 +4,7 @@
 #include "base/places/Places.h"
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -37,5 +38,11 @@ PlaceOptions takePlaceOptions(std::vector<std::string>& arguments);
 
 /// The place that `places` could not make sense of, as a failure; else nothing happens.
 void requireKnownVault(const Places& places);
+
+/// The frame of each program's main: runs `work` with the words behind the
+/// program's own, and ends with its exit code. What it throws becomes one line on
+/// standard error, "NAME: TEXT", and exit 2 (usage) or 1 (anything else).
+int runProgram(const char* name, int count, char** words,
+               const std::function<int(std::vector<std::string> arguments, const char* programPath)>& work);
 
 }  // namespace vorlane

@@ -104,10 +104,15 @@ std::shared_ptr<PendingWrite> DatabasePool::queue(const std::shared_ptr<Core>& c
   auto write = std::make_shared<PendingWrite>(std::move(work));
   // The piece holds the core, so that no write is dropped when the last of the
   // store's users goes meanwhile.
-  core->thread.post([core, write] {
+  try {
+    core->thread.post([core, write] {
+      core->waiting.fetch_sub(1);
+      core->perform(*write);
+    });
+  } catch (...) {
     core->waiting.fetch_sub(1);
-    core->perform(*write);
-  });
+    throw;
+  }
   return write;
 }
 

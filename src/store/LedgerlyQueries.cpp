@@ -97,6 +97,17 @@ std::vector<LedgerlySheetRow> LedgerlyQueries::pendingPush(const std::string& ow
   });
 }
 
+std::int64_t LedgerlyQueries::pendingCount(const std::string& ownerID) const {
+  // The stored form of a date sorts as the dates do.
+  return store_->dbWriter().read([&](Database& database) {
+    return database.fetchCount(
+        "SELECT COUNT(*) FROM ledgerly_sheets WHERE owner_id = ? AND (synced_at IS NULL OR updated_at > "
+        "synced_at) "
+        "AND (push_blocked_at IS NULL OR updated_at > push_blocked_at)",
+        ownerID);
+  });
+}
+
 Task<> LedgerlyQueries::save(LedgerlySheetRow row) const {
   return store_->dbWriter().writeAsync([queries = *this, row = std::move(row)](Database& database) {
     database.saveRecord(row);

@@ -43,6 +43,8 @@ class LedgerlyQueries {
   /// What the cloud has to be sent, the oldest edit first: dirty rows that it has
   /// not refused since their last edit.
   std::vector<LedgerlySheetRow> pendingPush(const std::string& ownerID) const;
+  /// How many those are, without reading a document.
+  std::int64_t pendingCount(const std::string& ownerID) const;
 
   /// Inserts the row or updates the one of its id.
   Task<> save(LedgerlySheetRow row) const;

@@ -21,7 +21,6 @@ TEST_F(ControlTest, SheetsCanBePutListedAndDeletedForAPerson) {
   EXPECT_EQ(control("GET", path).at("sheets/1"), "");
   EXPECT_EQ(control("DELETE", "people/auth0%7Cdemo").status, 200);
   EXPECT_EQ(control("GET", path).status, 404);
-  EXPECT_EQ(control("GET", "people").body, R"({"people":[]})");
 }
 
 TEST_F(ControlTest, WhatArrivedIsRecordedWithoutItsToken) {
@@ -67,7 +66,6 @@ TEST_F(ControlTest, EachFaultGoesWrongInItsOwnWay) {
       {R"("status":200,"json":{"sheet":{}})", 200, false, R"({"sheet":{}})", 0},
       {R"("status":302,"headers":{"Location":"https://127.0.0.1:1/"})", 302, false, "", 0},
       {R"("garbage":true)", 200, false, "\xFF\xFE", 0},
-      {R"("status":500,"garbage":true)", 500, false, "\xFF\xFE", 0},
       {R"("cut":"before")", 0, true, "", 0},
       {R"("cut":"after")", 0, true, "", 1},
       {R"("cut":"body")", 201, true, R"({"sheet":)", 1},
@@ -88,7 +86,7 @@ TEST_F(ControlTest, EachFaultGoesWrongInItsOwnWay) {
     if (status == 302) EXPECT_THAT(reply.head, HasSubstr("Location: https://127.0.0.1:1/"));
     EXPECT_TRUE(cloud.faults().empty()) << "one request uses it up";
   }
-  EXPECT_EQ(cloud.requests({.path = sheets}).size(), 11U) << "what goes wrong is recorded as well";
+  EXPECT_EQ(cloud.requests({.path = sheets}).size(), 10U) << "what goes wrong is recorded as well";
 }
 
 TEST_F(ControlTest, AFaultMeetsItsOwnRequestsAndNoOthersInTheOrderGiven) {

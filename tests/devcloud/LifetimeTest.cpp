@@ -42,8 +42,7 @@ TEST_F(LifetimeTest, WhatStandsInTheWayOfAStartIsNamed) {
               failsNaming(std::to_string(cloud.port())));
   const fs::path other = folder / "d";
   fs::create_directories(other);
-  for (const char* bad : {"{", "{}", R"({"people":[1],"refreshTokens":[],"sheets":{}})",
-                          R"({"people":[{"sub":"x","odd":1}],"refreshTokens":[],"sheets":{}})"}) {
+  for (const char* bad : {"{", R"({"people":[{"sub":"x","odd":1}],"refreshTokens":[],"sheets":{}})"}) {
     replaceFile(other / "state.json", bad, 0600);
     EXPECT_THAT(starting({.directory = other}), failsNaming("state.json cannot be read")) << bad;
     EXPECT_EQ(readFile(other / "state.json").value(), bad) << "nothing is lost";
@@ -53,7 +52,6 @@ TEST_F(LifetimeTest, WhatStandsInTheWayOfAStartIsNamed) {
 TEST_F(LifetimeTest, TheProgramEndsWithZeroAtASignalWithOneWhenItCannotStartAndWithTwoOtherwise) {
   const std::tuple<std::string, int, std::string> cases[] = {
       {"", 2, "--dir is missing"},
-      {"--dir", 2, "--dir needs a value"},
       {"--dir x --port 70000", 2, "not \"70000\""},
       {"--dir x --colour red", 2, "unknown option \"--colour\""},
       {"--dir /dev/null/x --port 0", 1, "cannot make /dev/null/x"},

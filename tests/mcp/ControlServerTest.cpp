@@ -7,8 +7,6 @@
 
 #include <gmock/gmock.h>
 
-#include <sys/stat.h>
-
 #include <filesystem>
 #include <fstream>
 
@@ -65,10 +63,8 @@ TEST_F(ControlServerTest, AnswersEachLineAndSaysWhatIsWrongWithIt) {
 TEST_F(ControlServerTest, BoundsLinesConnectionsSilenceAndHandling) {
   start({.connections = 2});
   RawClient endless(path_);
-  endless.send(std::string(controlLineLimit + 16 * 1024, ' '));
+  endless.send(std::string(controlLineLimit + 1, ' '));
   EXPECT_EQ(endless.receiveAll(), "{\"error\":\"a line may have 1048576 bytes at most\",\"ok\":false}\n");
-  EXPECT_EQ(request({{"command", std::string(controlLineLimit, 'x')}}),
-            "the message is longer than 1048576 bytes");
   ASSERT_TRUE(eventually([&] { return echo() == R"({"command":"echo","ok":true})"; }));
   const RawClient first(path_), second(path_);
   ASSERT_TRUE(eventually([&] { return echo() == R"({"error":"all 2 connections are in use","ok":false})"; }));
@@ -81,21 +77,17 @@ TEST_F(ControlServerTest, BoundsLinesConnectionsSilenceAndHandling) {
 TEST_F(ControlServerTest, ClearsAStaleSocketButNothingElseAndLeavesNoFile) {
   {
     auto crashed = controlAddress(path_);
-    const SocketDescriptor left(::socket(AF_UNIX, SOCK_STREAM, 0));
+    const FileDescriptor left(::socket(AF_UNIX, SOCK_STREAM, 0));
     ASSERT_EQ(::bind(left.get(), reinterpret_cast<sockaddr*>(&crashed), sizeof crashed), 0);
   }
   EXPECT_EQ(echo(), "no agent is listening at " + path_);
   start();
-  struct stat status{};
-  EXPECT_EQ(::stat(path_.c_str(), &status), 0);
-  EXPECT_EQ(status.st_mode & 0777U, 0600U);
+  EXPECT_EQ(std::filesystem::status(path_).permissions(), std::filesystem::perms(0600));
   // What is connected when the server stops sees the end.
-  RawClient open(path_), busy(path_);
-  busy.send("{\"command\":\"hang\"}\n");
+  RawClient open(path_);
   EXPECT_EQ(echo(), R"({"command":"echo","ok":true})");
   server_->stop();
   EXPECT_EQ(open.receiveAll(), "");
-  EXPECT_THAT(busy.receiveAll(), testing::Not(testing::HasSubstr("{")));
   EXPECT_FALSE(std::filesystem::exists(path_));
 
   std::ofstream(path_) << "precious";

@@ -5,7 +5,10 @@
 #include "base/tasks/Runtime.h"
 #include "mcp/HTTPRequestParser.h"
 #include "mcp/KeychainBearerStorage.h"
+#include "mcp/MCPLifecycle.h"
+#include "support/FakeUserDefaults.h"
 #include "support/FakeVault.h"
+#include "support/LogRecorder.h"
 
 #include <gmock/gmock.h>
 
@@ -20,20 +23,19 @@ namespace vorlane {
 namespace {
 
 using namespace std::string_literals;
+using ::testing::ElementsAre;
 
 constexpr int callers = 200;
 const std::string secret(64, 'a');
 const std::string bearer = "Authorization: Bearer " + secret + "\r\n";
 
-/// Tells what it was handed; "/render/STATUS" gives that status, and "/render/meet"
-/// answers when so many callers have come.
+/// Tells what it was handed, "/render/STATUS" with that status, "/render/meet" when all callers have come.
 struct TestRoutes : RenderHTTPRoutes {
   Task<RenderHTTPResponse> handle(std::string method, std::string path, HTTPHeaders headers,
                                   std::string body) override {
     if (path == "/render/throw") throw Failure("the queue is gone");
-    const bool meets = path == "/render/meet";
-    if (meets && ++come == callers) all.set();
-    if (meets) co_await all.wait();
+    if (path == "/render/meet" && ++come == callers) all.set();
+    if (path == "/render/meet") co_await all.wait();
     const auto status = path.size() == 11 ? std::stoi(path.substr(8)) : 200;
     co_return RenderHTTPResponse{status, {{"X-B", headers["origin"]}, {"A", method}}, path + body};
   }
@@ -66,84 +68,96 @@ std::string answer(std::string_view status, std::string_view headers, std::strin
 const std::string notFound = answer("404 Not Found", "Content-Type: text/plain\r\n", "not found");
 const std::string unauthorized = answer("401 Unauthorized", "Content-Type: text/plain\r\n", "unauthorized");
 
+struct WaitingModule : ToolModule {
+  std::string toolNamespace() const override { return "t"; }
+  std::vector<ToolDefinition> tools() const override {
+    return {{"t_wait", "", {}, [this](JSONMap, Identity) { return wait(); }, nullptr}};
+  }
+  Task<JSONMap> wait() const {
+    begun = true;
+    co_await finish.wait();
+    co_return JSONMap();
+  }
+  mutable std::atomic<bool> begun = false;
+  mutable Event finish;
+};
+
 class HTTPTransportTest : public ::testing::Test {
  protected:
-  std::shared_ptr<HTTPTransport> start(std::uint16_t port = 0) {
-    auto transport = std::make_shared<HTTPTransport>(
-        std::make_shared<MCPServer>(nullptr, MCPServerRights()),
-        std::make_shared<AgentBearerStore>(std::make_shared<KeychainBearerStorage>(vault_)), port,
-        runtime_.io(), runtime_.concurrent());
-    transport->setRenderRoutes(std::make_shared<TestRoutes>());
-    transport->start();
-    return transport;
+  HTTPTransportTest() {
+    limitDescriptors();
+    const auto vault = std::make_shared<testing::FakeVault>();
+    vault->plant({"com.vorlane.agent.mcp", "bearer-token"}, secret);
+    environment.bearerStore =
+        std::make_shared<AgentBearerStore>(std::make_shared<KeychainBearerStorage>(vault));
+    environment.gate = gate;
+    environment.currentUser = [] { return std::optional<std::string>("ana"); };
+    environment.log = log.log();
+    environment.accountGeneration = [this] { return generation.load(); };
+    environment.registerModules = [this](const auto& registry) { registry->registerModule(module); };
+    environment.makeRenderRoutes = [] { return std::make_shared<TestRoutes>(); };
+    environment.port = 0;
+    environment.io = runtime.io();
+    environment.concurrent = runtime.concurrent();
+    gate->set(true, "ana");
+    lifecycle.start(environment);
   }
+
   RawClient send(std::string_view bytes) {
-    RawClient client(transport_->port());
+    RawClient client(lifecycle.httpPort().value());
     client.send(bytes);
     return client;
   }
   bool serves() { return succeeded(send(echo)); }
   static bool succeeded(RawClient client) { return client.receiveAll().starts_with("HTTP/1.1 200 OK"); }
-  bool comesToHold(std::size_t connections) {
-    return eventually([&] { return transport_->activeConnections() == connections; });
+  bool comesToHold(int connections) {
+    return eventually([&] { return lifecycle.statusSnapshot().activeConnectionCount == connections; });
   }
 
-  void SetUp() override {
-    limitDescriptors();
-    vault_->plant({"com.vorlane.agent.mcp", "bearer-token"}, secret);
-    transport_ = start();
-  }
-
-  Runtime runtime_;
-  std::shared_ptr<testing::FakeVault> vault_ = std::make_shared<testing::FakeVault>();
-  std::shared_ptr<HTTPTransport> transport_;
+  Runtime runtime;
+  testing::LogRecorder log;
+  std::shared_ptr<WaitingModule> module = std::make_shared<WaitingModule>();
+  std::shared_ptr<AccessGate> gate =
+      std::make_shared<AccessGate>(std::make_shared<testing::FakeUserDefaults>());
+  std::atomic<std::uint64_t> generation = 1;
+  MCPLifecycle::Environment environment;
+  MCPLifecycle lifecycle;
 };
 
 TEST_F(HTTPTransportTest, AnswersEachRequestToTheByte) {
-  const auto json = [](std::string_view status, std::string_view body) {
-    return answer(status, "Content-Type: application/json\r\n", body);
-  };
+  const auto* json = "Content-Type: application/json\r\n";
   const std::pair<std::string, std::string> cases[] = {
       {request("GET /rpc", bearer, ""), notFound},
       {"post /rpc HTTP/1.1\r\n\r\n", notFound},
       {"POST /rpc?x=1 HTTP/1.1\r\n\r\n", notFound},
-      {"GET /renderx HTTP/1.1\r\n\r\n", notFound},
       {"POST /rpc HTTP/1.1\r\n\r\n", unauthorized},
       {request("POST /rpc", "Authorization: bearer " + secret + "\r\n", "{}"), unauthorized},
-      {request("POST /rpc", "Authorization: Bearer " + secret + "b\r\n", "{}"), unauthorized},
       {request("POST /rpc", bearer, "[]"),
-       json("400 Bad Request",
-            R"({"error":{"code":-32700,"message":"not a JSON object"},"id":null,"jsonrpc":"2.0"})")},
+       answer("400 Bad Request", json,
+              R"({"error":{"code":-32700,"message":"not a JSON object"},"id":null,"jsonrpc":"2.0"})")},
       {request("POST /rpc", "AUTHORIZATION: \tBearer " + secret + " \r\n",
                R"({"jsonrpc":"2.0","method":"initialized"})"),
-       json("200 OK", R"({"id":null,"jsonrpc":"2.0","result":{}})")},
+       answer("200 OK", json, R"({"id":null,"jsonrpc":"2.0","result":{}})")},
       {request("PUT /render/202", "Origin: null\r\n", "ab"),
        answer("202 Accepted", "A: PUT\r\nX-B: null\r\n", "/render/202ab")},
       {"GET /render/204 HTTP/1.1\r\n\r\n", answer("204 No Content", "A: GET\r\nX-B: \r\n", "")},
-      {"GET /render/418 HTTP/1.1\r\n\r\n", answer("418 OK", "A: GET\r\nX-B: \r\n", "/render/418")},
-      {"GET /render/throw x\r\n\r\n", json("500 Internal Server Error", R"({"error":"the queue is gone"})")},
+      {"GET /render/throw x\r\n\r\n",
+       answer("500 Internal Server Error", json, R"({"error":"the queue is gone"})")},
   };
   for (const auto& [asked, expected] : cases) {
     EXPECT_EQ(send(asked).receiveAll(), expected) << asked;
   }
-  transport_ = start();
-  vault_->fail({.read = vault::notAvailable});
-  EXPECT_EQ(send(echo).receiveAll(), unauthorized);
 }
 
-TEST_F(HTTPTransportTest, AnswersTwoHundredCallsThatWaitForOneAnother) {
-  std::vector<RawClient> clients;
-  for (int i = 0; i < callers; ++i) clients.push_back(send("GET /render/meet x\r\n\r\n"));
-  for (auto& client : clients) EXPECT_TRUE(succeeded(std::move(client)));
-}
-
-TEST_F(HTTPTransportTest, ServesOthersBesideFiveHundredClientsThatStall) {
+TEST_F(HTTPTransportTest, ServesTwoHundredThatWaitForOneAnotherBesideFiveHundredThatStall) {
   std::vector<RawClient> stalled;
   for (std::size_t i = 0; i < 500; ++i) {
     stalled.push_back(send(echo.substr(0, i % 2 == 0 ? 0 : i % echo.size())));
   }
   EXPECT_TRUE(comesToHold(500));
-  EXPECT_TRUE(serves());
+  std::vector<RawClient> clients;
+  for (int i = 0; i < callers; ++i) clients.push_back(send("GET /render/meet x\r\n\r\n"));
+  for (auto& client : clients) EXPECT_TRUE(succeeded(std::move(client)));
   // One that goes on in the end is answered; one that only ends gets nothing.
   stalled[51].send(echo.substr(51));
   EXPECT_TRUE(succeeded(std::move(stalled[51])));
@@ -157,11 +171,11 @@ TEST_F(HTTPTransportTest, PausesAcceptingWithoutDescriptorsAndComesBack) {
   ASSERT_TRUE(serves());
   std::vector<RawClient> clients(20);
   limitDescriptors(openDescriptors() + 8);
-  std::vector<SocketDescriptor> fill;
+  std::vector<FileDescriptor> fill;
   while (fill.emplace_back(::open("/dev/null", O_RDONLY | O_CLOEXEC))) {
   }
   for (auto& client : clients) {
-    ASSERT_TRUE(client.connect(transport_->port()));
+    ASSERT_TRUE(client.connect(lifecycle.httpPort().value()));
     client.send(echo);
   }
   // Nobody is answered while there is no room, and waiting costs no time.
@@ -184,7 +198,6 @@ TEST_F(HTTPTransportTest, KeepsNothingOfTenThousandConnections) {
     auto client = send(i % 4 == 0 ? echo.substr(0, 40) : echo);
     ASSERT_TRUE(i % 4 < 2 || succeeded(std::move(client)));
   }
-  EXPECT_TRUE(comesToHold(0));
   EXPECT_TRUE(eventually([&] { return openDescriptors() == before; }));
 }
 
@@ -205,60 +218,73 @@ TEST_F(HTTPTransportTest, TakesLargeBodiesAndGivesLargeAnswersPieceByPiece) {
   EXPECT_EQ(endless.receiveAll(), notFound);
 }
 
-TEST_F(HTTPTransportTest, RefusesATakenPortAndFreesItsOwnAtOnce) {
-  EXPECT_THROW(start(transport_->port()), Failure);
-  // What was connected before the stop finishes by itself.
+TEST_F(HTTPTransportTest, ComesBackOnTheSamePortWithTheRightsOfThatMoment) {
+  const auto port = lifecycle.httpPort().value();
+  const auto listening = fmt::format("mcp: HTTP listening on 127.0.0.1:{}", port);
+  EXPECT_THAT(log.take(), ElementsAre(listening));
   auto open = send(echo.substr(0, 30));
   ASSERT_TRUE(comesToHold(1));
-  transport_->stop();
-  EXPECT_FALSE(RawClient().connect(transport_->port()));
-  const auto stopped = std::exchange(transport_, start(transport_->port()));
-  EXPECT_TRUE(serves());
+  lifecycle.stop();
+  EXPECT_FALSE(RawClient().connect(port));
   open.send(echo.substr(30));
-  EXPECT_TRUE(succeeded(std::move(open)));
+  EXPECT_EQ(open.receiveAll(), "") << "nobody is left to answer";
+
+  gate->set(true, "ben");
+  lifecycle.start(environment);
+  EXPECT_THAT(log.take(),
+              ElementsAre("mcp: gate denied — rpc surface off, render service still up", listening));
+  EXPECT_EQ(send(echo).receiveAll(),
+            answer("503 Bad Request", "Content-Type: text/plain\r\n", "mcp access disabled"));
+  EXPECT_TRUE(succeeded(send("GET /render x\r\n\r\n")));
+  gate->set(true, "ana");
+  environment.port = port;
+  lifecycle.start(environment);
+  EXPECT_TRUE(serves());
+  MCPLifecycle second;
+  second.start(environment);
+  EXPECT_THAT(log.take(), ElementsAre(listening, ::testing::StartsWith("mcp: HTTP start failed: ")));
 }
 
-struct Case {
-  std::string bytes;
-  /// "METHOD|PATH|name=value;name=value;|BODY", or nothing when there is no request.
-  std::string expected;
-  bool clientMaySendMore = false;
-};
-
-const Case cases[] = {
-    {"POST /rpc HTTP/1.1\r\nHost: x\r\nContent-Length: 2\r\n\r\n{}", "POST|/rpc|content-length=2;host=x;|{}"},
-    {"POST  /rpc HTTP/1.1\r\n\r\n", "POST|||"},
-    {" POST /rpc\r\n\r\n", "|POST||"},
-    {"GET /\xff x\r\n\r\n", ""},
-    {"GET / x\r\nA: b\r\n\r", ""},
-    {"GET / x\r\nA: b\r\r\n\r\n", "GET|/|a=b\r;|"},
-    {"GET / x\r\nA-B: \t v w \t\r\nC : d:e\r\n\r\n", "GET|/|a-b=v w;c =d:e;|"},
-    {"GET / x\r\nno colon\r\n:v\r\nB:\r\n:\r\nC: \r\n\r\n", "GET|/|c=;|"},
-    {"POST / x\r\nA: 9\r\na:1\r\na:\r\n\r\n", "POST|/|a=1;|"},
-    {"POST / x\r\nContent-Length: +1\r\n\r\nab", "POST|/|content-length=+1;|a", true},
-    {"POST / x\r\nContent-Length: -5\r\n\r\nabc", "POST|/|content-length=-5;|", true},
-    {"GET / x\r\nContent-Length: 9223372036854775808\r\n\r\n", "GET|/|content-length=9223372036854775808;|",
-     true},
-    {"POST / x\r\nContent-Length: 9223372036854775807\r\n\r\nabc", ""},
-    {"POST / x\r\nContent-Length: 6\r\n\r\n\r\n\r\n\0a"s, "POST|/|content-length=6;|\r\n\r\n\0a"s},
-    {"POST / x\r\nTransfer-Encoding: chunked\r\n\r\n", "POST|/|transfer-encoding=chunked;|", true},
-    {"GET /1 x\r\n\r\nGET /2 x\r\n\r\n", "GET|/1||", true},
-};
+TEST_F(HTTPTransportTest, GivesNoSuccessToACallOfAStoppedServerOrAnotherAccount) {
+  for (const bool restarted : {true, false}) {
+    module = std::make_shared<WaitingModule>();
+    lifecycle.start(environment);
+    auto client = send(request("POST /rpc", bearer,
+                               R"({"jsonrpc":"2.0","method":"tools/call","params":{"name":"t_wait"}})"));
+    ASSERT_TRUE(eventually([&] { return module->begun.load(); }));
+    if (restarted) lifecycle.start(environment);
+    if (!restarted) ++generation;
+    module->finish.set();
+    EXPECT_THAT(client.receiveAll(), ::testing::HasSubstr("The account changed during this request."));
+  }
+}
 
 TEST(HTTPRequestParser, YieldsTheSameRequestHoweverTheBytesAreCut) {
-  for (const auto& test : cases) {
-    for (const auto size : {std::size_t{1}, std::size_t{2}, std::size_t{3}, test.bytes.size()}) {
+  const std::pair<std::string, std::string> cases[] = {
+      {"POST / x\r\nHost: x\r\nContent-Length: 2\r\n\r\n{}", "POST|/|content-length=2;host=x;|{}"},
+      {"POST  /rpc HTTP/1.1\r\n\r\n", "POST|||"},
+      {"GET /\xff x\r\n\r\n", ""},
+      {"GET / x\r\nA-B: \t v w \t\r\nC : d:e\r\n\r\n", "GET|/|a-b=v w;c =d:e;|"},
+      {"GET / x\r\nno colon\r\n:v\r\nB:\r\n:\r\nC: \r\n\r\n", "GET|/|c=;|"},
+      {"POST / x\r\nA: 9\r\na:1\r\na:\r\n\r\n", "POST|/|a=1;|"},
+      {"POST / x\r\nContent-Length: +1\r\n\r\nab", "POST|/|content-length=+1;|a"},
+      {"POST / x\r\nContent-Length: -5\r\n\r\nabc", "POST|/|content-length=-5;|"},
+      {"POST / x\r\nContent-Length: 9223372036854775807\r\n\r\nabc", ""},
+      {"POST / x\r\nContent-Length: 6\r\n\r\n\r\n\r\n\0a"s, "POST|/|content-length=6;|\r\n\r\n\0a"s},
+      {"GET /1 x\r\n\r\nGET /2 x\r\n\r\n", "GET|/1||"},
+  };
+  for (const auto& [bytes, expected] : cases) {
+    for (const auto size : {std::size_t{1}, std::size_t{2}, std::size_t{3}, bytes.size()}) {
       HTTPRequestParser parser;
       std::string found;
-      for (std::size_t at = 0; at < test.bytes.size(); at += size) {
-        const auto request = parser.feed(std::string_view(test.bytes).substr(at, size));
+      for (std::size_t at = 0; at < bytes.size(); at += size) {
+        const auto request = parser.feed(std::string_view(bytes).substr(at, size));
         if (!request) continue;
         found += request->method + "|" + request->path + "|";
         for (const auto& [name, value] : request->headers) found += name + "=" + value + ";";
         found += "|" + request->body;
       }
-      EXPECT_EQ(found, test.expected) << size;
-      EXPECT_EQ(!found.empty() && parser.clientMaySendMore(), test.clientMaySendMore) << found;
+      EXPECT_EQ(found, expected) << size;
     }
   }
 }

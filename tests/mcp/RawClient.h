@@ -1,8 +1,8 @@
 #pragma once
 
 #include "base/Failure.h"
+#include "base/FileDescriptor.h"
 #include "mcp/ControlSocket.h"
-#include "mcp/SocketDescriptor.h"
 
 #include <netinet/in.h>
 #include <sys/socket.h>
@@ -17,11 +17,9 @@ class RawClient {
  public:
   /// Makes the socket only: connecting needs no further descriptor.
   RawClient() : socket_(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {}
-  explicit RawClient(std::uint16_t port) : RawClient() {
-    if (!connect(port)) throw Failure(withErrno("cannot connect", errno));
-  }
+  explicit RawClient(std::uint16_t port) : RawClient() { connect(port); }
   explicit RawClient(const std::string& path) : socket_(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-    if (!connectTo(controlAddress(path))) throw Failure(withErrno("cannot connect", errno));
+    connectTo(controlAddress(path));
   }
 
   bool connect(std::uint16_t port) {
@@ -55,17 +53,15 @@ class RawClient {
     return ::connect(socket_.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
   }
 
-  SocketDescriptor socket_;
+  FileDescriptor socket_;
 };
 
 /// Waits until it holds, for half a minute at most.
 template <class Condition>
 bool eventually(Condition holds) {
-  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(30);
-  while (!holds() && std::chrono::steady_clock::now() < end) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(1));
-  }
-  return holds();
+  int tries = 30'000;
+  while (!holds() && --tries > 0) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  return tries > 0;
 }
 
 }  // namespace vorlane

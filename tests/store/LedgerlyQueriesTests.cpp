@@ -16,7 +16,7 @@ class LedgerlyStore : public StoreTest {
   std::string pending() {
     std::string ids;
     for (const auto& row : queries.pendingPush("o")) ids += row.id + ";";
-    return ids;
+    return ids + std::to_string(queries.pendingCount("o"));
   }
   Date at(int milliseconds) const { return noon + std::chrono::milliseconds(milliseconds); }
 
@@ -59,7 +59,7 @@ TEST_F(LedgerlyStore, TheQueueHoldsWhatTheCloudLacksOldestFirst) {
       {"edited since blocked", "o", "T", "{}", at(0), at(10), at(8), {}, at(9)},
   };
   for (const auto& row : rows) save(row);
-  EXPECT_EQ(pending(), "edited since blocked;dirty by a tick;never pushed;");
+  EXPECT_EQ(pending(), "edited since blocked;dirty by a tick;never pushed;3");
 }
 
 TEST_F(LedgerlyStore, MarksTouchTheirOwnColumnsAlone) {
@@ -73,12 +73,12 @@ TEST_F(LedgerlyStore, MarksTouchTheirOwnColumnsAlone) {
     const char *row, *pending;
   };
   const Step steps[] = {
-      {[&] { return queries.markPushBlocked("s", at(0)); }, 0, R"({"edited":5}|-|.005|.000)", "s;"},
-      {[&] { return queries.markPushed("s", 77, at(0)); }, 1, R"({"edited":5}|77|.005|-)", "s;"},
-      {[&] { return queries.markPushed("s", 77, at(5)); }, 1, R"({"edited":5}|77|.005|-)", ""},
-      {[&] { return queries.deleteSheet("s"); }, 1, "", ""},
-      {[&] { return queries.markPushed("s", 77, at(5)); }, 0, "", ""},
-      {[&] { return queries.deleteSheet("s"); }, 0, "", ""},
+      {[&] { return queries.markPushBlocked("s", at(0)); }, 0, R"({"edited":5}|-|.005|.000)", "s;1"},
+      {[&] { return queries.markPushed("s", 77, at(0)); }, 1, R"({"edited":5}|77|.005|-)", "s;1"},
+      {[&] { return queries.markPushed("s", 77, at(5)); }, 1, R"({"edited":5}|77|.005|-)", "0"},
+      {[&] { return queries.deleteSheet("s"); }, 1, "", "0"},
+      {[&] { return queries.markPushed("s", 77, at(5)); }, 0, "", "0"},
+      {[&] { return queries.deleteSheet("s"); }, 0, "", "0"},
   };
   const std::string columns = "SELECT data, remote_id, substr(updated_at, 20), substr(push_blocked_at, 20)";
   for (const auto& [mark, changes, row, stillPending] : steps) {

@@ -83,9 +83,8 @@ TEST(StoreFaults, SeveralProcessesOpenAFreshFileAtOnce) {
     for (auto& process : processes) process.put(0);  // all go at once
     for (auto& process : processes) EXPECT_EQ(process.wait(), 0);
     OtherProgram file(folder.database());
-    EXPECT_EQ(file.run("SELECT COUNT(*) FROM recents; SELECT COUNT(*) FROM grdb_migrations; "
-                       "PRAGMA integrity_check"),
-              "4 9 ok");
+    EXPECT_EQ(file.run("SELECT COUNT(*) FROM recents"), "4");
+    EXPECT_EQ(file.run("SELECT COUNT(*) FROM grdb_migrations; PRAGMA integrity_check"), "9 ok");
   }
 }
 
@@ -159,9 +158,8 @@ TEST_F(LockedStore, WritersWaitWithoutHoldingThreadsWhileReadersGoOn) {
 TEST_F(LockedStore, WritersThatQueueUpFailTogetherWhenTheirTimeIsUp) {
   const AgentStore store(folder.path, {.busyTimeout = std::chrono::milliseconds(200)});
   const auto begun = std::chrono::steady_clock::now();
-  for (auto& write : startTwentyWrites(store)) {
+  for (auto& write : startTwentyWrites(store))
     EXPECT_THAT(failureOf([&] { write.get(); }), HasSubstr("database is locked: another program"));
-  }
   EXPECT_LT(std::chrono::steady_clock::now() - begun, std::chrono::seconds(3));  // not twenty times 200 ms
 }
 

@@ -89,9 +89,8 @@ TEST_F(StoreMigrations, OldIdsAreBroughtIntoForm) {
       {lower + "2", "same"},    {upper + "2", "size"},  // the first, in the order of the ids, on equal length
       {upper + "3", "alone"},   {"Scene A", "as it is"},
   };
-  for (const auto& [id, data] : projects) {
+  for (const auto& [id, data] : projects)
     inFile("INSERT INTO sceneward_projects VALUES ('" + id + "','o','t','" + data + "','','',NULL,NULL)");
-  }
   open();
   EXPECT_EQ(inFile("SELECT id, remote_id FROM ledgerly_sheets ORDER BY rowid"),
             "123|123 12a|- |- -4|- 007|7");

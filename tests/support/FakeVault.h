@@ -10,14 +10,13 @@
 
 namespace vorlane::testing {
 
-/// A vault in memory. Writes are counted, so that its stamp is exact; each
-/// operation can be told to fail with a status, and the stamp to be away.
+/// A vault in memory. Writes are counted, so that its stamp is exact; reads, updates
+/// and removals can be told to fail with a status, and the stamp to be away.
 class FakeVault : public SecretVault {
  public:
   struct Faults {
     vault::Status read = vault::success;
     vault::Status update = vault::success;
-    vault::Status add = vault::success;
     vault::Status remove = vault::success;
     bool stampless = false;
   };
@@ -49,7 +48,6 @@ class FakeVault : public SecretVault {
 
   vault::Status add(const SecretItem& item, const std::string& bytes) override {
     const std::scoped_lock hold(lock_);
-    if (faults_.add != vault::success) return faults_.add;
     if (!items_.emplace(key(item), bytes).second) return vault::duplicateItem;
     ++writes_;
     return vault::success;

@@ -2,9 +2,9 @@
 
 #include "base/ShellLog.h"
 
-#include <algorithm>
 #include <mutex>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace vorlane::testing {
@@ -26,11 +26,6 @@ class LogRecorder {
   std::vector<std::string> take() {
     const std::scoped_lock hold(lock_);
     return std::exchange(lines_, {});
-  }
-  bool contains(std::string_view text) const {
-    const std::scoped_lock hold(lock_);
-    return std::ranges::any_of(lines_,
-                               [&](const auto& line) { return line.find(text) != std::string::npos; });
   }
 
  private:

@@ -15,9 +15,7 @@ std::string quoted(std::string json) {
 
 /// A document, a call, the answer and the document afterwards; "=" where it is as it was.
 struct Edit {
-  std::string before;
-  const char *tool, *arguments;
-  std::string answer, after;
+  std::string before, tool, arguments, answer, after;
 };
 
 /// The tools over a real store. JSON is written with single quotes; a text that starts with
@@ -47,12 +45,12 @@ class LedgerlyTools : public StoreTest {
   }
   std::string saved() { return quoted(queries.fetch("s").value().data); }
   void expect(const Edit& edit) {
+    SCOPED_TRACE(edit.tool + " " + edit.arguments + " on " + edit.before);
     put("s", edit.before);
-    EXPECT_EQ(call(edit.tool, edit.arguments), edit.answer) << edit.arguments << edit.before;
-    EXPECT_EQ(saved(), document(edit.after == "=" ? edit.before : edit.after))
-        << edit.arguments << edit.before;
+    EXPECT_EQ(call(edit.tool, edit.arguments), edit.answer);
+    EXPECT_EQ(saved(), document(edit.after == "=" ? edit.before : edit.after));
     // A refusal and an edit that changed nothing move the time too.
-    EXPECT_EQ(queries.fetch("s")->updatedAt, present + std::chrono::milliseconds(1)) << edit.arguments;
+    EXPECT_EQ(queries.fetch("s")->updatedAt, present + std::chrono::milliseconds(1));
   }
 
   LedgerlyQueries queries = queriesOn(open());
@@ -65,38 +63,34 @@ TEST_F(LedgerlyTools, TheListIsInOrderAndTakesFurtherSetsAtItsEnd) {
                                 }});
   EXPECT_EQ(more.toolNamespace(), "ledgerly");
   std::string list;
-  for (const auto& tool : more.tools()) {
+  for (const auto& tool : more.tools())
     list += tool.name.substr(9) + " " + quoted(writeJSON(tool.inputSchema)) + "\n";
-  }
-  boost::replace_all(list, "{'type':'string'}", "STRING");
-  boost::replace_all(list, ",'type':'object'}", " OBJECT");
-  EXPECT_EQ(
-      list,
-      "list_sheets {'properties':{} OBJECT\n"
-      "get_sheet {'properties':{'sheetId':STRING},'required':['sheetId'] OBJECT\n"
-      "list_categories {'properties':{'sheetId':STRING},'required':['sheetId'] OBJECT\n"
-      "list_items {'properties':{'categoryId':STRING,'sheetId':STRING},'required':['sheetId'] OBJECT\n"
-      "create_sheet {'properties':{'sheetId':STRING,'title':STRING} OBJECT\n"
-      "add_item {'properties':{'categoryId':STRING,'categoryName':STRING,'itemId':STRING,"
-      "'links':{'description':'Reference links: the page the item came from, or a Google search "
-      "address for it when there is none. Never an invented address.','items':{'properties':"
-      "{'title':STRING,'url':STRING},'required':['url'] OBJECT,'type':'array'},'name':STRING,"
-      "'notes':{'description':'The item's note: plain text or HTML, shown under the item in every "
-      "view.','type':'string'},'qty':{'type':'number'},'sheetId':STRING},'required':['sheetId','name'] "
-      "OBJECT\n"
-      "update_item {'properties':{'itemId':STRING,'patch':{'type':'object'},'sheetId':STRING},"
-      "'required':['sheetId','itemId','patch'] OBJECT\n"
-      "delete_item {'properties':{'itemId':STRING,'sheetId':STRING},'required':['sheetId','itemId'] OBJECT\n"
-      "toggle_check {'properties':{'itemId':STRING,'sheetId':STRING},'required':['sheetId','itemId'] OBJECT\n"
-      "delete_category {'properties':{'categoryId':STRING,'categoryName':STRING,"
-      "'deleteItems':{'type':'boolean'},'sheetId':STRING},'required':['sheetId'] OBJECT\n"
-      "rename_category {'properties':{'categoryId':STRING,'categoryName':STRING,'newName':STRING,"
-      "'sheetId':STRING},'required':['sheetId','newName'] OBJECT\n"
-      "more {}\n");
+  boost::replace_all(list, "{'type':'string'}", "STR");
+  boost::replace_all(list, ",'type':'object'}", " OBJ");
+  EXPECT_EQ(list,
+            "list_sheets {'properties':{} OBJ\n"
+            "get_sheet {'properties':{'sheetId':STR},'required':['sheetId'] OBJ\n"
+            "list_categories {'properties':{'sheetId':STR},'required':['sheetId'] OBJ\n"
+            "list_items {'properties':{'categoryId':STR,'sheetId':STR},'required':['sheetId'] OBJ\n"
+            "create_sheet {'properties':{'sheetId':STR,'title':STR} OBJ\n"
+            "add_item {'properties':{'categoryId':STR,'categoryName':STR,'itemId':STR,'links':{'description':"
+            "'Reference links: the page the item came from, or a Google search address for it when "
+            "there is none. Never an invented address.','items':{'properties':{'title':STR,'url':STR},"
+            "'required':['url'] OBJ,'type':'array'},'name':STR,'notes':{'description':'The item's note: "
+            "plain text or HTML, shown under the item in every view.','type':'string'},"
+            "'qty':{'type':'number'},'sheetId':STR},'required':['sheetId','name'] OBJ\n"
+            "update_item {'properties':{'itemId':STR,'patch':{'type':'object'},'sheetId':STR},"
+            "'required':['sheetId','itemId','patch'] OBJ\n"
+            "delete_item {'properties':{'itemId':STR,'sheetId':STR},'required':['sheetId','itemId'] OBJ\n"
+            "toggle_check {'properties':{'itemId':STR,'sheetId':STR},'required':['sheetId','itemId'] OBJ\n"
+            "delete_category {'properties':{'categoryId':STR,'categoryName':STR,"
+            "'deleteItems':{'type':'boolean'},'sheetId':STR},'required':['sheetId'] OBJ\n"
+            "rename_category {'properties':{'categoryId':STR,'categoryName':STR,'newName':STR,"
+            "'sheetId':STR},'required':['sheetId','newName'] OBJ\n"
+            "more {}\n");
 }
 
 TEST_F(LedgerlyTools, SheetsAreListedForTheirOwnerWithoutOpeningThem) {
-  EXPECT_EQ(call("list_sheets", "{}"), "{'sheets':[]}");
   put("stub", "{}");
   put("foreign", "{}", "other");
   present += std::chrono::milliseconds(1999);
@@ -111,7 +105,7 @@ TEST_F(LedgerlyTools, ReadingAnswersAsTheDocumentStands) {
   put("list", " []");
   put("mixed", "[{'id':'a','items':[]},7]");
   put("s",
-      "{'id':'x','title':'y','theme':1,'categories':[{'id':'a','name':'A','items':[{'id':'1'}]},"
+      "{'id':'x','title':'y','k':1,'categories':[{'id':'a','name':'A','items':[{'id':'1'}]},"
       "{'name':5,'items':[{'id':'2','categoryId':'z'}]},{'id':'b','items':[{'id':'3'},null]},"
       "{'id':'a','items':[{'id':'4'}]}]}");
   const std::tuple<const char*, const char*, const char*> cases[] = {
@@ -121,11 +115,10 @@ TEST_F(LedgerlyTools, ReadingAnswersAsTheDocumentStands) {
       {"get_sheet", "{'sheetId':'list'}", "SnapshotCodec 1 snapshot is not a JSON object"},
       {"get_sheet", "{'sheetId':'s'}",
        "{'categories':[{'id':'a','items':[{'id':'1'}],'name':'A'},{'items':[{'categoryId':'z','id':'2'}],"
-       "'name':5},{'id':'b','items':[{'id':'3'},null]},{'id':'a','items':[{'id':'4'}]}],'id':'s','theme':1,"
-       "'title':'T'}"},
+       "'name':5},{'id':'b','items':[{'id':'3'},null]},{'id':'a','items':[{'id':'4'}]}],'id':'s','k':1,'"
+       "title':'T'}"},
       {"list_categories", "{'sheetId':'no'}", "{'categories':[]}"},
       {"list_categories", "{'sheetId':'mixed'}", "{'categories':[],'sheetId':'mixed'}"},
-      {"list_categories", "{'sheetId':'list'}", "SnapshotCodec 1 snapshot is not a JSON object"},
       {"list_categories", "{'sheetId':'s'}",
        "{'categories':[{'id':'a','name':'A'},{'id':'','name':5},{'id':'b','name':''},{'id':'a','name':''}],"
        "'sheetId':'s'}"},
@@ -134,8 +127,6 @@ TEST_F(LedgerlyTools, ReadingAnswersAsTheDocumentStands) {
       {"list_items", "'categoryId':7",
        "{'items':[{'categoryId':'a','id':'1'},{'categoryId':'','id':'2'},{'categoryId':'a','id':'4'}],"
        "'sheetId':'s'}"},
-      {"list_items", "'categoryId':'a'",
-       "{'items':[{'categoryId':'a','id':'1'},{'categoryId':'a','id':'4'}],'sheetId':'s'}"},
       {"list_items", "'categoryId':''", "{'items':[{'categoryId':'','id':'2'}],'sheetId':'s'}"},
   };
   for (const auto& [tool, arguments, answer] : cases)
@@ -144,38 +135,33 @@ TEST_F(LedgerlyTools, ReadingAnswersAsTheDocumentStands) {
 }
 
 TEST_F(LedgerlyTools, ASheetIsMadeOrOverwrittenWhole) {
-  const auto columns =
-      "SELECT id, owner_id, title, data, remote_id, synced_at FROM ledgerly_sheets WHERE id = 's'";
-  EXPECT_EQ(call("create_sheet", "'title':'Tom &amp;amp; Jo'"),
-            "{'sheet':{'id':'s','title':'Tom &amp; Jo'}}");
-  EXPECT_EQ(inFile(columns), "s|o|Tom &amp; Jo|{\"categories\":[]}|-|-");
+  const auto columns = "SELECT owner_id, title, data, remote_id, synced_at FROM ledgerly_sheets";
+  EXPECT_EQ(call("create_sheet", "'title':'A &amp;amp; B'"), "{'sheet':{'id':'s','title':'A &amp; B'}}");
+  EXPECT_EQ(inFile(columns), "o|A &amp; B|{\"categories\":[]}|-|-");
   await(queries.save({"s", "o", "T", "{}", present, present, present, 9}));
   EXPECT_EQ(call("create_sheet", "'title':7"), "{'sheet':{'id':'s','title':'Untitled'}}");
-  EXPECT_EQ(inFile(columns), "s|o|Untitled|{\"categories\":[]}|-|-");
+  EXPECT_EQ(inFile(columns), "o|Untitled|{\"categories\":[]}|-|-");
   EXPECT_EQ(call("create_sheet", "{'sheetId':'','title':''}"), "{'sheet':{'id':'','title':''}}");
-  EXPECT_EQ(call("create_sheet", "{}").size(),
-            std::string("{'sheet':{'id':'','title':'Untitled'}}").size() + 36);
+  EXPECT_THAT(call("create_sheet", "{}"), ::testing::ContainsRegex("'[-0-9A-F]{36}','title':'Untitled'"));
 }
 
 TEST_F(LedgerlyTools, AnItemIsAddedToTheCategoryOfThatIdOrToANewOne) {
   const Edit edits[] = {
       {"{}", "add_item", "'categoryId':'c','itemId':'i'", "{'item':{'checked':false,'id':'i','name':''}}",
        "[{'id':'c','items':[{'checked':false,'id':'i','name':''}],'name':'Uncategorized'}]"},
-      {"{'categories':null}", "add_item",
-       "'categoryId':'','categoryName':'A &amp; B','itemId':'','name':'&lt;x'",
+      {"{'categories':null}", "add_item", "'categoryId':'','categoryName':'&lt;A','itemId':'','name':'&lt;x'",
        "{'item':{'checked':false,'id':'','name':'<x'}}",
-       "[{'id':'','items':[{'checked':false,'id':'','name':'<x'}],'name':'A & B'}]"},
+       "[{'id':'','items':[{'checked':false,'id':'','name':'<x'}],'name':'<A'}]"},
       // A name looks nothing up: a second category of that name is made.
-      {"[{'id':'c','name':'Cam'}]", "add_item",
-       "'categoryId':'d','categoryName':'Cam','itemId':'i','name':'n','qty':'two','notes':7,'links':7",
-       "{'item':{'checked':false,'id':'i','name':'n','qty':'two'}}",
-       "[{'id':'c','name':'Cam'},"
-       "{'id':'d','items':[{'checked':false,'id':'i','name':'n','qty':'two'}],'name':'Cam'}]"},
-      {"[{'id':'c','items':[{'id':'h','x':1}]},{'id':'c'}]", "add_item",
-       "'categoryId':'c','itemId':'i','name':'n','qty':2,'notes':'<b>&amp;</b>'",
-       "{'item':{'checked':false,'id':'i','name':'n','notes':'<b>&</b>','qty':2}}",
-       "[{'id':'c','items':[{'id':'h','x':1},"
-       "{'checked':false,'id':'i','name':'n','notes':'<b>&</b>','qty':2}]},{'id':'c'}]"},
+      {"[{'id':'c','name':'C'}]", "add_item",
+       "'categoryId':'d','categoryName':'C','itemId':'i','qty':'two','notes':7,'links':7",
+       "{'item':{'checked':false,'id':'i','name':'','qty':'two'}}",
+       "[{'id':'c','name':'C'},{'id':'d','items':[{'checked':false,'id':'i','name':'','qty':'two'}],'name':'"
+       "C'}]"},
+      {"[{'id':'c','items':[{'x':1}]},{'id':'c'}]", "add_item",
+       "'categoryId':'c','itemId':'i','name':'n','notes':'&amp;','qty':2",
+       "{'item':{'checked':false,'id':'i','name':'n','notes':'&','qty':2}}",
+       "[{'id':'c','items':[{'x':1},{'checked':false,'id':'i','name':'n','notes':'&','qty':2}]},{'id':'c'}]"},
       {"{'categories':[{'id':'c'}],'k':1}", "add_item", "'categoryId':'c','itemId':'i','notes':''",
        "{'item':{'checked':false,'id':'i','name':''}}",
        "{'categories':[{'id':'c','items':[{'checked':false,'id':'i','name':''}]}],'k':1}"},
@@ -203,12 +189,12 @@ TEST_F(LedgerlyTools, AnItemIsAddedToTheCategoryOfThatIdOrToANewOne) {
 TEST_F(LedgerlyTools, ItemsAreEditedByTheirId) {
   const std::string rest = "{'id':'2'}]},{'items':[7,{'id':'2'}]},{'items':[{'id':'2','name':'second'}]}]";
   const auto two = "[{'id':'a','items':[{'checked':'yes','id':'1'}," + rest;
-  const auto checked = "[{'id':'a','items':[{'checked':true,'id':'1'}," + rest;
+  const auto done = "[{'id':'a','items':[{'checked':true,'id':'1'}," + rest;
   const Edit edits[] = {
       {"{}", "update_item", "'itemId':'1','patch':{'name':'n'}", "{'item':{}}", "="},
       {two, "update_item", "'itemId':'none','patch':7", "{'item':{}}", "="},
       {two, "update_item", "'itemId':'1','patch':{'checked':true}", "{'item':{'checked':true,'id':'1'}}",
-       checked},
+       done},
       {"[{'items':[{'id':'1','tags':['a'],'o':{'x':1}}]}]", "update_item",
        "'itemId':'1','patch':{'id':'9','tags':[],'o':{'y':'&lt;'},'vendor':'&lt;','price':null}",
        "{'item':{'id':'1','o':{'y':'&lt;'},'price':null,'tags':[],'vendor':'<'}}",
@@ -217,18 +203,16 @@ TEST_F(LedgerlyTools, ItemsAreEditedByTheirId) {
        "'itemId':'1','patch':{'links':['https://a.EXAMPLE','ftp://b']}",
        "{'item':{'id':'1','webLinks':[{'url':'HTTPS://A.example'},'kept']}}", "="},
       {"{}", "delete_item", "'itemId':'1'", "{'deleted':'1'}", "="},
-      {two, "delete_item", "'itemId':'none'", "{'deleted':'none'}", "="},
       {two, "delete_item", "'itemId':'2'", "{'deleted':'2'}",
        "[{'id':'a','items':[{'checked':'yes','id':'1'}]},{'items':[7,{'id':'2'}]},{'items':[]}]"},
       {"{}", "toggle_check", "'itemId':'1'", "{'checked':false,'itemId':'1'}", "="},
-      {two, "toggle_check", "'itemId':'1'", "{'checked':true,'itemId':'1'}", checked},
+      {two, "toggle_check", "'itemId':'1'", "{'checked':true,'itemId':'1'}", done},
       {"[{'items':[{'checked':true,'id':'1'}]}]", "toggle_check", "'itemId':'1'",
        "{'checked':false,'itemId':'1'}", "[{'items':[{'checked':false,'id':'1'}]}]"},
   };
   for (const auto& edit : edits) expect(edit);
-  for (const char* tool : {"update_item", "delete_item", "toggle_check", "delete_category"}) {
+  for (const char* tool : {"update_item", "delete_item", "toggle_check", "delete_category"})
     EXPECT_EQ(call(tool, "{'sheetId':'no'}"), "ledgerly 404 sheet no not found") << tool;
-  }
 }
 
 TEST_F(LedgerlyTools, CategoriesAreFoundRemovedAndRenamed) {
@@ -240,7 +224,6 @@ TEST_F(LedgerlyTools, CategoriesAreFoundRemovedAndRenamed) {
   const Edit edits[] = {
       {two, "delete_category", "'x':1", none, "="},
       {two, "delete_category", "'categoryId':'z','categoryName':'z'", none, "="},
-      {"{}", "delete_category", "'categoryId':'a'", none, "="},
       {two, "delete_category", "'categoryId':'a'", refusal, "="},
       {two, "delete_category", "'categoryId':'a','deleteItems':1", refusal, "="},
       {two, "delete_category", "'categoryId':'z','categoryName':'\\tCAMÉRA & CO '", refusal, "="},
@@ -258,10 +241,8 @@ TEST_F(LedgerlyTools, CategoriesAreFoundRemovedAndRenamed) {
   };
   for (const auto& edit : edits) expect(edit);
   put("s", two);
-  for (const char* blank : {"''", "' \\u00a0\\n'", "'&nbsp;'", "7"}) {
-    EXPECT_EQ(call("rename_category", "'categoryId':'a','newName':" + std::string(blank)),
-              "ledgerly 400 newName is required");
-  }
+  for (const std::string blank : {"''", "' \\u00a0\\n'", "'&nbsp;'", "7"})
+    EXPECT_EQ(call("rename_category", "'newName':" + blank), "ledgerly 400 newName is required");
   EXPECT_EQ(call("rename_category", "{'sheetId':'no','newName':' '}"), "ledgerly 400 newName is required");
   EXPECT_EQ(call("rename_category", "{'sheetId':'no','newName':'n'}"), "ledgerly 404 sheet no not found");
   EXPECT_EQ(queries.fetch("s")->updatedAt, present);

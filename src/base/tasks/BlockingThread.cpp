@@ -58,10 +58,11 @@ BlockingThread::~BlockingThread() {
 void BlockingThread::post(std::function<void()> work) {
   {
     const std::scoped_lock hold(state_->lock);
-    state_->queue.push_back(std::move(work));
+    // First, so that nothing stays queued when there can be no thread.
     if (!state_->thread.joinable()) {
       state_->thread = std::thread([state = state_] { state->run(); });
     }
+    state_->queue.push_back(std::move(work));
   }
   state_->changed.notify_one();
 }

@@ -18,7 +18,8 @@ class BlockingThread {
   BlockingThread(const BlockingThread&) = delete;
   BlockingThread& operator=(const BlockingThread&) = delete;
 
-  /// Queues a piece of work, which must not throw.
+  /// Queues a piece of work, which must not throw. Throws std::system_error, with
+  /// nothing queued, when the system has no thread to give.
   void post(std::function<void()> work);
   bool isCurrentThread() const;
 

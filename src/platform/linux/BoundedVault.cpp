@@ -111,7 +111,11 @@ SecretVault::Read BoundedVault::call(std::function<Read(InterruptibleVault&)> wo
     return unavailable;
   }
   // The state outlives its thread, which its destructor joins.
-  state.thread.post([&state, call, work = std::move(work)] { state.perform(call, work); });
+  try {
+    state.thread.post([&state, call, work = std::move(work)] { state.perform(call, work); });
+  } catch (const std::exception&) {
+    return unavailable;  // the system has no thread to give
+  }
   call->ended.wait_until(hold, giveUp, [&] { return call->result.has_value(); });
   if (call->result) return std::move(*call->result);
   state.giveUp(*call);

@@ -96,9 +96,9 @@ bool CurlDriver::takeCommands() {
   }
   for (const auto& [transfer, cancels] : commands) {
     if (cancels) {
-      remove(transfer->handle());
       transfer->fail(
           std::make_exception_ptr(boost::system::system_error(boost::asio::error::operation_aborted)));
+      remove(transfer->handle());
     } else if (ending) {
       transfer->fail(failure("The request was ended with the session."));
     } else {

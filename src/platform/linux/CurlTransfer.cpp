@@ -75,6 +75,9 @@ void CurlTransfer::configure(const CurlTrust& trust, const std::string& noProxy)
   curl_easy_setopt(easy, CURLOPT_TIMEOUT_MS, static_cast<long>(limit));
   curl_easy_setopt(easy, CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(limit));
   curl_easy_setopt(easy, CURLOPT_NOSIGNAL, 1L);
+  // A name that is still being resolved must not hold up the thread, and with it
+  // every other transfer, when this one ends.
+  curl_easy_setopt(easy, CURLOPT_QUICK_EXIT, 1L);
   curl_easy_setopt(easy, CURLOPT_NOPROXY, noProxy.c_str());
   curl_easy_setopt(easy, CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
   curl_easy_setopt(easy, CURLOPT_ACCEPT_ENCODING, "gzip, deflate");

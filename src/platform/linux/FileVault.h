@@ -1,7 +1,7 @@
 #pragma once
 
+#include "base/FileDescriptor.h"
 #include "platform/SecretVault.h"
-#include "platform/linux/FileDescriptor.h"
 #include "platform/linux/FileLock.h"
 
 #include <optional>

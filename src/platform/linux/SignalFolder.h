@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/linux/FileDescriptor.h"
+#include "base/FileDescriptor.h"
 
 #include <map>
 #include <string>

@@ -29,6 +29,26 @@ constexpr std::array entities{
 
 constexpr std::size_t linkLimit = 5;
 
+/// `address` with what no URL may hold percent-encoded: people and assistants write
+/// letters of every language, and blanks behind the host, which any browser takes.
+std::string encodedAddress(std::string_view address) {
+  static constexpr std::string_view allowed = "-._~:/?#@!$&'()*+,;=%";
+  const auto authority = address.find("://");
+  const auto behindHost =
+      authority == std::string_view::npos ? authority : address.find_first_of("/?#", authority + 3);
+  std::string encoded;
+  for (std::size_t i = 0; i < address.size(); ++i) {
+    const bool inHost = i < behindHost;
+    const bool foreign = static_cast<unsigned char>(address[i]) >= 0x80;
+    if (inHost ? !foreign : allowed.find(address[i]) != std::string_view::npos) {
+      encoded += address[i];
+    } else {
+      encoded += percentEncoded(address.substr(i, 1));
+    }
+  }
+  return encoded;
+}
+
 std::optional<JSONMap> linkEntry(const JSONValue& element, std::string_view addedAt) {
   std::string address, title;
   if (element.is_string()) {
@@ -38,7 +58,9 @@ std::optional<JSONMap> linkEntry(const JSONValue& element, std::string_view adde
     title = entityDecoded(json::stringOr(element.get_object(), "title"));
   }
   address = trimmed(address);
-  const auto url = boost::urls::parse_uri(address);
+  const auto encoded = encodedAddress(address);
+  auto url = boost::urls::parse_uri(address);
+  if (!url) url = boost::urls::parse_uri(encoded);
   if (!url) return std::nullopt;
   const auto scheme = asciiLowercased(url->scheme());
   if (scheme != "http" && scheme != "https") return std::nullopt;

@@ -6,7 +6,7 @@
 
 namespace vorlane {
 
-/// Owns a file descriptor and closes it.
+/// Owns one open descriptor of the operating system, or none, and closes it.
 class FileDescriptor {
  public:
   FileDescriptor() = default;
@@ -21,6 +21,7 @@ class FileDescriptor {
   ~FileDescriptor() { reset(); }
 
   int get() const { return fd_; }
+  /// Gives the descriptor to the caller, who has to close it.
   int release() { return std::exchange(fd_, -1); }
   explicit operator bool() const { return fd_ >= 0; }
 
