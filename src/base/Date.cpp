@@ -72,7 +72,7 @@ std::optional<sys_days> readDay(Reader& in) {
   if (!m || !in.take('-')) return std::nullopt;
   const auto d = in.digits(2);
   if (!d) return std::nullopt;
-  const auto ymd = year(*y) / static_cast<unsigned>(*m) / static_cast<unsigned>(*d);
+  const year_month_day ymd(year(*y), month(static_cast<unsigned>(*m)), day(static_cast<unsigned>(*d)));
   if (!ymd.ok()) return std::nullopt;
   return sys_days(ymd);
 }
