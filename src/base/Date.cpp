@@ -1,7 +1,5 @@
 #include "base/Date.h"
 
-#include <fmt/format.h>
-
 #include <algorithm>
 #include <charconv>
 #include <cmath>
@@ -103,6 +101,24 @@ std::optional<minutes> readZone(Reader& in) {
   return east ? offset : -offset;
 }
 
+// Lists carry a date a row, so the digits are set in place: a formatting library
+// cost a twentieth of a small call's time here.
+
+void putDigits(std::string& text, std::size_t at, std::size_t count, unsigned value) {
+  for (std::size_t i = count; i-- > 0; value /= 10) text[at + i] = static_cast<char>('0' + value % 10);
+}
+
+/// The first 19 characters of both forms. The year must have four digits.
+void putSeconds(std::string& text, Date date) {
+  const auto [day, time] = split(date);
+  putDigits(text, 0, 4, static_cast<unsigned>(int(day.year())));
+  putDigits(text, 5, 2, unsigned(day.month()));
+  putDigits(text, 8, 2, unsigned(day.day()));
+  putDigits(text, 11, 2, static_cast<unsigned>(time.hours().count()));
+  putDigits(text, 14, 2, static_cast<unsigned>(time.minutes().count()));
+  putDigits(text, 17, 2, static_cast<unsigned>(time.seconds().count()));
+}
+
 }  // namespace
 
 Date now() {
@@ -110,10 +126,12 @@ Date now() {
 }
 
 std::string storageText(Date date) {
-  const auto [day, time] = split(storageRounded(date));
-  return fmt::format("{:04}-{:02}-{:02} {:02}:{:02}:{:02}.{:03}", int(day.year()), unsigned(day.month()),
-                     unsigned(day.day()), time.hours().count(), time.minutes().count(),
-                     time.seconds().count(), time.subseconds().count() / 1000);
+  const Date rounded = storageRounded(date);
+  const auto thousandths = duration_cast<milliseconds>(rounded - floor<seconds>(rounded)).count();
+  std::string text = "0000-00-00 00:00:00.000";
+  putSeconds(text, rounded);
+  putDigits(text, 20, 3, static_cast<unsigned>(thousandths));
+  return text;
 }
 
 std::optional<Date> dateFromStorage(std::string_view text) {
@@ -139,10 +157,9 @@ Date storageRounded(Date date) {
 }
 
 std::string iso8601Text(Date date) {
-  const auto [day, time] = split(date);
-  return fmt::format("{:04}-{:02}-{:02}T{:02}:{:02}:{:02}Z", int(day.year()), unsigned(day.month()),
-                     unsigned(day.day()), time.hours().count(), time.minutes().count(),
-                     time.seconds().count());
+  std::string text = "0000-00-00T00:00:00Z";
+  putSeconds(text, storageRounded(date));
+  return text;
 }
 
 std::optional<Date> dateFromISO8601(std::string_view text) {

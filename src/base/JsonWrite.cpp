@@ -31,6 +31,54 @@ constexpr auto escapes = [] {
   return table;
 }();
 
+/// Gathers short pieces before they go to the text: a result that is quoted JSON
+/// itself has an escape every few bytes, and an append for each would cost more than the rest.
+class Block {
+ public:
+  explicit Block(std::string& out) : out_(out) {}
+
+  void put(char c) {
+    if (used_ == bytes_.size()) flush();
+    bytes_[used_++] = c;
+  }
+
+  void put(std::string_view piece) {
+    if (piece.size() > bytes_.size() - used_) {
+      flush();
+      if (piece.size() > bytes_.size()) {
+        out_.append(piece);
+        return;
+      }
+    }
+    std::memcpy(bytes_.data() + used_, piece.data(), piece.size());
+    used_ += piece.size();
+  }
+
+  /// To be called at the end.
+  void flush() {
+    out_.append(bytes_.data(), used_);
+    used_ = 0;
+  }
+
+ private:
+  std::string& out_;
+  std::size_t used_ = 0;
+  std::array<char, 256> bytes_;
+};
+
+void putEscape(Block& block, char letter, unsigned char byte) {
+  static constexpr char hex[] = "0123456789abcdef";
+  block.put('\\');
+  block.put(letter);
+  if (letter != 'u') return;
+  block.put("00");
+  block.put(hex[byte >> 4]);
+  block.put(hex[byte & 15]);
+}
+
+/// What a small answer takes; growing to it from nothing would copy it half a dozen times.
+constexpr std::size_t firstCapacity = 1000;
+
 class Writer {
  public:
   explicit Writer(std::string& out) : out_(out) {}
@@ -154,26 +202,25 @@ void writeOrRestore(std::string& out, const Value& value, std::size_t depth = 1)
 }  // namespace
 
 void appendJSONString(std::string& out, std::string_view text) {
-  static constexpr char hex[] = "0123456789abcdef";
-  out += '"';
+  Block block(out);
+  block.put('"');
   const char* run = text.data();
   const char* const end = run + text.size();
   for (const char* at = run; at != end;) {
     // Eight plain ASCII bytes at a time: most text is nothing else.
     if (end - at >= 8) {
-      std::uint64_t block;
-      std::memcpy(&block, at, 8);
+      std::uint64_t bytes;
+      std::memcpy(&bytes, at, 8);
       constexpr std::uint64_t ones = 0x0101010101010101, high = 0x8080808080808080;
-      const std::uint64_t quote = block ^ (ones * '"');
-      const std::uint64_t slash = block ^ (ones * '\\');
-      const std::uint64_t special = (block - ones * 0x20) | (quote - ones) | (slash - ones) | block;
+      const std::uint64_t quote = bytes ^ (ones * '"');
+      const std::uint64_t slash = bytes ^ (ones * '\\');
+      const std::uint64_t special = (bytes - ones * 0x20) | (quote - ones) | (slash - ones) | bytes;
       if ((special & high) == 0) {
         at += 8;
         continue;
       }
     }
-    const auto byte = static_cast<unsigned char>(*at);
-    const char escape = escapes[byte];
+    const char escape = escapes[static_cast<unsigned char>(*at)];
     if (escape == 0) {
       ++at;
     } else if (escape == 1) {
@@ -181,19 +228,14 @@ void appendJSONString(std::string& out, std::string_view text) {
       if (length == 0) throw JSONWriteFailure("a string is not valid UTF-8");
       at += length;
     } else {
-      out.append(run, at);
-      out += '\\';
-      out += escape;
-      if (escape == 'u') {
-        out += "00";
-        out += hex[byte >> 4];
-        out += hex[byte & 15];
-      }
+      block.put({run, at});
+      putEscape(block, escape, static_cast<unsigned char>(*at));
       run = ++at;
     }
   }
-  out.append(run, end);
-  out += '"';
+  block.put({run, end});
+  block.put('"');
+  block.flush();
 }
 
 void appendJSON(std::string& out, const JSONValue& value) {
@@ -210,12 +252,14 @@ void appendJSON(std::string& out, const JSONMap& map) {
 
 std::string writeJSON(const JSONValue& value) {
   std::string out;
+  out.reserve(firstCapacity);
   appendJSON(out, value);
   return out;
 }
 
 std::string writeJSON(const JSONMap& map) {
   std::string out;
+  out.reserve(firstCapacity);
   appendJSON(out, map);
   return out;
 }

@@ -6,6 +6,7 @@
 #include <arpa/inet.h>
 #include <fmt/format.h>
 #include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <sys/socket.h>
 
 #include <cerrno>
@@ -32,6 +33,11 @@ FileDescriptor listenOnLoopback(std::uint16_t& port) {
   // not let two listeners share it.
   const int yes = 1;
   require(::setsockopt(socket.get(), SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes));
+  // A connection is handed over when its first bytes are there, so that most
+  // requests are read without a wait. One that sends nothing comes a second later.
+  // It is a help, never a condition.
+  const int seconds = 1;
+  ::setsockopt(socket.get(), IPPROTO_TCP, TCP_DEFER_ACCEPT, &seconds, sizeof seconds);
 
   auto address = loopback(port);
   auto* const generic = reinterpret_cast<sockaddr*>(&address);

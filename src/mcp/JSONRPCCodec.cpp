@@ -85,7 +85,9 @@ JSONRPCRequest decodeRequest(std::string_view message) {
 // Written straight into one text, in the order that sorting the keys would
 // give, so that a large result is neither copied nor sorted a second time.
 std::string encodeResponse(const JSONRPCResponse& response) {
-  std::string out = "{";
+  std::string out;
+  out.reserve(1000);  // what a small answer takes
+  out += '{';
   if (!response.result && response.error) {
     out += R"("error":)";
     appendError(out, *response.error);
