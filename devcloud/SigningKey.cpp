@@ -8,6 +8,7 @@
 #include <openssl/err.h>
 
 #include <array>
+#include <tuple>
 #include <vector>
 
 namespace vorlane::devcloud {
@@ -54,8 +55,8 @@ std::vector<unsigned char> derFromSignature(std::string_view halves) {
   require(r && s && signature && ECDSA_SIG_set0(signature.get(), r.get(), s.get()) == 1,
           "reading a signature");
   // The signature owns both numbers from here on.
-  static_cast<void>(r.release());
-  static_cast<void>(s.release());
+  std::ignore = r.release();
+  std::ignore = s.release();
   std::vector<unsigned char> der(static_cast<std::size_t>(i2d_ECDSA_SIG(signature.get(), nullptr)));
   unsigned char* cursor = der.data();
   i2d_ECDSA_SIG(signature.get(), &cursor);

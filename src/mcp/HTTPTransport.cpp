@@ -2,6 +2,7 @@
 
 #include "base/Failure.h"
 #include "base/tasks/Spawn.h"
+#include "mcp/MCPRequestContext.h"
 
 #include <arpa/inet.h>
 #include <fmt/format.h>
@@ -90,7 +91,7 @@ void HTTPTransport::accept(FileDescriptor socket) {
 }
 
 void HTTPTransport::serve(std::shared_ptr<HTTPConnection> connection, HTTPRequest request) {
-  spawn(concurrent_, "mcp: HTTP request",
+  spawn(MCPRequestContext::executorForCall(concurrent_), "mcp: HTTP request",
         [self = shared_from_this(), connection = std::move(connection),
          request = std::move(request)]() mutable -> Task<> {
           connection->answer(co_await self->router_.answer(std::move(request)));

@@ -16,8 +16,18 @@ namespace {
 namespace asio = boost::asio;
 
 struct CallContext : TaskContext {
-  explicit CallContext(AccountFence held) : fence(std::move(held)) {}
-  const AccountFence fence;
+  CallContext() = default;
+  explicit CallContext(AccountFence held) : fence(std::move(held)), taken(true) {}
+  /// Gives the context of a door's task its fence, once. False when it has one.
+  bool take(AccountFence held) const {
+    if (taken.exchange(true)) return false;
+    fence = std::move(held);
+    return true;
+  }
+
+  /// Written before the handler starts, and never after.
+  mutable AccountFence fence;
+  mutable std::atomic<bool> taken{false};
   /// Set when the call's task is asked to end. A coroutine could ask its own
   /// state, but a plain function and a child on another thread could not.
   mutable std::atomic<bool> cancelled{false};
@@ -49,7 +59,25 @@ void checkCurrentAccount() {
   if (context->fence && !context->fence()) throw Failure(Failure::Case::accountChanged);
 }
 
+Executor executorForCall(Executor inner) {
+  return executorWithContext(std::move(inner), std::make_shared<const CallContext>());
+}
+
+namespace {
+
+Task<JSONMap> checked(std::function<Task<JSONMap>()> handler) {
+  checkCurrentAccount();
+  auto result = co_await handler();
+  checkCurrentAccount();
+  co_return result;
+}
+
+}  // namespace
+
 Task<JSONMap> run(AccountFence fence, std::function<Task<JSONMap>()> handler) {
+  if (const auto* own = current(); own != nullptr && own->take(fence)) {
+    co_return co_await checked(std::move(handler));
+  }
   auto context = std::make_shared<const CallContext>(std::move(fence));
   const auto executor = executorWithContext(co_await asio::this_coro::executor, context);
   co_return co_await awaitOn(executor, [context, handler = std::move(handler)]() -> Task<JSONMap> {
@@ -61,10 +89,7 @@ Task<JSONMap> run(AccountFence fence, std::function<Task<JSONMap>()> handler) {
       if (heeded != asio::cancellation_type::none) context->cancelled = true;
       return heeded;
     });
-    checkCurrentAccount();
-    auto result = co_await handler();
-    checkCurrentAccount();
-    co_return result;
+    co_return co_await checked(handler);
   });
 }
 

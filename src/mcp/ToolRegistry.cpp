@@ -33,6 +33,7 @@ std::vector<ToolRegistry::Tool> ToolRegistry::allTools() const {
 std::vector<std::string> ToolRegistry::namespaces() const {
   const std::scoped_lock hold(lock_);
   std::vector<std::string> names;
+  names.reserve(modulesByNamespace_.size());
   for (const auto& [name, module] : modulesByNamespace_) names.push_back(name);
   return names;
 }

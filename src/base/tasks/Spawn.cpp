@@ -5,11 +5,18 @@
 
 #include <fmt/format.h>
 #include <boost/asio/co_spawn.hpp>
+#include <boost/asio/defer.hpp>
+#include <boost/asio/use_awaitable.hpp>
 
 namespace vorlane {
 
 void spawn(const Executor& executor, std::string name, TaskBody body, std::function<void()> ended) {
-  boost::asio::co_spawn(executor, std::move(body),
+  auto whole = [body = std::move(body)]() -> Task<> {
+    co_await body();
+    // Work that never waited would end by a post, which wakes another thread for nothing.
+    co_await boost::asio::defer(boost::asio::use_awaitable);
+  };
+  boost::asio::co_spawn(executor, std::move(whole),
                         [name = std::move(name), ended = std::move(ended)](std::exception_ptr failure) {
                           if (failure) {
                             try {

@@ -84,8 +84,10 @@ vault::Status FileVault::beginWriting(const SecretItem& item, bool make, Writing
   if (error != 0) return refused(item, "locking", error);
   struct stat status{};
   const auto name = fileName(item.account);
-  writing.exists = ::fstatat(writing.service.get(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0;
-  if (!writing.exists && errno != ENOENT) return refused(item, "opening", errno);
+  const bool found = ::fstatat(writing.service.get(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0;
+  error = found ? 0 : errno;
+  writing.exists = found;
+  if (!found && error != ENOENT) return refused(item, "opening", error);
   return vault::success;
 }
 
