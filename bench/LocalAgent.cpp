@@ -5,6 +5,7 @@
 #include "platform/Platform.h"
 #include "tests/integration/AgentProcess.h"
 #include "tools/ledgerly/LedgerlyToolModule.h"
+#include "tools/sceneward/ScenewardToolModule.h"
 
 #include <fmt/format.h>
 
@@ -44,10 +45,11 @@ LocalAgent::LocalAgent(std::vector<ToolDefinition> extra)
       notifications_(std::make_shared<StoreNotifications>(
           makeSignalCenter(folder_ / "signals", runtime_->io(), runtime_->concurrent()),
           runtime_->concurrent())) {
-  const auto registry = std::make_shared<ToolRegistry>();
-  registry->registerModule(std::make_shared<LedgerlyToolModule>(queries()));
-  registry->registerModule(std::make_shared<ExtraTools>(std::move(extra)));
-  server_ = std::make_shared<MCPServer>(registry, openRights());
+  registry_ = std::make_shared<ToolRegistry>();
+  registry_->registerModule(std::make_shared<LedgerlyToolModule>(queries()));
+  registry_->registerModule(std::make_shared<ScenewardToolModule>(scenes(), registry_));
+  registry_->registerModule(std::make_shared<ExtraTools>(std::move(extra)));
+  server_ = std::make_shared<MCPServer>(registry_, openRights());
   const auto bearer = std::make_shared<AgentBearerStore>(std::make_shared<KeychainBearerStorage>(
       std::shared_ptr<SecretVault>(makeFileVault(folder_ / "vault"))));
   token_ = bearer->currentToken();

@@ -3,8 +3,10 @@
 #include "base/tasks/Runtime.h"
 #include "mcp/HTTPTransport.h"
 #include "mcp/MCPServer.h"
+#include "mcp/ToolRegistry.h"
 #include "store/AgentStore.h"
 #include "store/LedgerlyQueries.h"
+#include "store/ScenewardQueries.h"
 #include "store/StoreNotifications.h"
 
 #include <cstdint>
@@ -30,6 +32,8 @@ class LocalAgent {
   const std::string& token() const { return token_; }
   MCPServer& server() { return *server_; }
   LedgerlyQueries queries() const { return {store_, notifications_}; }
+  ScenewardQueries scenes() const { return {store_, notifications_}; }
+  const ToolRegistry& registry() const { return *registry_; }
   const std::filesystem::path& folder() const { return folder_; }
   Executor concurrent() const { return runtime_->concurrent(); }
   /// Makes sheets with a few items each, by the tools.
@@ -40,6 +44,7 @@ class LocalAgent {
   std::unique_ptr<Runtime> runtime_;
   std::shared_ptr<AgentStore> store_;
   std::shared_ptr<StoreNotifications> notifications_;
+  std::shared_ptr<ToolRegistry> registry_;
   std::shared_ptr<MCPServer> server_;
   std::shared_ptr<HTTPTransport> http_;
   std::string token_;

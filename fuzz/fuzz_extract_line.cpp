@@ -1,6 +1,7 @@
-// A stream of bytes, whole and in pieces: the same lines come out, and each is
-// what lies between two newlines.
+// A stream of bytes, whole and in pieces: the same lines come out, each is what
+// lies between two newlines, and the buffer of a connection yields them too.
 #include "mcp/JSONRPCCodec.h"
+#include "mcp/LineBuffer.h"
 
 #include <cstdlib>
 #include <vector>
@@ -30,13 +31,24 @@ std::vector<std::string> lines(std::string_view stream, std::size_t piece) {
   return found;
 }
 
+std::vector<std::string> bufferedLines(std::string_view stream, std::size_t piece) {
+  std::vector<std::string> found;
+  vorlane::LineBuffer buffer;
+  while (!stream.empty()) {
+    buffer.append(stream.substr(0, piece));
+    stream.remove_prefix(std::min(piece, stream.size()));
+    while (auto line = buffer.next()) found.push_back(*std::move(line));
+  }
+  return found;
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const std::string_view stream(reinterpret_cast<const char*>(data), size);
   const auto whole = lines(stream, size + 1);
   for (const std::size_t piece : {1, 3}) {
-    if (lines(stream, piece) != whole) std::abort();
+    if (lines(stream, piece) != whole || bufferedLines(stream, piece) != whole) std::abort();
   }
   return 0;
 }

@@ -1,11 +1,13 @@
 #!/usr/bin/env bash
 # Installs what is missing of the packages of the named groups. Does nothing,
-# and asks for nothing, when all are there.
+# and asks for nothing, when all are there. A line's third word is a command that
+# stands for the package: where it is there already, however it came, nothing is installed.
 set -euo pipefail
 here=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 
 wanted=()
-while read -r group package; do
+while read -r group package program; do
+  if [ -n "${program:-}" ] && command -v "$program" >/dev/null; then continue; fi
   for name in "$@"; do
     [ "$group" = "$name" ] && wanted+=("$package")
   done

@@ -3,9 +3,7 @@
 #include "base/SecureRandom.h"
 #include "base/Text.h"
 
-#include <boost/uuid/uuid.hpp>
-#include <boost/uuid/uuid_io.hpp>
-
+#include <array>
 #include <charconv>
 #include <cstring>
 
@@ -16,23 +14,46 @@ bool isHex(char c) {
   return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F');
 }
 
+using UUIDBytes = std::array<unsigned char, 16>;
+
+/// An import makes tens of thousands of ids: they ask the system for randomness
+/// once for many.
+UUIDBytes nextRandom() {
+  constexpr std::size_t idsAtOnce = 64;
+  struct Reserve {
+    std::string bytes;
+    std::size_t used = 0;
+  };
+  thread_local Reserve reserve;
+  if (reserve.used == reserve.bytes.size()) reserve = {secureRandomBytes(idsAtOnce * sizeof(UUIDBytes)), 0};
+  UUIDBytes id;
+  std::memcpy(id.data(), reserve.bytes.data() + reserve.used, id.size());
+  reserve.used += id.size();
+  return id;
+}
+
+/// The text of a random UUID (version 4, RFC 4122 variant) over these bytes.
+std::string uuidText(UUIDBytes id, const char* hex) {
+  id[6] = static_cast<unsigned char>((id[6] & 0x0f) | 0x40);
+  id[8] = static_cast<unsigned char>((id[8] & 0x3f) | 0x80);
+  std::string text(36, '-');
+  std::size_t at = 0;
+  for (std::size_t i = 0; i < id.size(); ++i) {
+    if (i == 4 || i == 6 || i == 8 || i == 10) ++at;
+    text[at++] = hex[id[i] >> 4];
+    text[at++] = hex[id[i] & 15];
+  }
+  return text;
+}
+
 }  // namespace
 
 std::string newLowercaseUUID() {
-  const auto random = secureRandomBytes(16);
-  boost::uuids::uuid id;
-  std::memcpy(id.data, random.data(), 16);
-  id.data[6] = static_cast<unsigned char>((id.data[6] & 0x0f) | 0x40);  // version 4
-  id.data[8] = static_cast<unsigned char>((id.data[8] & 0x3f) | 0x80);  // RFC 4122 variant
-  return boost::uuids::to_string(id);
+  return uuidText(nextRandom(), "0123456789abcdef");
 }
 
 std::string newUppercaseUUID() {
-  auto text = newLowercaseUUID();
-  for (char& c : text) {
-    if (c >= 'a' && c <= 'f') c = static_cast<char>(c - 'a' + 'A');
-  }
-  return text;
+  return uuidText(nextRandom(), "0123456789ABCDEF");
 }
 
 std::optional<std::string> canonicalUUID(std::string_view text) {

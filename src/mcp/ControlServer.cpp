@@ -5,6 +5,7 @@
 #include "base/tasks/Timing.h"
 #include "mcp/ControlSocket.h"
 #include "mcp/JSONRPCCodec.h"
+#include "mcp/UnixSocket.h"
 
 #include <fmt/format.h>
 #include <boost/asio/buffer.hpp>
@@ -53,23 +54,9 @@ void removeStaleSocket(const std::string& path) {
 }
 
 FileDescriptor listenAt(const std::string& path) {
-  auto address = controlAddress(path);
+  const auto address = controlAddress(path);
   removeStaleSocket(path);
-  const auto require = [&](int result) {
-    if (result < 0) throw Failure(withErrno("cannot listen at " + path, errno));
-  };
-  FileDescriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
-  require(socket.get());
-  // The file that bind makes takes the socket's own mode, so there is no moment
-  // in which others could connect.
-  require(::fchmod(socket.get(), S_IRUSR | S_IWUSR));
-  require(::bind(socket.get(), reinterpret_cast<sockaddr*>(&address), sizeof address));
-  if (::listen(socket.get(), SOMAXCONN) != 0) {
-    const int error = errno;
-    ::unlink(path.c_str());
-    throw Failure(withErrno("cannot listen at " + path, error));
-  }
-  return socket;
+  return listenOnUnixSocket(address, path, S_IRUSR | S_IWUSR);
 }
 
 /// The next line, or nothing when the client has ended or is not worth waiting for.

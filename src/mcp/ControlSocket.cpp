@@ -2,6 +2,7 @@
 
 #include "base/Failure.h"
 #include "base/FileDescriptor.h"
+#include "mcp/UnixSocket.h"
 
 #include <fcntl.h>
 #include <fmt/format.h>
@@ -31,15 +32,7 @@ std::string shortened(const std::string& path) {
 }  // namespace
 
 sockaddr_un controlAddress(const std::string& path) {
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  // One byte stays for the terminating zero.
-  constexpr auto room = sizeof address.sun_path - 1;
-  if (path.empty()) throw Failure("the control socket has no path");
-  const auto name = path.size() > room ? shortened(path) : path;
-  if (name.size() > room) throw Failure("the control socket's name is too long: " + path);
-  name.copy(address.sun_path, room);
-  return address;
+  return unixAddress(path.size() < sizeof(sockaddr_un::sun_path) ? path : shortened(path));
 }
 
 }  // namespace vorlane

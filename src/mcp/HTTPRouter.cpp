@@ -3,7 +3,7 @@
 #include "base/Failure.h"
 #include "base/Json.h"
 #include "base/Text.h"
-#include "mcp/JSONRPCCodec.h"
+#include "mcp/MessageExchange.h"
 
 #include <exception>
 #include <string_view>
@@ -16,18 +16,6 @@ constexpr std::string_view json = "application/json";
 
 bool isRenderPath(std::string_view path) {
   return path == "/render" || path.starts_with("/render/");
-}
-
-/// A call that could not be taken, carried out or written, told as a JSON-RPC
-/// parse error whatever it was.
-HTTPMessage parseErrorMessage(const std::exception_ptr& failure) {
-  std::string body;
-  try {
-    body = JSONRPCCodec::encodeParseError(describe(failure));
-  } catch (const std::exception&) {
-    body.clear();
-  }
-  return plainMessage(400, std::move(body), json);
 }
 
 }  // namespace
@@ -54,16 +42,8 @@ bool HTTPRouter::isAuthorised(const HTTPHeaders& headers) const {
 /// A notification is answered like any other call: over HTTP each request gets
 /// its response.
 Task<HTTPMessage> HTTPRouter::answerCall(std::string body) const {
-  std::exception_ptr failure;
-  try {
-    auto request = JSONRPCCodec::decodeRequest(body);
-    body = {};
-    const auto response = co_await server_->handle(std::move(request));
-    co_return plainMessage(200, JSONRPCCodec::encodeResponse(response), json);
-  } catch (...) {
-    failure = std::current_exception();
-  }
-  co_return parseErrorMessage(failure);
+  auto exchange = co_await exchangeMessage(server_, std::move(body));
+  co_return plainMessage(exchange.failed ? 400 : 200, std::move(exchange.answer), json);
 }
 
 Task<HTTPMessage> HTTPRouter::answerRender(HTTPRequest request) const {

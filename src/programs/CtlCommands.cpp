@@ -3,6 +3,7 @@
 #include "base/Json.h"
 #include "base/JsonArguments.h"
 #include "mcp/ControlClient.h"
+#include "platform/ProgramFolder.h"
 #include "shell/AccountServices.h"
 #include "shell/AgentControl.h"
 #include "shell/AgentStatus.h"
@@ -77,7 +78,9 @@ std::string token(const Context& context) {
 }
 
 std::string clientConfig(const Context& context) {
-  if (!takeOption(context, "--http")) throw UsageFailure("client-config needs --http");
+  if (!takeOption(context, "--http")) {
+    return stdioClientConfiguration((programFolder() / "vorlane-mcp-launcher").string());
+  }
   requireContainer(context.places);
   std::string endpoint = defaultEndpoint;
   if (const auto live = statusOfAgent(context.places)) endpoint = json::stringOr(*live, "endpoint", endpoint);

@@ -13,7 +13,7 @@ namespace {
 
 constexpr char usage[] =
     "usage: vorlanectl [--container DIR] [--deployment FILE] "
-    "status | token [--regenerate] | client-config --http | signal post|watch NAME";
+    "status | token [--regenerate] | client-config [--http] | signal post|watch NAME";
 
 int run(std::vector<std::string> arguments, const char* programPath) {
   const auto options = takePlaceOptions(arguments);

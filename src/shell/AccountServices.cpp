@@ -1,5 +1,6 @@
 #include "shell/AccountServices.h"
 
+#include "base/JsonArguments.h"
 #include "base/ShellLog.h"
 #include "mcp/KeychainBearerStorage.h"
 #include "shell/PlacelessServices.h"
@@ -32,7 +33,7 @@ AccountServices::AccountServices(const Places& places, const Deployment& deploym
   urlSession = makeURLSession(deployment.caFile);
   network = [session = urlSession.get()](URLRequest request) { return session->send(std::move(request)); };
   epoch = std::make_shared<AuthAccountEpoch>(*signals, notifications);
-  tokens = std::make_unique<AuthTokenStore>(*vault, *signals, epoch, shellLog);
+  tokens = std::make_shared<AuthTokenStore>(*vault, *signals, epoch, shellLog);
   session = std::make_shared<AuthSession>(
       concurrent, AuthRefreshClient{.domain = deployment.identityDomain, .transport = network},
       AuthSession::Storage::of(*tokens), [epoch = epoch] { return epoch->value(); }, notifications, now,
@@ -49,6 +50,18 @@ CurrentUser AccountServices::currentUser() const {
 
 BearerSource AccountServices::bearer() const {
   return [session = session] { return session->freshAccessToken(); };
+}
+
+std::function<JSONMap()> AccountServices::profile() const {
+  return [tokens = tokens, gate = gate] {
+    const auto stored = tokens->load();
+    const JSONMap none;
+    const JSONMap& claims = stored ? stored->idClaims : none;
+    JSONMap profile;
+    for (const auto* claim : {"sub", "email", "name"}) profile[claim] = json::stringOr(claims, claim);
+    profile["mcp_access"] = gate->isOn();
+    return profile;
+  };
 }
 
 }  // namespace vorlane

@@ -3,6 +3,7 @@
 #include "auth/AuthAccountEpoch.h"
 #include "auth/AuthSession.h"
 #include "auth/AuthTokenStore.h"
+#include "base/Json.h"
 #include "base/NotificationCenter.h"
 #include "base/places/Places.h"
 #include "mcp/AccessGate.h"
@@ -11,6 +12,7 @@
 #include "platform/Deployment.h"
 #include "platform/Platform.h"
 
+#include <functional>
 #include <memory>
 
 namespace vorlane {
@@ -31,7 +33,7 @@ struct AccountServices {
   std::unique_ptr<URLSession> urlSession;
   NetworkRunner network;
   std::shared_ptr<AuthAccountEpoch> epoch;
-  std::unique_ptr<AuthTokenStore> tokens;
+  std::shared_ptr<AuthTokenStore> tokens;
   std::shared_ptr<AuthSession> session;
   std::shared_ptr<AgentBearerStore> bearerStore;
   /// The domain that the suite shares, and the agent's own.
@@ -41,6 +43,9 @@ struct AccountServices {
 
   CurrentUser currentUser() const;
   BearerSource bearer() const;
+  /// Who is signed in, as an assistant is shown it: "sub", "email" and "name" of the id
+  /// token, each empty where it says nothing, and whether "mcp_access" is on.
+  std::function<JSONMap()> profile() const;
 };
 
 }  // namespace vorlane

@@ -3,11 +3,14 @@
 #include "base/ShellLog.h"
 #include "base/tasks/Spawn.h"
 #include "base/tasks/Timing.h"
+#include "mcp/UnixSocketTransport.h"
 #include "shell/AgentStatus.h"
 #include "shell/IncomingURL.h"
 #include "store/AgentStore.h"
 #include "store/StoreNotifications.h"
 #include "tools/ledgerly/LedgerlyToolModule.h"
+#include "tools/sceneward/ScenewardToolModule.h"
+#include "tools/suite/VorlaneToolModule.h"
 
 #include <fmt/format.h>
 #include <boost/asio/post.hpp>
@@ -107,15 +110,33 @@ MCPLifecycle::Environment AppDelegate::lifecycleEnvironment() const {
       .bearer = account_.bearer(),
       .runner = ledgerlyNetwork(),
       .adminEndpoint = ledgerlyEndpoint(settings_.deployment, "/api/ecosystem/admin-access/me"),
-      .registerModules =
-          [store = store_,
-           notifications = storeNotifications_](const std::shared_ptr<ToolRegistry>& registry) {
-            registry->registerModule(
-                std::make_shared<LedgerlyToolModule>(LedgerlyQueries(store, notifications)));
-          },
+      .registerModules = moduleMaker(),
+      .makeSocket = socketMaker(),
       .port = settings_.port,
       .io = runtime_.io(),
       .concurrent = runtime_.concurrent(),
+  };
+}
+
+std::function<void(const std::shared_ptr<ToolRegistry>&)> AppDelegate::moduleMaker() const {
+  return [store = store_, notifications = storeNotifications_, profile = account_.profile(),
+          concurrent = runtime_.concurrent()](const std::shared_ptr<ToolRegistry>& registry) {
+    registry->registerModule(
+        std::make_shared<ScenewardToolModule>(ScenewardQueries(store, notifications), registry));
+    registry->registerModule(std::make_shared<LedgerlyToolModule>(
+        LedgerlyQueries(store, notifications), std::vector<LedgerlyToolSet>(),
+        LedgerlyImportTool::Filing{.recordList = nullptr, .executor = concurrent}));
+    registry->registerModule(
+        std::make_shared<VorlaneToolModule>(RecentsQueries(store, notifications), profile));
+  };
+}
+
+/// Without a container there is no place for the socket.
+std::function<std::unique_ptr<SocketTransport>(std::shared_ptr<MCPServer>)> AppDelegate::socketMaker() const {
+  if (!settings_.places.container) return nullptr;
+  return [path = settings_.places.assistantsSocket(), io = runtime_.io(),
+          concurrent = runtime_.concurrent()](std::shared_ptr<MCPServer> server) {
+    return std::make_unique<UnixSocketTransport>(std::move(server), path, io, concurrent);
   };
 }
 

@@ -54,6 +54,8 @@ class AppDelegate {
   void openStore();
   void startServices();
   MCPLifecycle::Environment lifecycleEnvironment() const;
+  std::function<void(const std::shared_ptr<ToolRegistry>&)> moduleMaker() const;
+  std::function<std::unique_ptr<SocketTransport>(std::shared_ptr<MCPServer>)> socketMaker() const;
 
   Settings settings_;
   Runtime& runtime_;

@@ -30,4 +30,15 @@ std::string httpClientConfiguration(const std::string& endpoint, const std::stri
                      quoted(endpoint), quoted("Bearer " + token));
 }
 
+std::string stdioClientConfiguration(const std::string& launcher) {
+  return fmt::format(R"({{
+  "mcpServers": {{
+    "vorlane": {{
+      "command": {}
+    }}
+  }}
+}})",
+                     quoted(launcher));
+}
+
 }  // namespace vorlane

@@ -17,6 +17,9 @@ using std::chrono::steady_clock;
 /// More than the store has statements, so that in practice none is prepared twice.
 constexpr std::size_t preparedLimit = 64;
 
+/// How long the write-ahead log may grow, about 4 MB, as SQLite has it by default.
+constexpr int checkpointPages = 1000;
+
 int bind(sqlite3_stmt* statement, int position, const SQLArgument::Value& value) {
   struct Binder {
     sqlite3_stmt* statement;
@@ -138,6 +141,20 @@ void Connection::enterWriteAheadLog(milliseconds patience) {
     }
     std::this_thread::sleep_for(milliseconds(5));
   }
+}
+
+void Connection::deferCheckpoints() {
+  const auto note = [](void* connection, sqlite3*, const char*, int pages) {
+    static_cast<Connection*>(connection)->logPages_ = pages;
+    return SQLITE_OK;
+  };
+  sqlite3_wal_hook(database_, note, this);
+}
+
+void Connection::checkpointIfDue() noexcept {
+  if (logPages_ < checkpointPages) return;
+  logPages_ = 0;
+  sqlite3_wal_checkpoint_v2(database_, nullptr, SQLITE_CHECKPOINT_PASSIVE, nullptr, nullptr);
 }
 
 sqlite3_stmt* Connection::prepare(std::string_view sql) {

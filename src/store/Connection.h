@@ -45,6 +45,13 @@ class Connection {
   bool inTransaction() const;
   void setBusyTimeout(std::chrono::milliseconds timeout);
 
+  /// Leaves it to the caller to move the write-ahead log into the file; a commit would
+  /// else do that now and then before it returns, and wait for the disk.
+  void deferCheckpoints();
+  /// Moves it if it has grown long. What cannot be moved now, since a reader needs it or
+  /// the disk refuses, is moved another time.
+  void checkpointIfDue() noexcept;
+
  private:
   struct Prepared {
     std::string sql;
@@ -61,6 +68,8 @@ class Connection {
   sqlite3* database_ = nullptr;
   std::list<Prepared> prepared_;  // the most recently used first
   bool transactionExpected_ = false;
+  /// The pages in the write-ahead log after the last commit.
+  int logPages_ = 0;
 };
 
 }  // namespace vorlane

@@ -35,6 +35,7 @@ struct DatabasePool::Core {
 
   void openWriter() {
     writer = std::make_unique<Connection>(path, Connection::Access::readWrite, options.busyTimeout);
+    writer->deferCheckpoints();
   }
 
   /// Waits for another process's lock until the write's own time is up, and looks
@@ -70,6 +71,8 @@ struct DatabasePool::Core {
       if (writer && writer->inTransaction()) writer.reset();
     }
     write.finish(failure, std::move(afterCommit));
+    // The asker has its answer; only now does the log go into the file.
+    if (writer) writer->checkpointIfDue();
   }
 };
 

@@ -1,14 +1,15 @@
 #pragma once
 
 #include "base/Date.h"
+#include "base/Failure.h"
 #include "base/Json.h"
 #include "base/tasks/Task.h"
 #include "store/AgentStore.h"
+#include "store/DocumentTable.h"
 #include "store/LedgerlySheetRow.h"
 #include "store/StoreNotifications.h"
 
 #include <cstdint>
-#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -27,10 +28,13 @@ class LedgerlyQueries {
  public:
   LedgerlyQueries(std::shared_ptr<AgentStore> store, std::shared_ptr<StoreNotifications> notifications,
                   Clock clock = vorlane::now)
-      : store_(std::move(store)), notifications_(std::move(notifications)), clock_(std::move(clock)) {}
+      : sheets_(kind, std::move(store), std::move(notifications), std::move(clock)) {}
+
+  /// DomainFailure ("ledgerly", 404), "sheet ID not found".
+  static DomainFailure sheetNotFound(const std::string& id);
 
   /// The present, by the clock that stamps the rows.
-  Date now() const { return clock_(); }
+  Date now() const { return sheets_.now(); }
 
   /// By primary key alone.
   std::optional<LedgerlySheetRow> fetch(const std::string& id) const;
@@ -48,31 +52,17 @@ class LedgerlyQueries {
 
   /// Inserts the row or updates the one of its id.
   Task<> save(LedgerlySheetRow row) const;
+  /// Gives the sheet another title and a later `updatedAt`, and leaves its other columns
+  /// to whoever else writes them. Without such a sheet nothing happens.
+  Task<> rename(std::string id, std::string title) const;
 
-  /// Reads a sheet's document, has `transform(JSONMap&)` edit it and writes it back
-  /// with a later `updatedAt`, also when nothing was changed: the sheet is then
-  /// pushed once more, which costs one idempotent upload. Read, edit and write are
-  /// one transaction, so that no other edit is lost, and other columns keep what a
-  /// push writes meanwhile. Returns what the transform returns. The transform runs on
-  /// the writer thread and must own all that it uses; when it throws, nothing is
-  /// written. Throws DomainFailure ("ledgerly", 404) when there is no such sheet.
+  /// Edits a sheet's document in one transaction, see DocumentTable::mutate. Throws
+  /// `sheetNotFound` when there is no such sheet.
   template <class Transform>
   auto mutateDocument(std::string id, Transform transform) const
       -> Task<std::invoke_result_t<Transform&, JSONMap&>> {
-    using Report = std::invoke_result_t<Transform&, JSONMap&>;
-    return store_->dbWriter().writeAsync(
-        [queries = *this, id = std::move(id),
-         transform = std::move(transform)](Database& database) mutable -> Report {
-          auto opened = openDocument(database, id);
-          if constexpr (std::is_void_v<Report>) {
-            transform(opened.document);
-            queries.writeBack(database, id, opened);
-          } else {
-            Report report = transform(opened.document);
-            queries.writeBack(database, id, opened);
-            return report;
-          }
-        });
+    auto notFound = sheetNotFound(id);
+    return sheets_.mutate(std::move(id), std::move(notFound), std::move(transform));
   }
 
   /// The cloud took the document as it was at `at`, the row's `updatedAt` from before
@@ -92,18 +82,9 @@ class LedgerlyQueries {
   Task<> deleteSheet(std::string id) const;
 
  private:
-  struct OpenedDocument {
-    std::string ownerID;
-    Date updatedAt;
-    JSONMap document;
-  };
-  static OpenedDocument openDocument(Database& database, const std::string& id);
-  void writeBack(Database& database, const std::string& id, const OpenedDocument& opened) const;
-  void signalAfterCommit(Database& database, const std::string& ownerID) const;
+  static const DocumentTableKind kind;
 
-  std::shared_ptr<AgentStore> store_;
-  std::shared_ptr<StoreNotifications> notifications_;
-  Clock clock_;
+  DocumentTable sheets_;
 };
 
 }  // namespace vorlane

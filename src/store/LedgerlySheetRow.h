@@ -1,6 +1,7 @@
 #pragma once
 
 #include "base/Date.h"
+#include "store/DocumentRow.h"
 #include "store/Row.h"
 #include "store/SQLArgument.h"
 
@@ -30,9 +31,9 @@ struct LedgerlySheetRow {
   std::optional<Date> pushBlockedAt = std::nullopt;
 
   /// Whether there is anything that the cloud does not have.
-  bool isDirty() const { return !syncedAt || updatedAt > *syncedAt; }
+  bool isDirty() const { return DocumentRow::isDirty(*this); }
   /// Whether it was refused and has not been edited since.
-  bool isBlocked() const { return pushBlockedAt && updatedAt <= *pushBlockedAt; }
+  bool isBlocked() const { return DocumentRow::isBlocked(*this); }
 
   static constexpr std::string_view table = "ledgerly_sheets";
   static constexpr std::array<std::string_view, 9> columns{"id",        "owner_id",   "title",

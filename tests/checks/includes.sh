@@ -12,9 +12,11 @@ BEGIN {
   allowed["auth"] = "base platform auth"
   allowed["preferences"] = "base platform preferences"
   allowed["mcp"] = "base platform mcp"
-  allowed["tools"] = "base platform store auth preferences mcp tools"
+  allowed["ai"] = "base platform auth preferences ai"
+  allowed["tools"] = "base platform store auth preferences mcp ai tools"
   allowed["shell"] = allowed["tools"] " shell"
-  allowed["programs"] = allowed["shell"] " programs"
+  allowed["launcher"] = "base launcher"
+  allowed["programs"] = allowed["shell"] " launcher programs"
   allowed["devcloud"] = "base devcloud"
   for (folder in allowed) {
     count = split(allowed[folder], names, " ")
@@ -34,8 +36,9 @@ FNR == 1 {
   first = target
   if (sub(/\/.*/, "", first) == 0) { print FILENAME ":" FNR ": includes are written from src/: " target; bad = 1; next }
   if (!((folder, first) in may)) { print FILENAME ":" FNR ": " folder "/ must not include " target; bad = 1 }
-  # places has no dependency at all, so that the launcher stays small.
+  # places has no dependency at all, and the launcher none but places, so that it stays small.
   if (FILENAME ~ /^src\/base\/places\// && target !~ /^base\/places\//) { print FILENAME ":" FNR ": base/places includes nothing of ours: " target; bad = 1 }
+  if (FILENAME ~ /^src\/(launcher\/|programs\/LauncherMain)/ && target !~ /^(launcher|base\/places)\//) { print FILENAME ":" FNR ": the launcher includes base/places alone: " target; bad = 1 }
 }
 END { exit bad }
 ' $(git ls-files --cached --others --exclude-standard -- 'src/*.h' 'src/*.cpp' 'devcloud/*.h' 'devcloud/*.cpp' |

@@ -51,7 +51,7 @@ TEST(Programs, EndWithTwoAndOneLineThatNamesWhatIsWrong) {
       {"vorlanectl", {"dance"}, "dance"},
       {"vorlanectl", {"token", "--force"}, "--force"},
       {"vorlanectl", {"signal", "shout", "x"}, "signal"},
-      {"vorlanectl", {"client-config"}, "--http"},
+      {"vorlanectl", {"client-config", "--stdio"}, "--stdio"},
       {"vorlanectl", {"--deployment", "/nowhere/d.json", "status"}, "/nowhere/d.json"},
       {"vorlane-devcloud", {"--nope"}, "--nope"},
   };
@@ -122,6 +122,9 @@ TEST(Programs, CtlTellsTheStatusWithAndWithoutAnAgent) {
   const auto block = parseJSONMap(runProgram("vorlanectl", {"client-config", "--http"}, environment).out);
   EXPECT_EQ(block.at("mcpServers").at("vorlane").at("headers").at("Authorization").as_string(),
             "Bearer " + spine.token);
+  EXPECT_EQ(runProgram("vorlanectl", {"client-config"}, environment).out,
+            "{\n  \"mcpServers\": {\n    \"vorlane\": {\n      \"command\": \"" VORLANE_BIN
+            "/vorlane-mcp-launcher\"\n    }\n  }\n}\n");
 }
 
 TEST(Programs, SpoiltFilesNeverKeepTheAgentFromStarting) {

@@ -45,6 +45,19 @@ class RawClient {
     }
     return count == 0 ? all : all + withErrno(" receiving failed", errno);
   }
+  /// The next line with its newline; less at the end of the stream.
+  std::string receiveLine() {
+    while (received_.find('\n') == std::string::npos) {
+      std::string piece(65536, '\0');
+      const auto count = ::recv(socket_.get(), piece.data(), piece.size(), 0);
+      if (count <= 0) break;
+      received_.append(piece, 0, static_cast<std::size_t>(count));
+    }
+    const auto length = received_.find('\n');
+    auto line = received_.substr(0, length == std::string::npos ? length : length + 1);
+    received_.erase(0, line.size());
+    return line;
+  }
   int descriptor() const { return socket_.get(); }
 
  private:
@@ -54,6 +67,7 @@ class RawClient {
   }
 
   FileDescriptor socket_;
+  std::string received_;
 };
 
 /// Waits until it holds, for half a minute at most.

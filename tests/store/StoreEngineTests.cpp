@@ -55,5 +55,13 @@ TEST_F(StoreTest, OpeningWhatIsNoUsableDatabaseFailsAndLeavesItUntouched) {
             "App Group container unavailable for group.com.example.other");
 }
 
+TEST_F(StoreTest, TheLogIsMovedIntoTheFileBetweenWrites) {
+  const auto queries = queriesOn(open());
+  for (int i = 0; i < 20; ++i)
+    await(
+        queries.save({"s", "o", "T", std::string(1'000'000, static_cast<char>('a' + i)), present, present}));
+  EXPECT_LT(std::filesystem::file_size(folder.database() + "-wal"), 8'000'000U);
+}
+
 }  // namespace
 }  // namespace vorlane

@@ -74,7 +74,8 @@ std::string failureOf(const std::invocable auto& call) {
 class StoreTest : public ::testing::Test {
  protected:
   std::shared_ptr<AgentStore> open() { return std::make_shared<AgentStore>(folder.path); }
-  LedgerlyQueries queriesOn(std::shared_ptr<AgentStore> store) {
+  template <class Queries = LedgerlyQueries>
+  Queries queriesOn(std::shared_ptr<AgentStore> store) {
     return {std::move(store), std::make_shared<StoreNotifications>(signals, runtime.io()),
             [this] { return present; }};
   }
@@ -89,12 +90,13 @@ class StoreTest : public ::testing::Test {
   std::string inFile(const std::string& sql) { return OtherProgram(folder.database()).run(sql); }
   /// How many changes of the owner "o" were signalled since this was last asked.
   int newSignals() {
-    const int all = signals->posts("com.vorlane.store.ledgerly.o.changed");
+    const int all = signals->posts(watched);
     return all - std::exchange(seenSignals, all);
   }
 
   TemporaryFolder folder;
   std::shared_ptr<testing::FakeSignalCenter> signals = std::make_shared<testing::FakeSignalCenter>();
+  std::string watched = "com.vorlane.store.ledgerly.o.changed";
   int seenSignals = 0;
   Date present = *dateFromStorage("2026-03-01 12:00:00.000");
   Runtime runtime;

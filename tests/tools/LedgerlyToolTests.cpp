@@ -1,5 +1,5 @@
 #include "base/JsonArguments.h"
-#include "store/StoreFixture.h"
+#include "tools/ToolBench.h"
 #include "tools/ledgerly/LedgerlyToolModule.h"
 
 #include <boost/algorithm/string/replace.hpp>
@@ -7,21 +7,10 @@
 namespace vorlane {
 namespace {
 
-/// JSON text with single quotes for double ones.
-std::string quoted(std::string json) {
-  std::ranges::replace(json, '"', '\'');
-  return json;
-}
-
-/// A document, a call, the answer and the document afterwards; "=" where it is as it was.
-struct Edit {
-  std::string before, tool, arguments, answer, after;
-};
-
 /// The tools over a real store. JSON is written with single quotes; a text that starts with
 /// '[' is a document with these categories, and one of arguments goes beside the sheet "s".
-class LedgerlyTools : public StoreTest {
- protected:
+class LedgerlyTools : public ToolBench {
+ public:
   static std::string document(std::string text) {
     if (text.starts_with("[")) text = "{'categories':" + text + "}";
     return text;
@@ -31,27 +20,11 @@ class LedgerlyTools : public StoreTest {
     std::ranges::replace(data, '\'', '"');
     await(queries.save({id, owner, "T", data, present, present}));
   }
-  /// The tool's answer, or "DOMAIN CODE DESCRIPTION" of its failure.
   std::string call(const std::string& tool, std::string arguments) {
     if (!arguments.starts_with("{")) arguments = "{'sheetId':'s'," + arguments + "}";
-    std::ranges::replace(arguments, '\'', '"');
-    const auto tools = module.tools();
-    const auto found = std::ranges::find(tools, "ledgerly_" + tool, &ToolDefinition::name);
-    try {
-      return quoted(writeJSON(await(found->handler(parseJSONMap(arguments), {.userID = "o"}))));
-    } catch (const DomainFailure& failure) {
-      return failure.domain() + " " + std::to_string(failure.code()) + " " + failure.description();
-    }
+    return answer(module, tool, arguments);
   }
   std::string saved() { return quoted(queries.fetch("s").value().data); }
-  void expect(const Edit& edit) {
-    SCOPED_TRACE(edit.tool + " " + edit.arguments + " on " + edit.before);
-    put("s", edit.before);
-    EXPECT_EQ(call(edit.tool, edit.arguments), edit.answer);
-    EXPECT_EQ(saved(), document(edit.after == "=" ? edit.before : edit.after));
-    // A refusal and an edit that changed nothing move the time too.
-    EXPECT_EQ(queries.fetch("s")->updatedAt, present + std::chrono::milliseconds(1));
-  }
 
   LedgerlyQueries queries = queriesOn(open());
   LedgerlyToolModule module{queries};
@@ -67,27 +40,36 @@ TEST_F(LedgerlyTools, TheListIsInOrderAndTakesFurtherSetsAtItsEnd) {
     list += tool.name.substr(9) + " " + quoted(writeJSON(tool.inputSchema)) + "\n";
   boost::replace_all(list, "{'type':'string'}", "STR");
   boost::replace_all(list, ",'type':'object'}", " OBJ");
-  EXPECT_EQ(list,
-            "list_sheets {'properties':{} OBJ\n"
-            "get_sheet {'properties':{'sheetId':STR},'required':['sheetId'] OBJ\n"
-            "list_categories {'properties':{'sheetId':STR},'required':['sheetId'] OBJ\n"
-            "list_items {'properties':{'categoryId':STR,'sheetId':STR},'required':['sheetId'] OBJ\n"
-            "create_sheet {'properties':{'sheetId':STR,'title':STR} OBJ\n"
-            "add_item {'properties':{'categoryId':STR,'categoryName':STR,'itemId':STR,'links':{'description':"
-            "'Reference links: the page the item came from, or a Google search address for it when "
-            "there is none. Never an invented address.','items':{'properties':{'title':STR,'url':STR},"
-            "'required':['url'] OBJ,'type':'array'},'name':STR,'notes':{'description':'The item's note: "
-            "plain text or HTML, shown under the item in every view.','type':'string'},"
-            "'qty':{'type':'number'},'sheetId':STR},'required':['sheetId','name'] OBJ\n"
-            "update_item {'properties':{'itemId':STR,'patch':{'type':'object'},'sheetId':STR},"
-            "'required':['sheetId','itemId','patch'] OBJ\n"
-            "delete_item {'properties':{'itemId':STR,'sheetId':STR},'required':['sheetId','itemId'] OBJ\n"
-            "toggle_check {'properties':{'itemId':STR,'sheetId':STR},'required':['sheetId','itemId'] OBJ\n"
-            "delete_category {'properties':{'categoryId':STR,'categoryName':STR,"
-            "'deleteItems':{'type':'boolean'},'sheetId':STR},'required':['sheetId'] OBJ\n"
-            "rename_category {'properties':{'categoryId':STR,'categoryName':STR,'newName':STR,"
-            "'sheetId':STR},'required':['sheetId','newName'] OBJ\n"
-            "more {}\n");
+  EXPECT_EQ(
+      list,
+      "list_sheets {'properties':{} OBJ\n"
+      "get_sheet {'properties':{'sheetId':STR},'required':['sheetId'] OBJ\n"
+      "list_categories {'properties':{'sheetId':STR},'required':['sheetId'] OBJ\n"
+      "list_items {'properties':{'categoryId':STR,'sheetId':STR},'required':['sheetId'] OBJ\n"
+      "create_sheet {'properties':{'sheetId':STR,'title':STR} OBJ\n"
+      "add_item {'properties':{'categoryId':STR,'categoryName':STR,'itemId':STR,'links':{'description':"
+      "'Reference links: the page the item came from, or a Google search address for it when "
+      "there is none. Never an invented address.','items':{'properties':{'title':STR,'url':STR},"
+      "'required':['url'] OBJ,'type':'array'},'name':STR,'notes':{'description':'The item's note: "
+      "plain text or HTML, shown under the item in every view.','type':'string'},"
+      "'qty':{'type':'number'},'sheetId':STR},'required':['sheetId','name'] OBJ\n"
+      "update_item {'properties':{'itemId':STR,'patch':{'type':'object'},'sheetId':STR},"
+      "'required':['sheetId','itemId','patch'] OBJ\n"
+      "delete_item {'properties':{'itemId':STR,'sheetId':STR},'required':['sheetId','itemId'] OBJ\n"
+      "toggle_check {'properties':{'itemId':STR,'sheetId':STR},'required':['sheetId','itemId'] OBJ\n"
+      "delete_category {'properties':{'categoryId':STR,'categoryName':STR,"
+      "'deleteItems':{'type':'boolean'},'sheetId':STR},'required':['sheetId'] OBJ\n"
+      "rename_category {'properties':{'categoryId':STR,'categoryName':STR,'newName':STR,"
+      "'sheetId':STR},'required':['sheetId','newName'] OBJ\n"
+      "import_sheet {'properties':{'categories':{'items':{'properties':{'id':STR,'items':{'items':"
+      "{'properties':{'checked':{'type':'boolean'},'id':STR,'links':{'items':{'properties':{'title':STR,"
+      "'url':STR},'required':['url'] OBJ,'type':'array'},'location':STR,'name':STR,'notes':STR,"
+      "'price':{'type':'number'},'qty':{'type':'number'},'tags':{'items':STR,'type':'array'},"
+      "'vendor':STR},'required':['name'] OBJ,'type':'array'},'name':STR},'required':['name'] OBJ,"
+      "'type':'array'},'mode':{'enum':['replace','append'],'type':'string'},'request':{'description':"
+      "'The person's request in their own words, recorded with the list in their Archive.',"
+      "'type':'string'},'sheetId':STR,'title':STR},'required':['categories'] OBJ\n"
+      "more {}\n");
 }
 
 TEST_F(LedgerlyTools, SheetsAreListedForTheirOwnerWithoutOpeningThem) {
@@ -166,7 +148,7 @@ TEST_F(LedgerlyTools, AnItemIsAddedToTheCategoryOfThatIdOrToANewOne) {
        "{'item':{'checked':false,'id':'i','name':''}}",
        "{'categories':[{'id':'c','items':[{'checked':false,'id':'i','name':''}]}],'k':1}"},
   };
-  for (const auto& edit : edits) expect(edit);
+  for (const auto& edit : edits) expectEdit(edit);
   // What cannot be read as a list would be lost or would hide the item.
   for (const auto& [key, before] :
        {std::pair("categories", "[{'id':'c'},7]"), {"items", "[{'id':'c','items':'none'}]"}}) {
@@ -210,7 +192,7 @@ TEST_F(LedgerlyTools, ItemsAreEditedByTheirId) {
       {"[{'items':[{'checked':true,'id':'1'}]}]", "toggle_check", "'itemId':'1'",
        "{'checked':false,'itemId':'1'}", "[{'items':[{'checked':false,'id':'1'}]}]"},
   };
-  for (const auto& edit : edits) expect(edit);
+  for (const auto& edit : edits) expectEdit(edit);
   for (const char* tool : {"update_item", "delete_item", "toggle_check", "delete_category"})
     EXPECT_EQ(call(tool, "{'sheetId':'no'}"), "ledgerly 404 sheet no not found") << tool;
 }
@@ -239,7 +221,7 @@ TEST_F(LedgerlyTools, CategoriesAreFoundRemovedAndRenamed) {
        "{'category':{'id':'b','name':'<N>','previousName':'B'}}",
        "[" + a + ",{'id':'b','name':'<N>','x':1}]"},
   };
-  for (const auto& edit : edits) expect(edit);
+  for (const auto& edit : edits) expectEdit(edit);
   put("s", two);
   for (const std::string blank : {"''", "' \\u00a0\\n'", "'&nbsp;'", "7"})
     EXPECT_EQ(call("rename_category", "'newName':" + blank), "ledgerly 400 newName is required");

@@ -1,6 +1,7 @@
 #include "platform/linux/SecretServiceModule.h"
 
 #include "base/ShellLog.h"
+#include "platform/ProgramFolder.h"
 
 #include <dlfcn.h>
 #include <fmt/format.h>
@@ -29,9 +30,7 @@ bool busIsAtHand() {
 /// Beside the running program, installed or in the build folder.
 void* loadModule() {
   std::error_code error;
-  const auto program = std::filesystem::read_symlink("/proc/self/exe", error);
-  if (error) return nullptr;
-  const auto folder = program.parent_path();
+  const auto folder = programFolder();
   std::string reason = "it is missing";
   for (const auto& path : {folder.parent_path() / "lib/vorlane" / fileName, folder / fileName}) {
     if (!std::filesystem::exists(path, error)) continue;

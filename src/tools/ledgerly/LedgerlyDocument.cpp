@@ -2,6 +2,7 @@
 
 #include "base/JsonArguments.h"
 #include "base/Text.h"
+#include "tools/DocumentEdits.h"
 #include "tools/ledgerly/LedgerlyText.h"
 #include "tools/ledgerly/LedgerlyTool.h"
 
@@ -23,29 +24,20 @@ JSONArray* items(JSONMap& category) {
 }
 
 JSONArray& appendableArray(JSONMap& map, std::string_view key) {
-  auto& value = map[key];
-  if (value.is_null()) value.emplace_array();
-  if (json::arrayOfObjects(map, key) == nullptr) {
-    throw ledgerlyFailure(409, "the sheet holds something under \"" + std::string(key) +
-                                   "\" that is not a list of objects; nothing was added");
-  }
-  return value.get_array();
+  if (auto* values = documents::appendableArray(map, key)) return *values;
+  throw ledgerlyFailure(409, "the sheet holds something under \"" + std::string(key) +
+                                 "\" that is not a list of objects; nothing was added");
 }
 
 bool hasID(const JSONMap& map, std::string_view id) {
-  const auto* value = json::find(map, "id");
-  return value != nullptr && value->is_string() && std::string_view(value->get_string()) == id;
+  return documents::hasID(map, id);
 }
 
 JSONMap* findItem(JSONMap& document, std::string_view id) {
   auto* all = categories(document);
   if (all == nullptr) return nullptr;
   for (auto& category : *all) {
-    auto* list = items(category.get_object());
-    if (list == nullptr) continue;
-    for (auto& item : *list) {
-      if (hasID(item.get_object(), id)) return &item.get_object();
-    }
+    if (auto* item = documents::findByID(category.get_object(), "items", id)) return item;
   }
   return nullptr;
 }

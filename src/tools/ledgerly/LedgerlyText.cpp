@@ -49,7 +49,8 @@ std::string encodedAddress(std::string_view address) {
   return encoded;
 }
 
-std::optional<JSONMap> linkEntry(const JSONValue& element, std::string_view addedAt) {
+std::optional<JSONMap> linkEntry(const JSONValue& element, std::string_view addedAt,
+                                 const boost::json::storage_ptr& storage) {
   std::string address, title;
   if (element.is_string()) {
     address = element.get_string();
@@ -58,15 +59,23 @@ std::optional<JSONMap> linkEntry(const JSONValue& element, std::string_view adde
     title = entityDecoded(json::stringOr(element.get_object(), "title"));
   }
   address = trimmed(address);
-  const auto encoded = encodedAddress(address);
+  std::string encoded;  // looked at by `url`
   auto url = boost::urls::parse_uri(address);
-  if (!url) url = boost::urls::parse_uri(encoded);
+  if (!url) {
+    encoded = encodedAddress(address);
+    url = boost::urls::parse_uri(encoded);
+  }
   if (!url) return std::nullopt;
   const auto scheme = asciiLowercased(url->scheme());
   if (scheme != "http" && scheme != "https") return std::nullopt;
   if (title.empty()) title = validUTF8(std::string(url->host_address()));
   if (title.empty()) title = "Link";
-  return JSONMap{{"id", newUppercaseUUID()}, {"url", address}, {"title", title}, {"addedAt", addedAt}};
+  JSONMap entry(4, storage);
+  entry.emplace("addedAt", addedAt);
+  entry.emplace("id", newUppercaseUUID());
+  entry.emplace("title", title);
+  entry.emplace("url", address);
+  return entry;
 }
 
 }  // namespace
@@ -89,13 +98,13 @@ std::string entityDecoded(std::string_view text) {
   return decoded;
 }
 
-JSONArray normalisedLinks(const JSONValue* links, Date addedAt) {
-  JSONArray entries;
+JSONArray normalisedLinks(const JSONValue* links, Date addedAt, boost::json::storage_ptr storage) {
+  JSONArray entries(storage);
   if (links == nullptr || !links->is_array()) return entries;
   const auto stamp = iso8601Text(addedAt);
   const auto& elements = links->get_array();
   for (std::size_t i = 0; i < std::min(elements.size(), linkLimit); ++i) {
-    if (auto entry = linkEntry(elements[i], stamp)) entries.push_back(std::move(*entry));
+    if (auto entry = linkEntry(elements[i], stamp, storage)) entries.push_back(std::move(*entry));
   }
   return entries;
 }

@@ -3,6 +3,8 @@
 #include "base/Date.h"
 #include "base/Json.h"
 
+#include <boost/json/storage_ptr.hpp>
+
 #include <string>
 #include <string_view>
 
@@ -16,6 +18,6 @@ std::string entityDecoded(std::string_view text);
 /// The "webLinks" entries for a `links` argument, stamped `addedAt`: of its first five
 /// elements those with an http or https address. Empty when none passes or it is no
 /// array; the key is then not to be written.
-JSONArray normalisedLinks(const JSONValue* links, Date addedAt);
+JSONArray normalisedLinks(const JSONValue* links, Date addedAt, boost::json::storage_ptr storage = {});
 
 }  // namespace vorlane

@@ -10,9 +10,13 @@
 
 namespace vorlane {
 
-LedgerlyToolModule::LedgerlyToolModule(LedgerlyQueries queries, std::vector<LedgerlyToolSet> furtherSets)
+LedgerlyToolModule::LedgerlyToolModule(LedgerlyQueries queries, std::vector<LedgerlyToolSet> furtherSets,
+                                       LedgerlyImportTool::Filing filing)
     : queries_(std::move(queries)),
-      sets_{LedgerlyReadTools::tools, LedgerlyAuthoringTools::tools, LedgerlyCategoryTools::tools} {
+      sets_{LedgerlyReadTools::tools, LedgerlyAuthoringTools::tools, LedgerlyCategoryTools::tools,
+            [filing = std::move(filing)](const LedgerlyQueries& sheets) {
+              return LedgerlyImportTool::tools(sheets, filing);
+            }} {
   std::ranges::move(furtherSets, std::back_inserter(sets_));
 }
 

@@ -2,6 +2,7 @@
 
 #include "mcp/ToolDefinition.h"
 #include "store/LedgerlyQueries.h"
+#include "tools/ledgerly/LedgerlyImportTool.h"
 
 #include <functional>
 #include <string>
@@ -13,10 +14,12 @@ namespace vorlane {
 using LedgerlyToolSet = std::function<std::vector<ToolDefinition>(const LedgerlyQueries& queries)>;
 
 /// The sheet tools, namespace "ledgerly": those that read, those that write items,
-/// those that write categories, and then the further sets in their order.
+/// those that write categories, the import, and then the further sets in their order.
 class LedgerlyToolModule : public ToolModule {
  public:
-  explicit LedgerlyToolModule(LedgerlyQueries queries, std::vector<LedgerlyToolSet> furtherSets = {});
+  /// `filing`: how imported lists get into the person's cloud archive, if they do.
+  explicit LedgerlyToolModule(LedgerlyQueries queries, std::vector<LedgerlyToolSet> furtherSets = {},
+                              LedgerlyImportTool::Filing filing = {});
 
   std::string toolNamespace() const override { return "ledgerly"; }
   std::vector<ToolDefinition> tools() const override;

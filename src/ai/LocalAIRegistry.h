@@ -1,0 +1,28 @@
+#pragma once
+
+#include "ai/AICall.h"
+#include "ai/LocalAIProvider.h"
+#include "base/tasks/Task.h"
+
+#include <memory>
+#include <string>
+
+namespace vorlane {
+
+/// Decides which provider serves a task, from what is available and what the person has
+/// picked. All that the tools see of the local models. Callable from any thread; the
+/// caller keeps the registry alive until a task of it has ended.
+class LocalAIRegistry {
+ public:
+  virtual ~LocalAIRegistry() = default;
+
+  /// Who would serve the task now; null when nobody can. Looks for nothing new.
+  virtual Task<std::shared_ptr<LocalAIProvider>> provider(AITask task) = 0;
+  /// The sentence that tells the person why nobody serves the task.
+  virtual Task<std::string> unavailableReason(AITask task) = 0;
+  /// Has the call run by whoever serves its task, and records how it went. Throws
+  /// AIError, providerUnavailable when nobody does.
+  virtual Task<AIResult> runAndLog(AICall call) = 0;
+};
+
+}  // namespace vorlane

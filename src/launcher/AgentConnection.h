@@ -1,0 +1,47 @@
+#pragma once
+
+#include "base/places/Places.h"
+
+#include <sys/types.h>
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace vorlane {
+
+/// The one connection to the agent's socket for assistants. Nothing here throws
+/// but for want of memory; nothing blocks but `connect`, and that for a second
+/// at most, when the agent has let its queue of new connections run full.
+class AgentConnection {
+ public:
+  explicit AgentConnection(Places places) : places_(std::move(places)) {}
+  ~AgentConnection() { close(); }
+  AgentConnection(const AgentConnection&) = delete;
+  AgentConnection& operator=(const AgentConnection&) = delete;
+
+  /// Looks for the agent anew, since it may by now be running elsewhere: in the
+  /// container that was named; else in the one that the agent started last has
+  /// left word of, then in the usual one. False when none listens.
+  bool connect();
+  void close();
+  bool connected() const { return socket_ >= 0; }
+  int descriptor() const { return socket_; }
+  /// Why the last `connect` found nobody, naming the place.
+  const std::string& reason() const { return reason_; }
+
+  /// As send(2) and recv(2) do, with errno, and EAGAIN instead of waiting.
+  ssize_t send(std::string_view bytes) const;
+  ssize_t receive(char* room, std::size_t size) const;
+
+ private:
+  std::vector<std::string> containers() const;
+  bool connectTo(const std::string& container);
+
+  Places places_;
+  int socket_ = -1;
+  std::string reason_;
+};
+
+}  // namespace vorlane

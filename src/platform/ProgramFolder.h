@@ -1,0 +1,11 @@
+#pragma once
+
+#include <filesystem>
+
+namespace vorlane {
+
+/// The folder that the running program lies in, beside the other programs of its
+/// installation or build. Throws Failure when the system cannot tell.
+std::filesystem::path programFolder();
+
+}  // namespace vorlane

@@ -1,0 +1,113 @@
+// The stdio launcher. Assistants start one each, with hardly an environment, and
+// keep it for as long as they live, whatever the agent does meanwhile.
+#include "launcher/Relay.h"
+
+#include <fcntl.h>
+#include <malloc.h>
+#include <pwd.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdio>
+#include <exception>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace vorlane {
+namespace {
+
+constexpr char version[] = "0.1.0";
+
+/// The words of the command line, or what is wrong with them.
+struct Options {
+  PlaceOptions places;
+  bool version = false;
+  std::string complaint;
+};
+
+Options parse(int count, char** words) {
+  constexpr std::string_view container = "--container";
+  Options options;
+  for (int i = 1; i < count; ++i) {
+    const std::string_view word = words[i];
+    if (word == "--version") {
+      options.version = true;
+    } else if (word == container && i + 1 < count) {
+      options.places.container = words[++i];
+    } else if (word.starts_with(container) && word.substr(container.size()).starts_with('=')) {
+      options.places.container = word.substr(container.size() + 1);
+    } else if (word != container) {
+      options.complaint =
+          (word.starts_with('-') ? "unknown option " : "unexpected word ") + std::string(word);
+      return options;
+    } else {
+      options.places.container.emplace();
+    }
+    if (options.places.container && options.places.container->empty()) {
+      options.complaint = "the option --container needs a value";
+      return options;
+    }
+  }
+  return options;
+}
+
+/// The environment, and without a HOME the one that the system knows for the person.
+std::optional<std::string> variable(const char* name) {
+  auto value = processEnvironment()(name);
+  if (value || std::string_view(name) != "HOME") return value;
+  const passwd* entry = ::getpwuid(::getuid());
+  if (entry == nullptr || entry->pw_dir == nullptr || *entry->pw_dir == '\0') return std::nullopt;
+  return entry->pw_dir;
+}
+
+/// Whoever started us may have blocked or ignored these.
+void setUpSignals() {
+  std::signal(SIGPIPE, SIG_IGN);
+  struct sigaction action{};
+  action.sa_handler = [](int) { ::_exit(0); };
+  sigset_t ending;
+  sigemptyset(&ending);
+  for (const int signal : {SIGTERM, SIGINT}) {
+    ::sigaction(signal, &action, nullptr);
+    sigaddset(&ending, signal);
+  }
+  ::sigprocmask(SIG_UNBLOCK, &ending, nullptr);
+}
+
+/// A socket must not take the place of a standard stream that was closed.
+bool fillStandardStreams() {
+  const bool useful = ::fcntl(STDIN_FILENO, F_GETFD) >= 0 && ::fcntl(STDOUT_FILENO, F_GETFD) >= 0;
+  if (::fcntl(STDERR_FILENO, F_GETFD) < 0) ::open("/dev/null", O_WRONLY);
+  return useful;
+}
+
+int run(int count, char** words) {
+  const auto options = parse(count, words);
+  if (!options.complaint.empty()) {
+    notice(options.complaint);
+    return 2;
+  }
+  if (options.version) {
+    std::printf("vorlane-mcp-launcher %s\n", version);
+    return 0;
+  }
+  if (!fillStandardStreams()) return 0;
+  setUpSignals();
+  // Else the memory of one large answer would be kept for the next.
+  ::mallopt(M_MMAP_THRESHOLD, 131072);
+  Relay(STDIN_FILENO, STDOUT_FILENO, Places::resolve(options.places, variable)).run();
+  return 0;
+}
+
+}  // namespace
+}  // namespace vorlane
+
+int main(int count, char** words) {
+  try {
+    return vorlane::run(count, words);
+  } catch (const std::exception& error) {
+    vorlane::notice(error.what());
+    return 1;
+  }
+}

@@ -1,0 +1,19 @@
+#pragma once
+
+#include "store/Database.h"
+
+#include <string>
+
+namespace vorlane {
+
+/// What stays of saves and projects that a person took back. Tombstones name an owner by
+/// a hash alone, so that they may stay when the owner's data is gone.
+struct ScenewardTombstones {
+  /// The lower-case hexadecimal SHA-256 of the owner id's UTF-8 bytes.
+  static std::string ownerHash(const std::string& ownerID);
+  /// Whether the person removed the project and has not restored it. `projectID` is canonical.
+  static bool isProjectCancelled(Database& database, const std::string& ownerID,
+                                 const std::string& projectID);
+};
+
+}  // namespace vorlane

@@ -1,0 +1,197 @@
+#include "mcp/UnixSocketTransport.h"
+
+#include "RawClient.h"
+#include "base/tasks/Event.h"
+#include "base/tasks/Runtime.h"
+
+#include <fmt/format.h>
+#include <gmock/gmock.h>
+
+#include <filesystem>
+#include <fstream>
+#include <set>
+
+namespace vorlane {
+namespace {
+
+using namespace std::string_literals;
+
+constexpr std::size_t bigAnswer = 100'000;
+
+std::string call(const std::string& id, std::string_view tool, std::string_view arguments = "{}") {
+  return fmt::format(
+      R"({{"jsonrpc":"2.0","id":{},"method":"tools/call","params":{{"name":"t_{}","arguments":{}}}}})", id,
+      tool, arguments);
+}
+const std::string ping = R"({"jsonrpc":"2.0","id":"ping","method":"initialized"})";
+const std::string pong = R"({"id":"ping","jsonrpc":"2.0","result":{}})";
+
+std::string parseError(std::string_view text) {
+  return fmt::format(R"({{"error":{{"code":-32700,"message":"{}"}},"id":null,"jsonrpc":"2.0"}})", text);
+}
+
+class SocketTransportTest : public ::testing::Test {
+ protected:
+  struct Tools : ToolModule {
+    std::string toolNamespace() const override { return "t"; }
+    std::vector<ToolDefinition> tools() const override { return list; }
+    std::vector<ToolDefinition> list;
+  };
+
+  SocketTransportTest() {
+    add("t_count", [this](JSONMap) -> Task<JSONMap> { co_return ++calls, JSONMap(); });
+    add("t_size", [](JSONMap map) -> Task<JSONMap> { co_return JSONMap{{"size", writeJSON(map).size()}}; });
+    add("t_big", [this](JSONMap) -> Task<JSONMap> {
+      ++calls;
+      co_return JSONMap{{"text", std::string(bigAnswer, 'x')}};
+    });
+    add("t_wait", [this](JSONMap) -> Task<JSONMap> {
+      ++calls;
+      co_await finish.wait();
+      co_return JSONMap();
+    });
+    const auto registry = std::make_shared<ToolRegistry>();
+    registry->registerModule(tools);
+    const MCPServerRights rights{
+        .identityForRequest = [](const JSONRPCRequest&) { return Identity{"ana", {}}; },
+        .authorize = [](auto, Identity) -> Task<bool> { co_return true; },
+        .accountFence = [](const Identity&) -> AccountFence { return [] { return true; }; }};
+    transport = std::make_unique<UnixSocketTransport>(std::make_shared<MCPServer>(registry, rights), path,
+                                                      runtime.io(), runtime.concurrent());
+    transport->start();
+  }
+  ~SocketTransportTest() override { std::filesystem::remove_all(path); }
+
+  void add(std::string name, std::function<Task<JSONMap>(JSONMap)> run) {
+    tools->list.push_back({std::move(name),
+                           "",
+                           {},
+                           [run](JSONMap arguments, Identity) { return run(std::move(arguments)); },
+                           nullptr});
+  }
+  /// What comes back for `bytes`, sorted, up to the answer of a ping sent after them.
+  std::multiset<std::string> answers(std::string_view bytes, std::size_t count) {
+    RawClient client(path);
+    client.send(bytes);
+    std::multiset<std::string> all;
+    for (std::size_t i = 0; i < count; ++i) all.insert(client.receiveLine());
+    client.send(ping + "\n");
+    EXPECT_EQ(client.receiveLine(), pong + "\n") << "after " << bytes;
+    return all;
+  }
+  bool isServed() { return answers("", 0).empty(); }
+  bool comesToHold(std::size_t connections) {
+    return eventually([&] { return transport->activeConnections() == connections; });
+  }
+
+  Runtime runtime;
+  const std::string path = fmt::format("{}mcp-{}.sock", testing::TempDir(), ::getpid());
+  std::shared_ptr<Tools> tools = std::make_shared<Tools>();
+  std::atomic<int> calls = 0;
+  Event finish;
+  std::unique_ptr<UnixSocketTransport> transport;
+};
+
+TEST_F(SocketTransportTest, AnswersLinesAndNothingElse) {
+  const std::pair<std::string, std::vector<std::string>> cases[] = {
+      {"", {}},
+      {"\n\r\n\n", {}},
+      {ping + "\r\n", {pong}},
+      {ping + "\n\n" + ping + "\n", {pong, pong}},
+      {R"({"jsonrpc":"2.0","method":"initialized"})"s + "\n", {}},
+      {R"({"jsonrpc":"2.0","method":"initialized","id":null})"s + "\n",
+       {R"({"id":null,"jsonrpc":"2.0","result":{}})"}},
+      {"[]\n", {parseError("not a JSON object")}},
+      {R"({"method":"tools/list","id":5})"s + "\n", {parseError("missing jsonrpc/method")}},
+      {R"({"jsonrpc":"2.0","method":"nope","id":3})"s + "\n",
+       {R"({"error":{"code":-32601,"message":"unknown method: nope"},"id":3,"jsonrpc":"2.0"})"}},
+  };
+  for (const auto& [bytes, expected] : cases) {
+    std::multiset<std::string> lines;
+    for (const auto& line : expected) lines.insert(line + "\n");
+    EXPECT_EQ(answers(bytes, expected.size()), lines) << bytes;
+  }
+}
+
+TEST_F(SocketTransportTest, MatchesAnswersToAFloodOfWaitingCallsById) {
+  RawClient client(path);
+  std::string flood;
+  for (int i = 0; i < 2000; ++i) flood += call(std::to_string(i), "wait") + "\n";
+  client.send(flood);
+  ASSERT_TRUE(eventually([&] { return calls == 2000; }));
+  client.send(ping + "\n");
+  EXPECT_EQ(client.receiveLine(), pong + "\n");
+
+  finish.set();
+  std::set<std::int64_t> ids;
+  for (int i = 0; i < 2000; ++i) ids.insert(parseJSONMap(client.receiveLine()).at("id").as_int64());
+  EXPECT_EQ(ids.size(), 2000);
+  EXPECT_EQ(*ids.rbegin(), 1999);
+}
+
+TEST_F(SocketTransportTest, TakesALineOfManyMegabytesInSmallPieces) {
+  RawClient client(path);
+  const std::string line = call("1", "size", "{\"a\":\"" + std::string(20'000'000, 'y') + "\"}") + "\n";
+  for (std::size_t at = 0; at < line.size(); at += 1024) ASSERT_TRUE(client.send(line.substr(at, 1024)));
+  EXPECT_THAT(client.receiveLine(), ::testing::HasSubstr(R"(\"size\":20000008)"));
+}
+
+TEST_F(SocketTransportTest, LeavesAClientAloneThatTakesNothing) {
+  constexpr int requests = 1000;
+  RawClient slow(path);
+  std::thread sender([&] {
+    const auto line = call("1", "big") + "\n";
+    for (int i = 0; i < requests; ++i) ASSERT_TRUE(slow.send(line));
+  });
+  // What may be untaken, what the kernel holds, and what each worker has in hand.
+  constexpr int bound = (1 << 20) / bigAnswer + 4 + 8;
+  ASSERT_TRUE(eventually([&] { return calls * bigAnswer > (1 << 20); }));
+  for (int i = 0; i < 100; ++i) EXPECT_TRUE(isServed());
+  for (int taken = 0; taken < requests; ++taken) {
+    ASSERT_LE(calls, taken + bound);
+    ASSERT_GT(slow.receiveLine().size(), bigAnswer);
+  }
+  sender.join();
+}
+
+TEST_F(SocketTransportTest, CarriesOutWhatAClientSentBeforeItLeft) {
+  {
+    RawClient client(path);
+    std::string lines;
+    for (int i = 0; i < 300; ++i) lines += call("1", i % 2 == 0 ? "big" : "count") + "\n";
+    client.send(lines + call("1", "count"));  // the last one has no newline, and is no line
+  }
+  EXPECT_TRUE(comesToHold(0));
+  EXPECT_TRUE(eventually([&] { return calls == 300; }));
+  EXPECT_TRUE(isServed());
+  EXPECT_EQ(calls, 300);
+}
+
+TEST_F(SocketTransportTest, StopCutsEveryConnectionAndFreesThePath) {
+  RawClient idle(path), waiting(path);
+  waiting.send(call("1", "wait") + "\n");
+  ASSERT_TRUE(eventually([&] { return calls == 1 && transport->activeConnections() == 2; }));
+  transport->stop();
+  EXPECT_FALSE(std::filesystem::exists(path));
+  EXPECT_EQ(idle.receiveAll() + waiting.receiveAll(), "");
+  EXPECT_TRUE(comesToHold(0));
+  finish.set();
+
+  // What a crash leaves, and what else may stand there.
+  std::ofstream(path) << "stale";
+  transport->start();
+  EXPECT_TRUE(isServed());
+  transport->stop();
+  std::filesystem::create_directory(path);
+  EXPECT_THAT([&] { transport->start(); },
+              ::testing::Throws<Failure>(::testing::Property(
+                  &Failure::description, "cannot listen at " + path + ": Address already in use")));
+  UnixSocketTransport far(nullptr, "/" + std::string(107, 'p'), runtime.io(), runtime.concurrent());
+  EXPECT_THAT([&] { far.start(); },
+              ::testing::Throws<Failure>(::testing::Property(
+                  &Failure::description,
+                  ::testing::StartsWith("the socket's path has 108 bytes, the system takes 107: /p"))));
+}
+
+}  // namespace
+}  // namespace vorlane

@@ -1,0 +1,258 @@
+#include "StoreFixture.h"
+
+#include "base/Digest.h"
+#include "base/JsonArguments.h"
+#include "store/ScenewardQueries.h"
+#include "store/ScenewardSceneSeed.h"
+#include "store/ScenewardTombstones.h"
+
+#include <set>
+#include <sstream>
+
+namespace vorlane {
+namespace {
+
+const std::string upper = "AAAAAAAA-0000-4000-8000-00000000000F",
+                  lower = "aaaaaaaa-0000-4000-8000-00000000000f";
+
+class ScenewardStore : public StoreTest {
+ protected:
+  ScenewardStore() { watched = "com.vorlane.store.sceneward.o.changed"; }
+  void save(ScenewardProjectRow row) {
+    await(queries.save(std::move(row)));
+    newSignals();
+  }
+  Date at(int milliseconds) const { return noon + std::chrono::milliseconds(milliseconds); }
+  /// Id, document, revision and the milliseconds of the last edit, of the push and of the refusal.
+  std::string rows() {
+    return inFile(
+        "SELECT id, data, remote_version, substr(updated_at, 21), substr(synced_at, 21), "
+        "substr(push_blocked_at, 21) FROM sceneward_projects ORDER BY id");
+  }
+
+  const Date noon = present;
+  ScenewardQueries queries = queriesOn<ScenewardQueries>(open());
+};
+
+TEST_F(ScenewardStore, EveryOperationReachesTheRowWhateverTheSpellingOfItsId) {
+  save({upper, "o", "T", "{}", at(0), at(1), at(2), 3, at(4)});
+  EXPECT_EQ(inFile("SELECT * FROM sceneward_projects"),
+            lower +
+                "|o|T|{}|2026-03-01 12:00:00.000|2026-03-01 12:00:00.001|2026-03-01 12:00:00.002|3|"
+                "2026-03-01 12:00:00.004");
+  EXPECT_EQ(queries.fetch(upper)->remoteVersion, 3);
+  const std::function<Task<>()> steps[] = {
+      [&] { return queries.replaceData(upper, "{\"a\":1}"); },
+      [&] { return queries.markPushBlocked(upper, at(9)); },
+      [&] { return queries.mutateDocument(upper, [](JSONMap& document) { document["b"] = 2; }); },
+      [&] { return queries.markPushed(upper, 7, at(5)); },
+      [&] { return queries.deleteProject(upper); },
+      [&] { return queries.deleteProject(upper); },
+      [&] { return queries.replaceData(upper, "{}"); },
+      [&] { return queries.markPushed(upper, 8, at(5)); },
+  };
+  const std::pair<std::string, int> after[] = {{lower + R"(|{"a":1}|3|001|002|004)", 1},
+                                               {lower + R"(|{"a":1}|3|001|002|009)", 0},
+                                               {lower + R"(|{"a":1,"b":2}|3|005|002|009)", 1},
+                                               {lower + R"(|{"a":1,"b":2}|7|005|005|-)", 1},
+                                               {"", 1},
+                                               {"", 0},
+                                               {"", 0},
+                                               {"", 0}};
+  present = at(5);
+  for (std::size_t i = 0; i < std::size(steps); ++i) {
+    await(steps[i]());
+    EXPECT_EQ(rows(), after[i].first) << i;
+    EXPECT_EQ(newSignals(), after[i].second) << i;
+  }
+  save({"Scene A", "o", "T", "[]", at(0), at(0)});
+  const auto nothing = [](JSONMap&) {};
+  EXPECT_FALSE(queries.fetch("scene a"));
+  EXPECT_EQ(failureOf([&] { await(queries.mutateDocument(upper, nothing)); }),
+            "scene " + upper + " not found");
+  EXPECT_EQ(failureOf([&] { await(queries.mutateDocument("Scene A", nothing)); }),
+            "snapshot is not a JSON object");
+}
+
+TEST_F(ScenewardStore, AListIsReadFromItsIndexAndNeverFromTheDocuments) {
+  for (int i = 0; i < 3; ++i) save({std::to_string(i), "o", "T", "{}", at(0), at(i), at(i)});
+  save({"other", "p", "T", "{}", at(0), at(0)});
+  const std::tuple<std::optional<std::int64_t>, const char*> cases[] = {
+      {std::nullopt, "210"}, {0, "210"}, {-1, "210"}, {1, "2"}, {2, "21"}, {9, "210"}};
+  for (const auto& [limit, ids] : cases) {
+    std::string listed;
+    for (const auto& project : queries.listMeta("o", limit)) listed += project.id;
+    EXPECT_EQ(listed, ids) << limit.value_or(99);
+  }
+  EXPECT_EQ(queries.listMeta("o", 1).front().syncedAt, at(2));
+  std::string listed;
+  for (const auto& project : queries.listProjects("o")) listed += project.id;
+  EXPECT_EQ(listed, "210");
+  EXPECT_THAT(inFile("EXPLAIN QUERY PLAN SELECT id, title, updated_at, synced_at FROM sceneward_projects "
+                     "WHERE owner_id = 'o' ORDER BY updated_at DESC LIMIT 9"),
+              ::testing::EndsWith("USING COVERING INDEX idx_sceneward_projects_listing (owner_id=?)"));
+}
+
+TEST_F(ScenewardStore, AForkIsANewProjectWithTheSameWork) {
+  save({lower, "o", "T", "{\"a\":1}", at(0), at(1), at(2), 3, at(4)});
+  save({"clean", "o", "T", "{}", at(0), at(1), at(1)});
+  inFile("ALTER TABLE sceneward_projects ADD COLUMN newer TEXT DEFAULT 'kept'");
+  EXPECT_TRUE(queries.pendingPush("o").empty());
+  const auto fork = await(queries.forkProject(upper));
+  EXPECT_EQ(newSignals(), 1);
+  EXPECT_EQ(ScenewardID::canonical(fork.value()), fork);
+  EXPECT_NE(fork, lower);
+  EXPECT_EQ(inFile("SELECT data, created_at, substr(updated_at, 21), synced_at, remote_version, "
+                   "push_blocked_at, newer FROM sceneward_projects WHERE id = '" +
+                   *fork + "'"),
+            R"({"a":1}|2026-03-01 12:00:00.000|001|-|-|-|kept)");
+  ASSERT_EQ(queries.pendingPush("o").size(), 1U);
+  EXPECT_EQ(queries.pendingPush("o").front().id, fork);
+  EXPECT_EQ(await(queries.forkProject(lower)), std::nullopt);
+  EXPECT_EQ(newSignals(), 0);
+}
+
+TEST_F(ScenewardStore, AListingRefreshesCleanRowsAndBringsNothingBackThatWasRemoved) {
+  save({lower, "o", "T", "{\"a\":1}", at(0), at(-5), at(-5), 3, at(-5)});
+  save({"dirty", "o", "T", "{}", at(0), at(-4), at(-5)});
+  EXPECT_EQ(ScenewardTombstones::ownerHash("abc"),
+            "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad");
+  for (const auto& [project, restored] : {std::pair("gone", "NULL"), {"back", "''"}}) {
+    inFile("INSERT INTO sceneward_cancelled_projects VALUES ('" + sha256Hex("o") + "', '" + project + "', " +
+           restored + ")");
+  }
+  const std::tuple<std::string, Date, bool, const char*> cases[] = {
+      {upper, at(-5), true, "{\"a\":1}|3|995|995|-"}, {upper, at(-5), false, "{\"a\":1}|3|995|995|-"},
+      {"dirty", at(-1), false, "{}|-|996|995|-"},     {"gone", at(-1), false, ""},
+      {"back", at(-1), true, "{}|-|999|999|-"},       {"123", at(99), true, "{}|-|000|000|-"}};
+  for (const auto& [id, time, changed, row] : cases) {
+    EXPECT_EQ(await(queries.mergeRemoteMetadata(id, "o", "T", time)), changed) << id;
+    EXPECT_EQ(newSignals(), changed ? 1 : 0) << id;
+    EXPECT_EQ(inFile("SELECT data, remote_version, substr(updated_at, 21), substr(synced_at, 21), "
+                     "substr(push_blocked_at, 21) FROM sceneward_projects WHERE id = '" +
+                     ScenewardID::canonical(id) + "'"),
+              row)
+        << id;
+  }
+  EXPECT_TRUE(await(queries.mergeRemoteMetadata("gone", "p", "T", at(0))));  // removed by another person
+}
+
+TEST(ScenewardSceneSeed, ANewSceneHasOneShotAndElevenLayersUnderIt) {
+  auto scene = ScenewardSceneSeed::document({{"intExt", "INT."}});
+  EXPECT_FALSE(ScenewardSceneSeed::repair(scene));
+  const auto folderID = scene.at("folders").at(0).at("id");
+  std::set<std::string> ids{json::stringOr(scene.at("folders").at(0).as_object(), "id")};
+  std::string layers;
+  for (auto& layer : scene.at("layers").as_array()) {
+    auto& map = layer.as_object();
+    ids.insert(json::stringOr(map, "id"));
+    EXPECT_EQ(map.at("parentFolderId"), folderID);
+    layers +=
+        json::stringOr(map, "name") + ":" + json::stringOr(map, "type") + json::stringOr(map, "color") + " ";
+    EXPECT_EQ(map.at("order").as_int64() + 2, static_cast<std::int64_t>(ids.size()));
+    for (const char* key : {"id", "name", "type", "color", "parentFolderId", "order"}) map.erase(key);
+    EXPECT_EQ(writeJSON(map), R"({"locked":false,"visible":true,"wireframe":false})");
+  }
+  EXPECT_EQ(ids.size(), 12U);
+  EXPECT_EQ(layers,
+            "Lights:lights#f07b2b Cameras:cameras#00448b Blocking:blocking#e56ea9 Extras "
+            "blocking:extras-blocking#fbc196 Location:set-design#5b6261 Props:props#8b6f4e "
+            "Track:track#9a999a Staging areas:staging#ae68aa Textures:textures#94c83f "
+            "Annotations:annotations#f0db4f Sketch:sketch#aaaaaa ");
+  scene.erase("layers");
+  scene.at("folders").at(0).as_object().erase("id");
+  EXPECT_EQ(
+      writeJSON(scene),
+      R"({"cues":{},"defaultGapS":3,"folders":[{"expanded":true,"kind":"shot","name":"Shot 1A","order":0,)"
+      R"("parentFolderId":null,"visible":true,"wireframe":false}],"meta":{"intExt":"INT."},"shapes":[],)"
+      R"("slots":[]})");
+}
+
+TEST(ScenewardSceneSeed, ShapesGoToTheLayerOfTheirKind) {
+  const std::pair<const char*, const char*> types[] = {
+      {"cameras", "camera-rgn track curved-track steadicam handheld movement-arrow"},
+      {"blocking", "character"},
+      {"lights", "light flag grip"},
+      {"set-design", "wall door window staging-area building road intersection stairs"},
+      {"textures", "region"},
+      {"annotations", "annotation-label"},
+      {"props", "prop Light x"},
+  };
+  for (const auto& [type, kinds] : types) {
+    std::istringstream words(kinds);
+    for (std::string kind; words >> kind;) EXPECT_EQ(ScenewardSceneSeed::layerType(kind), type) << kind;
+  }
+  EXPECT_EQ(ScenewardSceneSeed::layerType(""), "props");
+  // The shape, the scene's layers, and the layer that the shape gets.
+  const std::tuple<const char*, const char*, const char*> cases[] = {
+      {R"({"kind":"door"})", R"([{"id":1},{"id":"a","type":"set-design"},{"id":"b","type":"set-design"}])",
+       R"("a")"},
+      {R"({"kind":"door"})", R"([{"id":"f","type":"x"},{"id":"b","type":7}])", R"("f")"},
+      {R"({"kind":"door","layerId":null})", R"([{"id":"a"}])", "null"},
+      {R"({"kind":7})", R"([{"id":"a"},{"id":"b","type":"props"}])", R"("b")"},
+      {"{}", "[]", ""},
+      {"{}", R"([{"id":"a"},7])", ""},
+      {"{}", "7", ""},
+      {"{}", "[{}]", ""}};
+  for (const auto& [text, layers, expected] : cases) {
+    auto shape = parseJSONMap(text);
+    ScenewardSceneSeed::assignLayer(shape, parseJSONMap("{\"layers\":" + std::string(layers) + "}"));
+    const auto* layerID = json::find(shape, "layerId");
+    EXPECT_EQ(layerID == nullptr ? "" : writeJSON(*layerID), expected) << text << layers;
+  }
+  for (const auto& [before, after] :
+       {std::pair(R"({"housePreset":true,"kind":"building"})",
+                  R"({"hasGarage":false,"housePreset":true,"kind":"building"})"),
+        {R"({"hasGarage":null,"housePreset":true,"kind":"building"})", ""},
+        {R"({"housePreset":1,"kind":"building"})", ""},
+        {R"({"housePreset":true,"kind":"wall"})", ""}}) {
+    auto shape = parseJSONMap(before);
+    ScenewardSceneSeed::applyBuildingDefaults(shape);
+    EXPECT_EQ(writeJSON(shape), *after == '\0' ? before : after);
+  }
+}
+
+TEST(ScenewardSceneSeed, RepairBringsAnOlderSceneIntoFormOnce) {
+  const std::string rest = R"("cues":{},"defaultGapS":3,)",
+                    folder = R"("folders":[{"expanded":true,"id":"f","visible":true,"wireframe":false}],)",
+                    layer = R"("layers":[{"id":"p","type":"props"},{"id":"l","type":"lights"}],)";
+  // What stands in a repaired scene; with "LAYERS" for eleven new ones under the folder "f".
+  const std::pair<std::string, std::string> cases[] = {
+      {"{" + rest + R"("folders":[{"expanded":7,"id":"f","visible":false}],)" + layer + R"("slots":[]})",
+       "{" + rest + R"("folders":[{"expanded":7,"id":"f","visible":false,"wireframe":false}],)" + layer +
+           R"("slots":[]})"},
+      {R"({"folders":[{"id":"f"}]})", "{" + rest + folder + R"(LAYERS"slots":[]})"},
+      {R"({"folders":[{"id":"f"}],"layers":[{"id":"lost"},7]})",
+       "{" + rest + folder + R"(LAYERS"slots":[]})"},
+      {R"({"cues":7,"defaultGapS":null,"slots":{},"folders":[{"id":"f"}],"layers":{}})",
+       R"({"cues":7,"defaultGapS":null,)" + folder + R"(LAYERS"slots":{}})"},
+      {"{" + layer +
+           R"("shapes":[{"layerId":"l"},{"kind":"light","layerId":"x"},{"layerId":7},{"kind":"flag"}]})",
+       "{" + rest + layer +
+           R"("shapes":[{"layerId":"l"},{"kind":"light","layerId":"l"},{"layerId":"p"},)"
+           R"({"kind":"flag","layerId":"l"}],"slots":[]})"},
+      {"{" + layer + R"("folders":[{"id":"f"},7],"shapes":[{"layerId":"x"},7]})",
+       "{" + rest + R"("folders":[{"id":"f"},7],)" + layer + R"("shapes":[{"layerId":"x"},7],"slots":[]})"},
+  };
+  for (const auto& [before, after] : cases) {
+    auto scene = parseJSONMap(before);
+    EXPECT_TRUE(ScenewardSceneSeed::repair(scene)) << before;
+    const auto text = writeJSON(scene);
+    EXPECT_FALSE(ScenewardSceneSeed::repair(scene)) << before;
+    EXPECT_EQ(writeJSON(scene), text);
+    auto expected = after;
+    if (const auto position = expected.find("LAYERS"); position != std::string::npos) {
+      const auto& layers = scene.at("layers").as_array();
+      ASSERT_EQ(layers.size(), 11U);
+      for (const auto& made : layers) EXPECT_EQ(made.at("parentFolderId").as_string(), "f");
+      expected.replace(position, 6, "\"layers\":" + writeJSON(scene.at("layers")) + ",");
+    }
+    EXPECT_EQ(text, expected);
+  }
+  JSONMap empty{{"folders", JSONArray()}};
+  EXPECT_TRUE(ScenewardSceneSeed::repair(empty));
+  EXPECT_EQ(empty.at("layers").at(10).at("parentFolderId"), empty.at("folders").at(0).at("id"));
+}
+
+}  // namespace
+}  // namespace vorlane
