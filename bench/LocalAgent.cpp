@@ -55,10 +55,14 @@ LocalAgent::LocalAgent(std::vector<ToolDefinition> extra)
   token_ = bearer->currentToken();
   http_ = std::make_shared<HTTPTransport>(server_, bearer, 0, runtime_->io(), runtime_->concurrent());
   http_->start();
+  socket_ = std::make_unique<UnixSocketTransport>(server_, (folder_ / "mcp.sock").string(), runtime_->io(),
+                                                  runtime_->concurrent());
+  socket_->start();
 }
 
 LocalAgent::~LocalAgent() {
   http_->stop();
+  socket_->stop();
   runtime_->stop();
   std::error_code ignored;
   std::filesystem::remove_all(folder_, ignored);

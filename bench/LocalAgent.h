@@ -4,6 +4,7 @@
 #include "mcp/HTTPTransport.h"
 #include "mcp/MCPServer.h"
 #include "mcp/ToolRegistry.h"
+#include "mcp/UnixSocketTransport.h"
 #include "store/AgentStore.h"
 #include "store/LedgerlyQueries.h"
 #include "store/ScenewardQueries.h"
@@ -17,7 +18,7 @@
 
 namespace vorlane::bench {
 
-/// The MCP server behind its HTTP door, over a real store in a folder of its own,
+/// The MCP server behind its doors, over a real store in a folder of its own,
 /// for somebody who may do everything. Rights are asked as they are of the agent's
 /// own server, without an account behind them.
 class LocalAgent {
@@ -31,6 +32,9 @@ class LocalAgent {
   std::uint16_t port() const { return http_->port(); }
   const std::string& token() const { return token_; }
   MCPServer& server() { return *server_; }
+  const std::shared_ptr<MCPServer>& sharedServer() const { return server_; }
+  /// The socket's door, in `folder()` as in a container.
+  std::string socketPath() const { return socket_->path(); }
   LedgerlyQueries queries() const { return {store_, notifications_}; }
   ScenewardQueries scenes() const { return {store_, notifications_}; }
   const ToolRegistry& registry() const { return *registry_; }
@@ -47,6 +51,7 @@ class LocalAgent {
   std::shared_ptr<ToolRegistry> registry_;
   std::shared_ptr<MCPServer> server_;
   std::shared_ptr<HTTPTransport> http_;
+  std::unique_ptr<UnixSocketTransport> socket_;
   std::string token_;
 };
 

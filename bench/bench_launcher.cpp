@@ -3,11 +3,11 @@
 // does 100 000 calls/s. Then the launcher's own CPU time for a call, what it keeps
 // resident, and its start to the first byte forwarded.
 #include "base/FileDescriptor.h"
+#include "bench/LineTraffic.h"
 #include "bench/Measure.h"
 
 #include <fcntl.h>
 #include <fmt/format.h>
-#include <poll.h>
 #include <signal.h>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -26,48 +26,15 @@ namespace vorlane {
 namespace {
 
 namespace fs = std::filesystem;
+using bench::Pipe, bench::readLines, bench::residentMegabytes, bench::writeAll;
 
 constexpr int inFlight = 64;
-
-struct Pipe {
-  FileDescriptor read, write;
-  Pipe() {
-    int ends[2];
-    if (::pipe2(ends, O_CLOEXEC) != 0) std::abort();
-    read.reset(ends[0]);
-    write.reset(ends[1]);
-  }
-};
 
 sockaddr_un address(const fs::path& path) {
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
   path.native().copy(address.sun_path, sizeof address.sun_path - 1);
   return address;
-}
-
-void writeAll(int fd, std::string_view bytes) {
-  while (!bytes.empty()) {
-    const auto count = ::write(fd, bytes.data(), bytes.size());
-    if (count <= 0) std::abort();
-    bytes.remove_prefix(static_cast<std::size_t>(count));
-  }
-}
-
-/// Passes each whole line that comes next to `line`; false at the end.
-template <class Line>
-bool readLines(int fd, std::string& buffer, Line line) {
-  char piece[65536];
-  const auto count = ::read(fd, piece, sizeof piece);
-  if (count <= 0) return false;
-  buffer.append(piece, static_cast<std::size_t>(count));
-  std::size_t start = 0;
-  for (auto end = buffer.find('\n'); end != std::string::npos; end = buffer.find('\n', start)) {
-    line(std::string_view(buffer).substr(start, end - start));
-    start = end + 1;
-  }
-  buffer.erase(0, start);
-  return true;
 }
 
 /// Answers each line of each connection, each with a write of its own as the agent
@@ -167,14 +134,6 @@ void exchange(int to, int from, int count) {
     });
     if (!open) std::abort();
   }
-}
-
-double residentMegabytes(pid_t process) {
-  std::ifstream in(fmt::format("/proc/{}/status", process));
-  for (std::string line; std::getline(in, line);) {
-    if (line.starts_with("VmRSS:")) return std::stod(line.substr(6)) / 1024;
-  }
-  return 0;
 }
 
 double cpuSeconds(pid_t process) {

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <charconv>
 #include <cmath>
 #include <cstring>
@@ -219,6 +220,8 @@ void appendJSONString(std::string& out, std::string_view text) {
         at += 8;
         continue;
       }
+      // A borrow runs upwards only, so that the lowest mark is a true one.
+      if constexpr (std::endian::native == std::endian::little) at += std::countr_zero(special & high) / 8;
     }
     const char escape = escapes[static_cast<unsigned char>(*at)];
     if (escape == 0) {

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <iterator>
 #include <utility>
 
 namespace vorlane {
@@ -26,8 +27,20 @@ void AnswerQueue::append(std::string line) {
   }
 }
 
-AnswerQueue::Sending AnswerQueue::send(int socket) {
-  while (!chunks_.empty()) {
+void AnswerQueue::take(AnswerQueue& other) {
+  if (empty()) {
+    std::swap(*this, other);
+    return;
+  }
+  // Nothing of the other has been sent: it gathers only.
+  bytes_ += std::exchange(other.bytes_, 0);
+  std::ranges::move(other.chunks_, std::back_inserter(chunks_));
+  other.chunks_.clear();
+}
+
+AnswerQueue::Sending AnswerQueue::send(int socket, std::size_t limit) {
+  for (std::size_t sent = 0; !chunks_.empty();) {
+    if (sent >= limit) return Sending::more;
     std::array<iovec, chunksAtOnce> parts{};
     const auto count = std::min(chunks_.size(), chunksAtOnce);
     for (std::size_t i = 0; i < count; ++i) parts[i] = {chunks_[i].data(), chunks_[i].size()};
@@ -40,6 +53,7 @@ AnswerQueue::Sending AnswerQueue::send(int socket) {
     if (taken < 0 && errno == EINTR) continue;
     if (taken < 0) return errno == EAGAIN || errno == EWOULDBLOCK ? Sending::blocked : Sending::failed;
     remove(static_cast<std::size_t>(taken));
+    sent += static_cast<std::size_t>(taken);
   }
   return Sending::complete;
 }

@@ -11,11 +11,13 @@ namespace vorlane {
 /// copied. Not thread-safe.
 class AnswerQueue {
  public:
-  enum class Sending { complete, blocked, failed };
+  enum class Sending { complete, more, blocked, failed };
 
   void append(std::string line);
-  /// Hands the kernel what it takes of them.
-  Sending send(int socket);
+  /// Moves everything from the other queue behind what is here.
+  void take(AnswerQueue& other);
+  /// Hands the kernel what it takes of them, and about `limit` bytes at most: `more` is left then.
+  Sending send(int socket, std::size_t limit);
   std::size_t bytes() const { return bytes_; }
   bool empty() const { return bytes_ == 0; }
 

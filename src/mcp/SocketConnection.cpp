@@ -28,6 +28,10 @@ constexpr std::size_t lineBound = 1024;
 /// starting its lines, and how many lines each starts before others have their turn.
 constexpr std::size_t runnersAtMost = 4;
 constexpr int linesATurn = 16;
+/// Bytes of answers that a worker sends by itself, and that the I/O thread sends before
+/// others have their turn.
+constexpr std::size_t sentAtOnce = 65536;
+constexpr std::size_t sentATurn = std::size_t{1} << 20;
 
 /// Every connection reads into the same buffer, since all of them read on the one I/O thread.
 std::array<char, readSize>& readBuffer() {
@@ -43,8 +47,9 @@ SocketConnection::SocketConnection(std::shared_ptr<SocketSettings> settings, Fil
   ++settings_->open;
 }
 
+// Whatever still waits here was dropped by an executor that has ended.
 SocketConnection::~SocketConnection() {
-  close();
+  if (socket_.is_open()) --settings_->open;
 }
 
 void SocketConnection::read() {
@@ -95,10 +100,15 @@ void SocketConnection::wakeRunners() {
   }
 }
 
+/// Bytes of answers that the client has not taken. Under the lock.
+std::size_t SocketConnection::untaken() const {
+  return answers_.bytes() + unsent_;
+}
+
 /// Under the lock. A line waits while the client leaves too much untaken. When it has
 /// gone, what it sent is still carried out.
 bool SocketConnection::mayStart() const {
-  return answers_.bytes() < answerBound || !socket_.is_open();
+  return untaken() < answerBound || !socket_.is_open();
 }
 
 /// Starts lines one after another. Most calls read the database where they stand and
@@ -136,39 +146,53 @@ void SocketConnection::finish(std::string answer) {
   const std::scoped_lock hold(lock_);
   --running_;
   if (!socket_.is_open()) return;
-  if (!answer.empty()) answers_.append(std::move(answer += '\n'));
+  if (!answer.empty() && !deaf_) answers_.append(std::move(answer += '\n'));
   if (flushing_ || answers_.empty()) return;
-  // The last answer goes out at once. Others are gathered while the I/O thread
-  // comes to it, since a send costs as much as a small call.
-  const bool last = running_ == 0 && lines_.empty();
-  if (last && answers_.send(socket_.native_handle()) == AnswerQueue::Sending::complete) return goOn();
+  // The last answer goes out at once, unless that would take long. Others are gathered
+  // while the I/O thread comes to it, since a send costs as much as a small call.
+  const bool last = running_ == 0 && lines_.empty() && answers_.bytes() <= sentAtOnce;
+  if (last && answers_.send(socket_.native_handle(), sentAtOnce) == AnswerQueue::Sending::complete)
+    return goOn();
   flushing_ = true;
   boost::asio::post(settings_->io, [self = shared_from_this()] { self->flush(); });
 }
 
-/// On `io`.
+/// On `io`. Only this thread closes the socket, so it sends without the lock, and the
+/// workers go on gathering meanwhile.
 void SocketConnection::flush() {
-  std::unique_lock hold(lock_);
   if (!socket_.is_open()) return;
-  switch (answers_.send(socket_.native_handle())) {
-    case AnswerQueue::Sending::complete:
-      flushing_ = false;
-      return goOn();
-    case AnswerQueue::Sending::blocked:
-      goOn();
-      return socket_.async_wait(stream_descriptor::wait_write,
-                                [self = shared_from_this()](boost::system::error_code error) {
-                                  if (!error) self->flush();
-                                });
-    case AnswerQueue::Sending::failed:
-      hold.unlock();
-      return close();
+  {
+    const std::scoped_lock hold(lock_);
+    sending_.take(answers_);
+    unsent_ = sending_.bytes();
+    flushing_ = !sending_.empty();
+    if (!flushing_) return goOn();
   }
+  const auto outcome = sending_.send(socket_.native_handle(), sentATurn);
+  // The client takes no answers any more. What it has sent is still read and carried
+  // out: the end of that is the connection's.
+  if (outcome == AnswerQueue::Sending::failed) sending_ = {};
+
+  const std::scoped_lock hold(lock_);
+  unsent_ = sending_.bytes();
+  if (outcome == AnswerQueue::Sending::failed) {
+    deaf_ = true;
+    answers_ = {};
+  }
+  goOn();
+  if (outcome == AnswerQueue::Sending::blocked) {
+    return socket_.async_wait(stream_descriptor::wait_write,
+                              [self = shared_from_this()](boost::system::error_code error) {
+                                if (!error) self->flush();
+                              });
+  }
+  // Others have their turn before the rest.
+  boost::asio::post(settings_->io, [self = shared_from_this()] { self->flush(); });
 }
 
 /// Whether what is piled up is below one part in `parts` of what may be. Under the lock.
 bool SocketConnection::hasRoom(std::size_t parts) const {
-  return answers_.bytes() < answerBound / parts && lines_.size() < lineBound / parts &&
+  return untaken() < answerBound / parts && lines_.size() < lineBound / parts &&
          lineBytes_ < lineByteBound / parts;
 }
 
@@ -188,7 +212,7 @@ void SocketConnection::cut() {
   boost::asio::post(settings_->io, [self = shared_from_this()] { self->close(); });
 }
 
-/// On `io`, or when nobody else knows the connection; there are no lines then.
+/// On `io`. Lines that were read run all the same.
 void SocketConnection::close() {
   const std::scoped_lock hold(lock_);
   if (!socket_.is_open()) return;
@@ -196,6 +220,8 @@ void SocketConnection::close() {
   boost::system::error_code ignored;
   socket_.close(ignored);
   answers_ = {};
+  sending_ = {};
+  unsent_ = 0;
   if (!lines_.empty()) wakeRunners();
 }
 

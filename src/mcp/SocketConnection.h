@@ -52,6 +52,7 @@ class SocketConnection : public std::enable_shared_from_this<SocketConnection> {
   void waitToRead();
   void take(std::string_view bytes);
   void wakeRunners();
+  std::size_t untaken() const;
   bool mayStart() const;
   void runLines();
   bool nextLine(std::string& line);
@@ -62,21 +63,29 @@ class SocketConnection : public std::enable_shared_from_this<SocketConnection> {
   void close();
 
   const std::shared_ptr<SocketSettings> settings_;
-  /// Used on `io` alone.
+  // Used on `io` alone.
   LineBuffer received_;
+  /// The answers that are on their way.
+  AnswerQueue sending_;
+
+  /// The bytes of `sending_`, after each attempt.
+  std::atomic<std::size_t> unsent_ = 0;
 
   /// Guards all that follows.
   std::mutex lock_;
   boost::asio::posix::stream_descriptor socket_;
   std::deque<std::string> lines_;
   std::size_t lineBytes_ = 0;
+  /// Those that are gathered meanwhile.
   AnswerQueue answers_;
   /// Workers that take lines, and calls that were started and not answered.
   std::size_t runners_ = 0;
   std::size_t running_ = 0;
+  /// The client takes no answers any more.
+  bool deaf_ = false;
   /// Nothing is read until there is room.
   bool paused_ = false;
-  /// A flush is on its way to `io`, or waits there for the client.
+  /// A flush is on its way to `io`, or works or waits there.
   bool flushing_ = false;
 };
 

@@ -61,6 +61,7 @@ UnixSocketTransport::~UnixSocketTransport() {
 }
 
 void UnixSocketTransport::start() {
+  stop();
   const auto address = unixAddress(socketPath_);
   // Usually there is nothing; what cannot be removed makes the bind fail, which tells.
   ::unlink(socketPath_.c_str());

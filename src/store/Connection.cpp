@@ -41,6 +41,14 @@ int bind(sqlite3_stmt* statement, int position, const SQLArgument::Value& value)
   return std::visit(Binder{statement, position}, value);
 }
 
+/// Before the first connection of the process. SQLite would else count its memory
+/// under one lock, for which the readers of several threads queue. Where somebody has
+/// used the library before, it refuses, and goes on counting.
+void configureLibrary() {
+  static const int once = sqlite3_config(SQLITE_CONFIG_MEMSTATUS, 0);
+  static_cast<void>(once);
+}
+
 }  // namespace
 
 /// A prepared statement for the length of one run. It goes back reset and without
@@ -86,6 +94,7 @@ class Connection::Lease {
 };
 
 Connection::Connection(const std::string& path, Access access, milliseconds busyTimeout) {
+  configureLibrary();
   const int mode =
       access == Access::readOnly ? SQLITE_OPEN_READONLY : SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE;
   const int status =
@@ -186,11 +195,12 @@ void Connection::run(std::string_view sql, std::span<const SQLArgument> argument
   for (const auto& argument : arguments) {
     if (bind(statement, ++position, argument.value()) != SQLITE_OK) fail();
   }
+  const Row row(statement);
   for (;;) {
     const int status = sqlite3_step(statement);
     if (status == SQLITE_DONE) return;
     if (status != SQLITE_ROW) fail();
-    if (visit != nullptr && !(*visit)(Row(statement))) return;
+    if (visit != nullptr && !(*visit)(row)) return;
   }
 }
 

@@ -10,7 +10,10 @@ namespace vorlane {
 int Row::index(std::string_view column) const {
   const int count = sqlite3_column_count(statement_);
   for (int i = 0; i < count; ++i) {
-    if (column == sqlite3_column_name(statement_, i)) return i;
+    const int candidate = (next_ + i) % count;
+    if (column != sqlite3_column_name(statement_, candidate)) continue;
+    next_ = candidate + 1;
+    return candidate;
   }
   throw DatabaseFailure(SQLITE_RANGE, fmt::format("the query has no column {}", column));
 }

@@ -57,6 +57,8 @@ class Row {
   [[noreturn]] void mismatch(int column, std::string_view wanted) const;
 
   sqlite3_stmt* statement_;
+  /// Where the next name is looked for first: columns are asked for in their order.
+  mutable int next_ = 0;
 };
 
 }  // namespace vorlane

@@ -1,5 +1,7 @@
 #include "base/tasks/Runtime.h"
+#include "base/tasks/Spawn.h"
 #include "base/tasks/TaskContext.h"
+#include "base/tasks/TaskGroup.h"
 #include "base/tasks/Timing.h"
 #include "support/TaskBench.h"
 
@@ -67,6 +69,23 @@ TEST(TaskContexts, GoWithTheWorkThatCarriesThem) {
   EXPECT_FALSE(watch.expired());
   bench.settle();
   EXPECT_TRUE(watch.expired());
+}
+
+TEST(TaskContexts, StayBehindWhenWorkBeginsOnTheStackOfWhoeverSpawnsIt) {
+  TaskBench bench;
+  const auto own = executorWithContext(bench.executor(), std::make_shared<Mark>(7));
+  std::vector<int> seen;
+  const auto note = [&seen]() -> Task<> { co_return seen.push_back(markHere()); };
+  TaskGroup group;
+  asio::post(own, [&] {
+    for (const auto& executor : {bench.executor(), own}) {
+      spawn(executor, "look", note);
+      group.spawn(executor, "look", note);
+    }
+  });
+  bench.settle();
+  std::ranges::sort(seen);
+  EXPECT_EQ(seen, (std::vector{0, 0, 7, 7}));
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 
 #include "base/Failure.h"
 #include "base/ShellLog.h"
+#include "base/tasks/TaskContext.h"
 
 #include <fmt/format.h>
 #include <boost/asio/co_spawn.hpp>
@@ -16,6 +17,9 @@ void spawn(const Executor& executor, std::string name, TaskBody body, std::funct
     // Work that never waited would end by a post, which wakes another thread for nothing.
     co_await boost::asio::defer(boost::asio::use_awaitable);
   };
+  // It may begin on this stack: it must not find the context of whoever spawns it,
+  // unless its own executor carries that.
+  const TaskContextScope none(nullptr);
   boost::asio::co_spawn(executor, std::move(whole),
                         [name = std::move(name), ended = std::move(ended)](std::exception_ptr failure) {
                           if (failure) {

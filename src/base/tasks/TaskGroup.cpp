@@ -3,6 +3,7 @@
 #include "base/Failure.h"
 #include "base/ShellLog.h"
 #include "base/tasks/Event.h"
+#include "base/tasks/TaskContext.h"
 
 #include <fmt/format.h>
 #include <boost/asio/bind_cancellation_slot.hpp>
@@ -87,6 +88,8 @@ void TaskGroup::spawn(const Executor& executor, std::string name, TaskBody body)
     id = state_->next++;
     state_->running.emplace(id, handle);
   }
+  // As with `spawn`, it may begin on this stack.
+  const TaskContextScope none(nullptr);
   // The signal has to be connected on the strand, before anybody may emit it.
   asio::dispatch(handle->strand,
                  [state = state_, handle, id, name = std::move(name), body = std::move(body)]() mutable {
