@@ -16,7 +16,7 @@ usage() {
 [ $# -eq 0 ] || [ "$1" = --no-cloud ] || usage
 
 "$here/scripts/install-packages.sh" build
-"$here/scripts/build.sh" release vorlane-agent vorlanectl vorlane-devcloud
+"$here/scripts/build.sh" release vorlane-agent vorlanectl vorlane-mcp-launcher vorlane-devcloud
 
 if [ "${1:-}" = --no-cloud ]; then
   exec "$bin/vorlane-agent" --headless
@@ -102,7 +102,18 @@ Endpoint:     $endpoint
 Bearer token: $token
 Log:          $VORLANE_SHELL_LOG
 
-For an assistant that speaks MCP over HTTP:
+For an assistant that speaks MCP over standard input and output:
+
+{
+  "mcpServers": {
+    "vorlane": {
+      "command": "$bin/vorlane-mcp-launcher",
+      "args": ["--container", "$VORLANE_CONTAINER"]
+    }
+  }
+}
+
+For one that speaks it over HTTP:
 
 $("$bin/vorlanectl" client-config --http)
 

@@ -42,7 +42,8 @@ constexpr std::size_t longestName = 36;
 
 void MessageScanner::feed(std::string_view bytes) {
   if (!bytes.empty()) begun_ = true;
-  if (blank_) blank_ = bytes.find_first_not_of('\r') == std::string_view::npos;
+  // As the agent has it: one carriage return before the newline is no content.
+  if (blank_ && !bytes.empty()) blank_ = bytes == "\r" && !std::exchange(returned_, true);
   while (!bytes.empty() && state_ != State::broken) {
     // The bytes at which something happens, of those states that pass over most.
     unsigned char stops = 0xFF;
@@ -127,7 +128,7 @@ void MessageScanner::takeName(char byte) {
 
 void MessageScanner::beginValue(char byte) {
   value_.clear();
-  hasMethod_ = hasMethod_ || role_ == Role::method;
+  if (role_ == Role::method) hasMethod_ = classAt(byte) == quote;
   switch (classAt(byte)) {
     case quote:
       state_ = State::text;

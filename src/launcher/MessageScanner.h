@@ -72,6 +72,7 @@ class MessageScanner {
   bool begun_ = false;
   bool blank_ = true;
   bool hasMethod_ = false;
+  bool returned_ = false;
   std::size_t depth_ = 0;
   std::string name_;
   std::string value_;

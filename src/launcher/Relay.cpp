@@ -59,7 +59,8 @@ bool Relay::finished() const {
   if (!deadline_) return false;
   if (Clock::now() >= *deadline_) return true;
   // A last line without its newline is no message.
-  const bool sent = (cut_ || !agent_.connected() || input().empty()) && !input().contains('\n');
+  const bool sent =
+      inputEnded_ && (cut_ || !agent_.connected() || input().empty()) && !input().contains('\n');
   return sent && pending_.empty() && answers_.ready().empty();
 }
 
@@ -67,14 +68,15 @@ bool Relay::wait() {
   const bool hears = agent_.connected() && !answers_.full();
   const bool sends = agent_.connected() && !sendingEnded_ && !input().empty();
   const auto agentEvents = static_cast<short>((hears ? POLLIN : 0) | (sends ? POLLOUT : 0));
-  // A descriptor that nothing is wanted of is left out: its end would be reported
-  // again and again.
-  pollfd watched[] = {{wantsInput() ? input_ : -1, POLLIN, 0},
+  // A descriptor that nothing is wanted of is left out, since its end would be reported
+  // again and again; but the input's end is to be heard once, also while nothing is read.
+  const bool reads = wantsInput();
+  pollfd watched[] = {{reads || !hungUp_ ? input_ : -1, static_cast<short>(reads ? POLLIN : 0), 0},
                       {output_.descriptor(), static_cast<short>(answers_.ready().empty() ? 0 : POLLOUT), 0},
                       {agentEvents != 0 ? agent_.descriptor() : -1, agentEvents, 0}};
   if (::poll(watched, std::size(watched), timeout()) < 0) return errno == EINTR;
   if ((watched[1].revents & (POLLERR | POLLHUP | POLLNVAL)) != 0) return false;
-  if (watched[0].revents != 0) readInput();
+  if (watched[0].revents != 0) reads ? readInput() : clientLeft();
   if (hears && (watched[2].revents & ~POLLOUT) != 0) receive();
   return true;
 }
@@ -92,7 +94,7 @@ int Relay::timeout() const {
 // Half of the room at least is then free, so that moving what is left to its
 // front costs no more than reading.
 bool Relay::wantsInput() const {
-  return !deadline_ && input().size() <= roomSize / 2 && !pending_.full();
+  return !inputEnded_ && input().size() <= roomSize / 2 && !pending_.full();
 }
 
 void Relay::readInput() {
@@ -102,9 +104,16 @@ void Relay::readInput() {
   if (count > 0) {
     end_ += static_cast<std::size_t>(count);
   } else if (count == 0 || !wouldWait(errno)) {
-    deadline_ = Clock::now() + patienceAfterInput;
-    patience_ = std::min(patience_, *deadline_);
+    inputEnded_ = true;
+    clientLeft();
   }
+}
+
+/// Nothing more will come but what is in the pipe already.
+void Relay::clientLeft() {
+  hungUp_ = true;
+  deadline_ = Clock::now() + patienceAfterInput;
+  patience_ = std::min(patience_, *deadline_);
 }
 
 /// Takes bytes off the input, `count` at most, but no more than to the end of the

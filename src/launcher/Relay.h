@@ -39,6 +39,7 @@ class Relay {
   // The client's side.
   bool wantsInput() const;
   void readInput();
+  void clientLeft();
   std::string_view input() const { return {room_.get() + begin_, end_ - begin_}; }
   std::optional<Message> passInput(std::size_t count);
 
@@ -85,6 +86,9 @@ class Relay {
   Clock::time_point patience_;
   /// Set once the input has ended: when to end, whatever is still missing.
   std::optional<Clock::time_point> deadline_;
+  /// The client has gone; and everything that it wrote was read.
+  bool hungUp_ = false;
+  bool inputEnded_ = false;
 };
 
 }  // namespace vorlane

@@ -128,7 +128,8 @@ async function asksForTheRest(sceneId, names) {
   assert.equal((await call('sceneward_set_workflow_stage', { sceneId, stage: 'Blocking' })).applied, true);
   const capabilities = await call('sceneward_describe_capabilities', {});
   assert.deepEqual(capabilities.tools.map((tool) => tool.name), names);
-  assert.equal((await call('vorlane_get_user')).email, settings.email);
+  const profile = { email: settings.email, mcp_access: true, name: 'Somebody', sub: 'auth0|ana' };
+  assert.deepEqual(await call('vorlane_get_user'), profile);
   assert.deepEqual((await call('vorlane_get_recent', { limit: 5 })).recents, []);
   assert.deepEqual(await call('vorlane_get_context'), { ledgerly: null, sceneward: null });
 }
@@ -150,12 +151,13 @@ async function keepsFiftyCallsApart(sheetId) {
 }
 
 /** The session goes on over a kill and a restart of the agent, and says so meanwhile. */
-async function outlivesTheAgent(sheetId) {
-  const items = (await call('ledgerly_list_items', { sheetId })).items;
+async function outlivesTheAgent(sheetId, sceneId) {
+  const readAll = async () => [await call('ledgerly_get_sheet', { sheetId }), await call('sceneward_get_scene', { sceneId })];
+  const before = await readAll();
   await request('kill');
   await assert.rejects(call('ledgerly_list_sheets'), { code: -32603, message: /Open Vorlane, then try again/ });
   await request('start');
-  assert.deepEqual((await call('ledgerly_list_items', { sheetId })).items, items);
+  assert.deepEqual(await readAll(), before);
 }
 
 await client.connect(transport());
@@ -165,7 +167,7 @@ const sceneId = await worksOnAScene();
 await asksForTheRest(sceneId, names);
 await failsWithTheReason();
 await keepsFiftyCallsApart(sheetId);
-if (settings.launcher) await outlivesTheAgent(sheetId);
+if (settings.launcher) await outlivesTheAgent(sheetId, sceneId);
 assert.deepEqual([...called].sort(), names);
 const closing = Date.now();
 await client.close();

@@ -1,4 +1,5 @@
 #include "ai/AIError.h"
+#include "base/Digest.h"
 #include "base/JsonArguments.h"
 #include "store/ScenewardSceneSeed.h"
 #include "tools/ToolBench.h"
@@ -70,9 +71,13 @@ class ScenewardTools : public ToolBench {
 };
 
 TEST_F(ScenewardTools, TheListIsInOrderWithTheSchemasThatAreShown) {
-  std::string list;
-  for (const auto& tool : module.tools())
+  std::string list, words;
+  for (const auto& tool : module.tools()) {
+    words += tool.name + ": " + tool.description + "\n";
     list += tool.name.substr(10) + " " + quoted(writeJSON(tool.inputSchema)) + "\n";
+  }
+  // The words are an interface too: assistants act on them.
+  EXPECT_EQ(sha256Hex(words), "c0ddc7d8a60270ce47094b96a1c5b2a445e75956b7c0aafe7044384a4d5884a4") << words;
   boost::replace_all(list, "{'type':'string'}", "STR");
   boost::replace_all(list, "{'type':'object'}", "MAP");
   boost::replace_all(list, ",'type':'object'}", " OBJ");
@@ -183,6 +188,7 @@ TEST_F(ScenewardTools, ReadingAnswersAsTheStoreStands) {
 
 TEST_F(ScenewardTools, ASceneIsMadeOrOverwrittenWhole) {
   await(queries.save({upper, "p", "T", "{}", present, present, present, 9, present}));
+  present += std::chrono::hours(1);
   EXPECT_EQ(call("create_scene",
                  "{'projectId':'" + upper +
                      "','name':'N','locationId':'','sceneNumber':7,'intExt':'ANY','timeOfDay':'DAY',"
@@ -193,6 +199,8 @@ TEST_F(ScenewardTools, ASceneIsMadeOrOverwrittenWhole) {
   const auto row = queries.fetch(lower).value();
   EXPECT_EQ(row.ownerID + row.title, "oN");
   EXPECT_FALSE(row.syncedAt || row.remoteVersion || row.pushBlockedAt);
+  EXPECT_EQ(row.createdAt, present);
+  EXPECT_EQ(row.updatedAt, present);
   const auto scene = parseJSONMap(row.data);
   EXPECT_EQ(quoted(writeJSON(scene.at("meta"))), "{'intExt':'ANY','timeOfDay':'DAY'}");
   EXPECT_EQ(scene.at("layers").as_array().size(), 11U);
@@ -224,12 +232,17 @@ TEST_F(ScenewardTools, ShapesAreAddedPatchedAndRemoved) {
       {"{'cues':{'c':{'a':{}}},'shapes':" + two + "}", "delete_shape", "'shapeId':'a'", "{'deleted':'a'}",
        "{'cues':{'c':{'a':{}}},'shapes':[{'id':'b'}]}"},
       {"{}", "delete_shape", "'shapeId':'a'", "{'deleted':'a'}", "="},
+      {"{'shapes':'none'}", "create_shape", "'shape':{'id':'a'}", "{'shape':{'id':'a'}}", "[{'id':'a'}]"},
       {"[{'id':'a'},7]", "delete_shape", "'shapeId':'a'", "{'deleted':'a'}", "="},
   };
   for (const auto& edit : edits) expectEdit(edit);
-  for (const char* shapes : {"[{'id':'a'},7]", "{'shapes':'none'}", "{'shapes':{'a':{}}}"}) {
+  for (const char* shapes : {"[{'id':'a'},7]", "{'shapes':{'a':{}}}"}) {
     expectRefusal(shapes, "create_shape", "'shape':{}", "shapes", "a list of objects");
-    expectRefusal(shapes, "bulk_apply", "'ops':[{}]", "shapes", "a list of objects");
+    expectRefusal(shapes, "bulk_apply", "'ops':[{'op':'create_shape','shape':{}}]", "shapes",
+                  "a list of objects");
+    expectEdit({shapes, "bulk_apply",
+                "'ops':[{'op':'update_shape','shapeId':'a','patch':{}},{'op':'delete_shape','shapeId':'a'}]",
+                "{'applied':1,'sceneId':'s'}", "="});
   }
   put("s", "{}");
   EXPECT_THAT(call("create_shape", "'shape':7"),
@@ -297,6 +310,8 @@ TEST_F(ScenewardTools, TheTimelineIsFoldersAndKeyframes) {
        "{'atSeconds':2.0,'cueId':'c'}", "{'folders':[{'atSeconds':2.0,'id':'c','kind':'shot'},{'id':'c'}]}"},
       {"{'folders':[{'atSeconds':9,'id':'c'}]}", "retime_cue", "'cueId':'c','atSeconds':true",
        "{'atSeconds':0.0,'cueId':'c'}", "{'folders':[{'atSeconds':0.0,'id':'c'}]}"},
+      {"{'cues':'x'}", "upsert_keyframe", "'cueId':'c','shapeId':'s'",
+       "{'cueId':'c','keyframe':{},'shapeId':'s'}", "{'cues':{'c':{'s':{}}}}"},
       {"{'folders':[{'id':'c'},7]}", "retime_cue", "'cueId':'c','atSeconds':2",
        "{'atSeconds':2.0,'cueId':'c'}", "="},
   };
@@ -304,7 +319,6 @@ TEST_F(ScenewardTools, TheTimelineIsFoldersAndKeyframes) {
   for (const char* tool : {"create_shot", "create_cue"})
     expectRefusal("{'folders':[{'id':'f'},7]}", tool, "'cueId':'c'", "folders", "a list of objects");
   expectRefusal("{'cues':[1]}", "create_cue", "'cueId':'c'", "cues", "an object");
-  expectRefusal("{'cues':'x'}", "upsert_keyframe", "'cueId':'c'", "cues", "an object");
   expectRefusal("{'cues':{'c':[1]}}", "upsert_keyframe", "'cueId':'c'", "c", "an object");
   const std::pair<const char*, const char*> parents[] = {{"'parentFolderId':null", ",'parentFolderId':null"},
                                                          {"'parentFolderId':'p'", ",'parentFolderId':'p'"},

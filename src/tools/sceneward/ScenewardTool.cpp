@@ -19,15 +19,16 @@ DomainFailure failure(long code, std::string description) {
 }
 
 JSONArray& appendableArray(JSONMap& document, std::string_view key) {
+  auto& value = document[key];
+  // Anything else but a container reads as empty; a container may hold real work.
+  if (!value.is_array() && !(value.is_object() && !value.get_object().empty())) value.emplace_array();
   if (auto* values = documents::appendableArray(document, key)) return *values;
   throw unreadable(key, "a list of objects");
 }
 
 JSONMap& writableObject(JSONMap& map, std::string_view key) {
   auto& value = map[key];
-  // Some writers know but one empty container.
-  const bool isEmpty = value.is_null() || (value.is_array() && value.get_array().empty());
-  if (isEmpty) value.emplace_object();
+  if (!value.is_object() && !(value.is_array() && !value.get_array().empty())) value.emplace_object();
   if (!value.is_object()) throw unreadable(key, "an object");
   return value.get_object();
 }

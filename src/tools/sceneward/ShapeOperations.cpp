@@ -30,14 +30,12 @@ bool hasText(const JSONMap& map, std::string_view key) {
 class ShapeBatch {
  public:
   ShapeBatch(JSONMap& document, const JSONArray& operations)
-      : document_(document),
-        hadShapes_(document.contains("shapes")),
-        shapes_(sceneward::appendableArray(document, "shapes")) {
+      : document_(document), shapes_(json::arrayOfObjects(document, "shapes")) {
     for (const auto& operation : operations) {
       const auto id = textOr(operation.get_object(), "shapeId");
       positions_.try_emplace(id);
     }
-    for (std::size_t i = 0; i < shapes_.size(); ++i) index(i);
+    for (std::size_t i = 0; shapes_ != nullptr && i < shapes_->size(); ++i) index(i);
   }
 
   bool apply(JSONMap& operation) {
@@ -51,16 +49,15 @@ class ShapeBatch {
   }
 
   void finish() {
-    // A stub to which nothing was added stays one.
-    if (!hadShapes_ && shapes_.empty()) document_.erase("shapes");
     if (removedCount_ == 0) return;
+    auto& shapes = *shapes_;
     std::size_t kept = 0;
-    for (std::size_t i = 0; i < shapes_.size(); ++i) {
+    for (std::size_t i = 0; i < shapes.size(); ++i) {
       if (i < removed_.size() && removed_[i]) continue;
-      if (kept != i) shapes_[kept] = std::move(shapes_[i]);
+      if (kept != i) shapes[kept] = std::move(shapes[i]);
       ++kept;
     }
-    shapes_.erase(shapes_.begin() + static_cast<std::ptrdiff_t>(kept), shapes_.end());
+    shapes.erase(shapes.begin() + static_cast<std::ptrdiff_t>(kept), shapes.end());
   }
 
  private:
@@ -68,7 +65,7 @@ class ShapeBatch {
   using Positions = std::vector<std::size_t>;
 
   void index(std::size_t position) {
-    const auto& shape = shapes_[position].get_object();
+    const auto& shape = (*shapes_)[position].get_object();
     if (!hasText(shape, "id")) return;
     const auto wanted = positions_.find(textOr(shape, "id"));
     if (wanted != positions_.end()) wanted->second.push_back(position);
@@ -80,19 +77,21 @@ class ShapeBatch {
     auto shape = std::move(given->get_object());
     ShapeOperations::ensureID(shape);
     ShapeOperations::place(shape, document_);
-    shapes_.push_back(std::move(shape));
-    index(shapes_.size() - 1);
+    // Made only when something is added, so that a stub stays one.
+    if (shapes_ == nullptr) shapes_ = &sceneward::appendableArray(document_, "shapes");
+    shapes_->push_back(std::move(shape));
+    index(shapes_->size() - 1);
     return true;
   }
 
   bool update(const Positions& found, const JSONMap* patch) {
     if (patch == nullptr || found.empty()) return false;
-    ShapeOperations::merge(shapes_[found.front()].get_object(), *patch);
+    ShapeOperations::merge((*shapes_)[found.front()].get_object(), *patch);
     return true;
   }
 
   bool remove(Positions& found) {
-    removed_.resize(shapes_.size());
+    if (!found.empty()) removed_.resize(shapes_->size());
     for (const auto position : found) removed_[position] = true;
     removedCount_ += found.size();
     found.clear();
@@ -100,8 +99,8 @@ class ShapeBatch {
   }
 
   JSONMap& document_;
-  const bool hadShapes_;
-  JSONArray& shapes_;
+  /// Null while the scene has none that could be read.
+  JSONArray* shapes_;
   /// By the ids that the operations name; the keys lie in the operations.
   std::unordered_map<std::string_view, Positions> positions_;
   std::vector<bool> removed_;
