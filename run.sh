@@ -56,7 +56,7 @@ until_true() {
   done
 }
 
-if [ "$("$bin/vorlanectl" status | sed -n 's/.*"running":\(true\).*/\1/p')" = true ]; then
+if [ -f "$VORLANE_DEPLOYMENT" ] && [ "$("$bin/vorlanectl" status | sed -n 's/.*"running":\(true\).*/\1/p')" = true ]; then
   echo "run.sh: the demo is running already" >&2
   trap - EXIT
   exit 1

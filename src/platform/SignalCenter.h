@@ -16,8 +16,8 @@ class SignalCenter {
 
   /// Signals every process that observes `name`. Observers of this process run on
   /// the calling thread before post returns, and once for each post of its own.
-  /// Never throws; a signal that cannot be sent is logged.
-  virtual void post(std::string_view name) = 0;
+  /// Never throws; a signal that cannot be sent is logged, and false tells it.
+  virtual bool post(std::string_view name) = 0;
 
   /// `handler` runs at least once after each post of any process; posts in quick
   /// succession may be joined. For posts of other processes it runs on a thread of

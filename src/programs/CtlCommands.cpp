@@ -97,7 +97,7 @@ std::string signal(const Context& context) {
   const auto signals = makeSignalCenter(context.places.signals(), runtime.io(), runtime.concurrent());
   const auto line = writeJSON(JSONMap{{"signal", words[1]}});
   if (words[0] == "post") {
-    signals->post(words[1]);
+    if (!signals->post(words[1])) throw Failure("the signal could not be posted to other processes");
     return line;
   }
   const auto observation = signals->observe(words[1], [&line] {

@@ -7,7 +7,10 @@ namespace {
 
 class LocalSignals : public SignalCenter {
  public:
-  void post(std::string_view name) override { center_.post(name); }
+  bool post(std::string_view name) override {
+    center_.post(name);
+    return true;  // there is nobody else to reach
+  }
   Observation observe(std::string name, std::function<void()> handler) override {
     return center_.observe(std::move(name), std::move(handler));
   }

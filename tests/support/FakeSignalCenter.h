@@ -11,12 +11,13 @@ namespace vorlane::testing {
 /// Signals within this process alone, counted.
 class FakeSignalCenter : public SignalCenter {
  public:
-  void post(std::string_view name) override {
+  bool post(std::string_view name) override {
     {
       const std::scoped_lock hold(lock_);
       ++posts_[std::string(name)];
     }
     center_.post(name);
+    return true;
   }
 
   Observation observe(std::string name, std::function<void()> handler) override {

@@ -8,6 +8,7 @@
 #include <fmt/format.h>
 #include <boost/asio/posix/stream_descriptor.hpp>
 #include <boost/asio/post.hpp>
+#include <boost/asio/steady_timer.hpp>
 #include <boost/asio/strand.hpp>
 
 #include <map>
@@ -26,7 +27,10 @@ struct FileSignalCenter::State : std::enable_shared_from_this<State> {
   };
 
   State(const std::string& path, const Executor& io, const Executor& handlers)
-      : deliveries(asio::make_strand(handlers)), folder(path), descriptor(io, folder.watchDescriptor()) {}
+      : deliveries(asio::make_strand(handlers)),
+        folder(path),
+        descriptor(io, folder.watchDescriptor()),
+        retry(io) {}
   ~State() { descriptor.release(); }
 
   /// The names of the observed signals that the events stand for, each once.
@@ -56,13 +60,36 @@ struct FileSignalCenter::State : std::enable_shared_from_this<State> {
       const std::scoped_lock hold(lock);
       if (closed) return;
       auto events = folder.takeEvents();
-      try {
-        folder.restore();
-      } catch (const std::exception& error) {
-        shellLog(describe(error));
-      }
+      restore();
       names = namesOf(events);
       wait();
+    }
+    deliver(std::move(names));
+  }
+
+  /// Watches the folder again when it has gone; as long as that fails, once a second,
+  /// since a process that only observes has no other occasion. With the lock held.
+  void restore() {
+    try {
+      folder.restore();
+      retried = false;
+    } catch (const std::exception& error) {
+      if (!std::exchange(retried, true)) shellLog(describe(error));
+      retry.expires_after(std::chrono::seconds(1));
+      retry.async_wait([self = shared_from_this()](const boost::system::error_code& gone) {
+        if (!gone) self->tryAgain();
+      });
+    }
+  }
+
+  void tryAgain() {
+    std::set<std::string> names;
+    {
+      const std::scoped_lock hold(lock);
+      if (closed) return;
+      restore();
+      // While nobody watched, any signal may have been posted.
+      if (!retried) names = namesOf({.files = {}, .anything = true});
     }
     deliver(std::move(names));
   }
@@ -78,6 +105,7 @@ struct FileSignalCenter::State : std::enable_shared_from_this<State> {
     const std::scoped_lock hold(lock);
     closed = true;
     descriptor.cancel();
+    retry.cancel();
   }
 
   const asio::strand<Executor> deliveries;
@@ -88,6 +116,8 @@ struct FileSignalCenter::State : std::enable_shared_from_this<State> {
   SignalFolder folder;
   asio::posix::stream_descriptor descriptor;  // borrows the folder's watch
   std::map<std::string, Observed> observed;   // by file name
+  asio::steady_timer retry;
+  bool retried = false;
   bool closed = false;
 };
 
@@ -101,8 +131,9 @@ FileSignalCenter::~FileSignalCenter() {
   state_->close();
 }
 
-void FileSignalCenter::post(std::string_view name) {
+bool FileSignalCenter::post(std::string_view name) {
   const auto state = state_;
+  bool sent = true;
   std::set<std::string> foreign;
   {
     const std::scoped_lock hold(state->lock);
@@ -111,6 +142,8 @@ void FileSignalCenter::post(std::string_view name) {
       state->folder.post(sha256Hex(name), events);
     } catch (const std::exception& error) {
       shellLog(fmt::format("signal {}: {}", name, describe(error)));
+      sent = false;
+      state->restore();
     }
     foreign = state->namesOf(events);
   }
@@ -118,6 +151,7 @@ void FileSignalCenter::post(std::string_view name) {
   // Ours has been delivered just now, after whatever others posted of that name.
   foreign.erase(std::string(name));
   state->deliver(std::move(foreign));
+  return sent;
 }
 
 Observation FileSignalCenter::observe(std::string name, std::function<void()> handler) {

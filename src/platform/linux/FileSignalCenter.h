@@ -21,7 +21,7 @@ class FileSignalCenter : public SignalCenter {
   FileSignalCenter(const FileSignalCenter&) = delete;
   FileSignalCenter& operator=(const FileSignalCenter&) = delete;
 
-  void post(std::string_view name) override;
+  bool post(std::string_view name) override;
   [[nodiscard]] Observation observe(std::string name, std::function<void()> handler) override;
 
  private:
