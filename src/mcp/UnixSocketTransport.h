@@ -13,7 +13,7 @@ namespace vorlane {
 /// Serves the MCP server to local assistants, by way of the stdio launcher: one JSON-RPC
 /// message a line, in each direction. It asks for no bearer token; the folder that
 /// the socket lies in lets no other user in. Used on the main executor.
-class UnixSocketTransport : public SocketTransport {
+class UnixSocketTransport final : public SocketTransport {
  public:
   /// `io` is run by one thread; both executors outlive the object. Nothing is opened yet.
   UnixSocketTransport(std::shared_ptr<MCPServer> server, std::string socketPath, Executor io,

@@ -40,21 +40,25 @@ struct FileVault::Writing {
   bool exists = false;
 };
 
-FileDescriptor FileVault::openService(const SecretItem& item) const {
+/// The folder of the item's service; none, and why, when it cannot be opened.
+FileDescriptor FileVault::openService(const SecretItem& item, int& error) const {
   const auto root = files::open(AT_FDCWD, folder_, O_RDONLY | O_DIRECTORY);
-  if (!root) return {};
-  if (item.service.empty() || item.account.empty()) {
-    errno = EINVAL;
-    return {};
-  }
-  return files::open(root.get(), fileName(item.service), O_RDONLY | O_DIRECTORY);
+  error = root ? EINVAL : errno;
+  if (!root || item.service.empty() || item.account.empty()) return {};
+  auto service = files::open(root.get(), fileName(item.service), O_RDONLY | O_DIRECTORY);
+  error = service ? 0 : errno;
+  return service;
 }
 
 SecretVault::Read FileVault::read(const SecretItem& item) {
   Read result;
-  const auto service = openService(item);
-  const auto file = service ? files::open(service.get(), fileName(item.account), O_RDONLY) : FileDescriptor();
-  int error = file ? 0 : errno;
+  int error = 0;
+  const auto service = openService(item, error);
+  FileDescriptor file;
+  if (service) {
+    file = files::open(service.get(), fileName(item.account), O_RDONLY);
+    error = file ? 0 : errno;
+  }
   if (error == 0) error = files::readAll(file.get(), secretLimit, result.bytes);
   if (error == 0) {
     result.status = vault::success;
@@ -75,11 +79,9 @@ vault::Status FileVault::beginWriting(const SecretItem& item, bool make, Writing
       return refused(item, "making", errno);
     }
   }
-  writing.service = openService(item);
-  if (!writing.service) {
-    return errno == ENOENT ? vault::itemNotFound : refused(item, "opening", errno);
-  }
   int error = 0;
+  writing.service = openService(item, error);
+  if (error != 0) return error == ENOENT ? vault::itemNotFound : refused(item, "opening", error);
   writing.turn = FileLock::take(writing.service.get(), lockName, lockPatience, error);
   if (error != 0) return refused(item, "locking", error);
   struct stat status{};

@@ -25,7 +25,7 @@ class FileVault : public SecretVault {
 
  private:
   struct Writing;
-  FileDescriptor openService(const SecretItem& item) const;
+  FileDescriptor openService(const SecretItem& item, int& error) const;
   vault::Status beginWriting(const SecretItem& item, bool make, Writing& writing) const;
   vault::Status write(const SecretItem& item, const std::string& bytes, bool mustExist) const;
 
