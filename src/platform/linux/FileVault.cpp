@@ -81,7 +81,7 @@ vault::Status FileVault::beginWriting(const SecretItem& item, bool make, Writing
   }
   int error = 0;
   writing.service = openService(item, error);
-  if (error != 0) return error == ENOENT ? vault::itemNotFound : refused(item, "opening", error);
+  if (!writing.service) return error == ENOENT ? vault::itemNotFound : refused(item, "opening", error);
   writing.turn = FileLock::take(writing.service.get(), lockName, lockPatience, error);
   if (error != 0) return refused(item, "locking", error);
   struct stat status{};
