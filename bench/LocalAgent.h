@@ -31,8 +31,7 @@ class LocalAgent {
 
   std::uint16_t port() const { return http_->port(); }
   const std::string& token() const { return token_; }
-  MCPServer& server() { return *server_; }
-  const std::shared_ptr<MCPServer>& sharedServer() const { return server_; }
+  const std::shared_ptr<MCPServer>& server() const { return server_; }
   /// The socket's door, in `folder()` as in a container.
   std::string socketPath() const { return socket_->path(); }
   LedgerlyQueries queries() const { return {store_, notifications_}; }

@@ -96,7 +96,7 @@ int run() {
     for (int round = 0; round < rounds; ++round) {
       const auto start = std::chrono::steady_clock::now();
       answer =
-          JSONRPCCodec::encodeResponse(co_await agent.server().handle(JSONRPCCodec::decodeRequest(request)));
+          JSONRPCCodec::encodeResponse(co_await agent.server()->handle(JSONRPCCodec::decodeRequest(request)));
       ours.push_back(bench::Seconds(std::chrono::steady_clock::now() - start).count());
       floor.push_back(bench::secondsFor([&] {
         if (writeJSON(parseJSON(text)).size() != text.size()) std::abort();

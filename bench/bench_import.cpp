@@ -55,7 +55,7 @@ Task<bench::Pair> measure(bench::LocalAgent& agent, const JSONMap& arguments,
   for (int round = 0; round < rounds; ++round) {
     const auto start = std::chrono::steady_clock::now();
     const auto answer =
-        JSONRPCCodec::encodeResponse(co_await agent.server().handle(JSONRPCCodec::decodeRequest(request)));
+        JSONRPCCodec::encodeResponse(co_await agent.server()->handle(JSONRPCCodec::decodeRequest(request)));
     ours.push_back(bench::Seconds(std::chrono::steady_clock::now() - start).count());
     if (answer.find("20000") == std::string::npos) std::abort();
     theirs.push_back(bench::secondsFor(floor));

@@ -111,7 +111,7 @@ double inProcess(bench::LocalAgent& agent, int count) {
       boost::asio::co_spawn(
           agent.concurrent(),
           [&]() -> Task<> {
-            while (left-- > 0) co_await exchangeMessage(agent.sharedServer(), message);
+            while (left-- > 0) co_await exchangeMessage(agent.server(), message);
             done.count_down();
           },
           boost::asio::detached);

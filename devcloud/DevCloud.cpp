@@ -228,13 +228,6 @@ void DevCloud::putPerson(Person person) {
   onServer([&](Running& to) { to.people.put(std::move(person)); });
 }
 
-std::optional<Person> DevCloud::person(std::string_view sub) {
-  return onServer([&](Running& to) {
-    const Person* found = to.people.find(sub);
-    return found ? std::optional(*found) : std::nullopt;
-  });
-}
-
 void DevCloud::removePerson(std::string_view sub) {
   onServer([&](Running& to) {
     to.identity.revoke(sub);
@@ -257,10 +250,6 @@ std::vector<Sheet> DevCloud::sheets(std::string_view sub) {
 
 Sheet DevCloud::putSheet(Sheet sheet) {
   return onServer([&](Running& to) -> Sheet { return to.sheets.put(std::move(sheet)); });
-}
-
-void DevCloud::removeSheet(std::string_view sub, std::int64_t id) {
-  onServer([&](Running& to) { to.sheets.remove(sub, id); });
 }
 
 std::int64_t DevCloud::addFault(Fault fault) {

@@ -62,7 +62,6 @@ class DevCloud {
   std::filesystem::path deploymentFile() const;
 
   void putPerson(Person person);
-  std::optional<Person> person(std::string_view sub);
   void removePerson(std::string_view sub);
 
   IssuedTokens issueTokens(std::string_view sub, std::optional<std::int64_t> lifetime = std::nullopt);
@@ -70,7 +69,6 @@ class DevCloud {
 
   std::vector<Sheet> sheets(std::string_view sub);
   Sheet putSheet(Sheet sheet);
-  void removeSheet(std::string_view sub, std::int64_t id);
 
   std::int64_t addFault(Fault fault);
   std::vector<Fault> faults();
