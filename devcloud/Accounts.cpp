@@ -33,4 +33,12 @@ void addAccountRoutes(Router& router, const Identity& identity, const Clock& clo
              });
 }
 
+const Person& authenticateAssistant(const Identity& identity, const Request& request) {
+  const Person& person = identity.authenticate(request);
+  if (person.mcpAccess) return person;
+  throw HTTPError(403, {{"success", false},
+                        {"code", "MCP_ACCESS_REQUIRED"},
+                        {"error", "MCP access is not enabled for this account"}});
+}
+
 }  // namespace vorlane::devcloud

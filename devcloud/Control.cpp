@@ -3,10 +3,13 @@
 #include "base/Identifiers.h"
 #include "base/Text.h"
 #include "base/tasks/Timing.h"
+#include "devcloud/AILists.h"
+#include "devcloud/Attachments.h"
 #include "devcloud/Faults.h"
 #include "devcloud/Fields.h"
 #include "devcloud/Identity.h"
 #include "devcloud/People.h"
+#include "devcloud/Projects.h"
 #include "devcloud/RequestLog.h"
 #include "devcloud/Router.h"
 #include "devcloud/Sheets.h"
@@ -51,10 +54,7 @@ void addPeople(Router& router, Controlled to) {
     return Response::json(200, to.people.update(bodyObject(request)).json());
   });
   router.add("DELETE", "/__control/people/{sub}", Door::both, [to](const Request& request) {
-    const std::string sub = personIn(to.people, request).sub;
-    to.identity.revoke(sub);
-    to.sheets.removeAll(sub);
-    to.people.remove(sub);
+    removePerson(to, std::string(personIn(to.people, request).sub));
     return done();
   });
   router.add("POST", "/__control/tokens", Door::both, [to](const Request& request) {
@@ -76,7 +76,9 @@ void addSheets(Router& router, Controlled to) {
   router.add("GET", "/__control/sheets/{sub}", Door::both, [to](const Request& request) {
     JSONArray sheets;
     for (const Sheet& sheet : to.sheets.ownedBy(personIn(to.people, request).sub)) {
-      sheets.push_back(sheet.json());
+      JSONMap map = sheet.json();
+      map["updates"] = sheet.updates;
+      sheets.push_back(std::move(map));
     }
     return Response::json(200, {{"sheets", std::move(sheets)}});
   });
@@ -87,6 +89,50 @@ void addSheets(Router& router, Controlled to) {
   router.add("DELETE", "/__control/sheets/{sub}/{id}", Door::both, [to](const Request& request) {
     const auto id = decimalInteger(request.parameter("id"));
     return doneOr404(id && to.sheets.remove(personIn(to.people, request).sub, *id), "there is no such sheet");
+  });
+}
+
+void addProjects(Router& router, Controlled to) {
+  router.add("GET", "/__control/projects/{sub}", Door::both, [to](const Request& request) {
+    JSONArray projects;
+    for (const Project& project : to.projects.ownedBy(personIn(to.people, request).sub)) {
+      projects.push_back(project.json());
+    }
+    return Response::json(200, {{"projects", std::move(projects)}});
+  });
+  router.add("POST", "/__control/projects/{sub}", Door::both, [to](const Request& request) {
+    const Person& person = personIn(to.people, request);
+    return Response::json(200, to.projects.put(projectFromJSON(bodyObject(request), person.sub)).json());
+  });
+  router.add("DELETE", "/__control/projects/{sub}/{id}", Door::both, [to](const Request& request) {
+    return doneOr404(to.projects.remove(personIn(to.people, request).sub, request.parameter("id")),
+                     "there is no such project");
+  });
+}
+
+void addAssistantThings(Router& router, Controlled to) {
+  router.add("GET", "/__control/attachments/{sub}", Door::both, [to](const Request& request) {
+    JSONArray attachments;
+    for (const Attachment& each : to.attachments.ownedBy(personIn(to.people, request).sub)) {
+      attachments.push_back(each.json());
+    }
+    return Response::json(200, {{"attachments", std::move(attachments)}});
+  });
+  router.add("POST", "/__control/attachments/{sub}", Door::both, [to](const Request& request) {
+    const Person& person = personIn(to.people, request);
+    return Response::json(200,
+                          to.attachments.put(attachmentFromJSON(bodyObject(request), person.sub)).json());
+  });
+  router.add("GET", "/__control/ai-lists/{sub}", Door::both, [to](const Request& request) {
+    JSONArray lists;
+    for (const AIList& list : to.lists.ownedBy(personIn(to.people, request).sub)) {
+      lists.push_back(list.json());
+    }
+    return Response::json(200, {{"lists", std::move(lists)}});
+  });
+  router.add("POST", "/__control/ai-lists/{sub}", Door::both, [to](const Request& request) {
+    const Person& person = personIn(to.people, request);
+    return Response::json(200, to.lists.add(aiListFromJSON(bodyObject(request), person.sub)).json());
   });
 }
 
@@ -147,6 +193,15 @@ void addFaults(Router& router, Controlled to) {
 
 }  // namespace
 
+void removePerson(const Controlled& from, const std::string& sub) {
+  from.identity.revoke(sub);
+  from.sheets.removeAll(sub);
+  from.projects.removeAll(sub);
+  from.attachments.removeAll(sub);
+  from.lists.removeAll(sub);
+  from.people.remove(sub);
+}
+
 bool isControlPath(std::string_view path) {
   return path.starts_with("/__control/");
 }
@@ -161,6 +216,8 @@ std::optional<Response> refuseForeignPage(const Request& request) {
 void addControlRoutes(Router& router, Controlled controlled) {
   addPeople(router, controlled);
   addSheets(router, controlled);
+  addProjects(router, controlled);
+  addAssistantThings(router, controlled);
   addObservation(router, controlled);
   addFaults(router, controlled);
 }

@@ -1,11 +1,13 @@
 #include "devcloud/DevCloud.h"
 
-#include "base/tasks/Spawn.h"
+#include "base/JsonArguments.h"
 #include "base/tasks/Timing.h"
 #include "devcloud/Accounts.h"
+#include "devcloud/Attachments.h"
 #include "devcloud/Certificates.h"
 #include "devcloud/Control.h"
 #include "devcloud/Files.h"
+#include "devcloud/Journal.h"
 #include "devcloud/Router.h"
 #include "devcloud/Server.h"
 #include "devcloud/SigningKey.h"
@@ -26,8 +28,9 @@ namespace {
 /// The API that access tokens are for. Not the server's own address, so that
 /// tokens stay good when it starts on another port.
 constexpr std::string_view audience = "https://api.vorlane.test/";
-/// Several changes at once become one write.
-constexpr auto saveDelay = std::chrono::milliseconds(30);
+/// Changes lie in the journal until there are so many bytes of them; then, and
+/// at every start and stop, the whole state is written anew.
+constexpr std::uint64_t longestJournal = std::uint64_t{32} << 20;
 
 std::filesystem::path preparedDirectory(const std::filesystem::path& directory) {
   const auto absolute = std::filesystem::absolute(directory);
@@ -45,62 +48,97 @@ struct DevCloud::Running {
   Running(const DevCloudOptions& options, const std::filesystem::path& directory)
       : clock(options.clock),
         stateFile(directory / "state.json"),
+        journalFile(directory / "journal.jsonl"),
         lock(directory / "devcloud.lock"),
+        journal(journalFile),
         key(directory / "signing-key.pem"),
         server(std::make_unique<Server>(loadOrMakeCertificates(directory, now()), options.port)),
-        people([this] { changed(); }),
+        people([this] { changed("people", people.state()); }),
         identity(people, key,
                  {fmt::format("https://127.0.0.1:{}/", server->port()), std::string(audience),
                   options.adminClaimHost},
-                 clock, [this] { changed(); }),
-        sheets(identity, clock, [this] { changed(); }) {
+                 clock, [this] { changed("refreshTokens", identity.state()); }),
+        sheets(identity, clock, [this](JSONMap change) { changed("sheets", std::move(change)); }),
+        projects(identity, clock, [this](JSONMap change) { changed("projects", std::move(change)); }),
+        attachments(identity, sheets, clock,
+                    [this](JSONMap change) { changed("attachments", std::move(change)); }),
+        lists(identity, clock, [this](JSONMap change) { changed("aiLists", std::move(change)); }) {
     restore();
     identity.addRoutes(router);
     addAccountRoutes(router, identity, clock);
     sheets.addRoutes(router);
-    addControlRoutes(router, {people, identity, sheets, requests, faults});
+    projects.addRoutes(router);
+    attachments.addRoutes(router);
+    lists.addRoutes(router);
+    addControlRoutes(router, controlled);
   }
 
   ~Running() {
     server->stop();
-    if (dirty) save();
+    if (behind || journal.size() > 0) save();
     // Drops connections and waiting work while the services are still there.
     server.reset();
   }
 
   void restore() {
-    const auto text = readFile(stateFile);
-    if (!text) return;
+    if (const auto text = readFile(stateFile)) {
+      reading(stateFile, [&] { apply(parseJSONMap(*text)); });
+    }
+    if (journal.size() == 0) return;
+    reading(journalFile, [&] { journal.replay([this](const JSONMap& change) { apply(change); }); });
+    save();
+  }
+
+  static void reading(const std::filesystem::path& file, const std::function<void()>& action) {
     try {
-      const JSONMap state = parseJSONMap(*text);
-      people.restore(state.at("people").as_array());
-      identity.restore(state.at("refreshTokens").as_array());
-      sheets.restore(state.at("sheets").as_object());
+      action();
     } catch (const std::exception& error) {
-      throw Failure(fmt::format("{} cannot be read: {}", stateFile.string(), describe(error)));
+      throw Failure(fmt::format("{} cannot be read: {}", file.string(), describe(error)));
     }
   }
 
-  void changed() {
-    if (std::exchange(dirty, true)) return;
-    spawn(server->executor(), "saving the state", [this]() -> Task<> {
-      co_await sleepFor(saveDelay);
-      save();
-    });
+  /// Takes over a whole state, or one of the changes that `changed` has noted.
+  void apply(const JSONMap& state) {
+    if (const auto* part = json::find(state, "people")) people.restore(part->as_array());
+    if (const auto* part = json::find(state, "refreshTokens")) identity.restore(part->as_array());
+    if (const auto* part = json::find(state, "sheets")) sheets.restore(part->as_object());
+    if (const auto* part = json::find(state, "projects")) projects.restore(part->as_object());
+    if (const auto* part = json::find(state, "attachments")) attachments.restore(part->as_object());
+    if (const auto* part = json::find(state, "aiLists")) lists.restore(part->as_object());
+  }
+
+  JSONMap state() const {
+    return {{"people", people.state()},     {"refreshTokens", identity.state()},  {"sheets", sheets.state()},
+            {"projects", projects.state()}, {"attachments", attachments.state()}, {"aiLists", lists.state()}};
+  }
+
+  /// Notes a change before the request that made it is answered.
+  void changed(std::string_view part, JSONValue change) {
+    if (behind || journal.size() >= longestJournal) return save();
+    try {
+      journal.append({{part, std::move(change)}});
+    } catch (const std::exception& error) {
+      // What is in memory still serves; the next change tries to write it all.
+      behind = true;
+      fmt::print(stderr, "vorlane-devcloud: {}\n", describe(error));
+    }
   }
 
   void save() {
-    dirty = false;
+    behind = true;
     try {
-      replaceFile(
-          stateFile,
-          writeJSON(JSONMap{
-              {"people", people.state()}, {"refreshTokens", identity.state()}, {"sheets", sheets.state()}}),
-          0600);
+      replaceFile(stateFile, writeJSON(state()), 0600);
+      journal.clear();
+      behind = false;
     } catch (const std::exception& error) {
-      // What is in memory still serves; the next change tries again.
       fmt::print(stderr, "vorlane-devcloud: {}\n", describe(error));
     }
+  }
+
+  const Person& known(std::string_view sub) const {
+    const Person* const person = people.find(sub);
+    if (!person) throw Failure(fmt::format("there is no person \"{}\"", sub));
+    return *person;
   }
 
   /// One request: recorded, led through its fault if there is one, answered.
@@ -117,6 +155,7 @@ struct DevCloud::Running {
     if (fault->delay.count() > 0) co_await sleepFor(fault->delay);
     Response response;
     if (fault->replacesAnswer()) {
+      if (fault->effect) co_await router.route(std::move(request));
       response = fault->answer();
     } else {
       response = co_await router.route(std::move(request));
@@ -128,17 +167,23 @@ struct DevCloud::Running {
 
   const Clock clock;
   const std::filesystem::path stateFile;
+  const std::filesystem::path journalFile;
   const FolderLock lock;
+  Journal journal;
   const SigningKey key;
   std::unique_ptr<Server> server;
   People people;
   Identity identity;
   Sheets sheets;
+  Projects projects;
+  Attachments attachments;
+  AILists lists;
   RequestLog requests;
   Faults faults;
+  const Controlled controlled{people, identity, sheets, projects, attachments, lists, requests, faults};
   Router router;
-  /// A save is due.
-  bool dirty = false;
+  /// The files lack a change that is in memory.
+  bool behind = false;
 };
 
 DevCloud::DevCloud(DevCloudOptions options) : options_(std::move(options)) {}
@@ -229,10 +274,22 @@ void DevCloud::putPerson(Person person) {
 }
 
 void DevCloud::removePerson(std::string_view sub) {
+  onServer([&](Running& to) { devcloud::removePerson(to.controlled, std::string(sub)); });
+}
+
+void DevCloud::setCapability(std::string_view sub, bool cloudProjectWrite) {
   onServer([&](Running& to) {
-    to.identity.revoke(sub);
-    to.sheets.removeAll(sub);
-    to.people.remove(sub);
+    Person person = to.known(sub);
+    person.cloudProjectWrite = cloudProjectWrite;
+    to.people.put(std::move(person));
+  });
+}
+
+void DevCloud::setGone(std::string_view sub, bool gone) {
+  onServer([&](Running& to) {
+    Person person = to.known(sub);
+    person.gone = gone;
+    to.people.put(std::move(person));
   });
 }
 
@@ -250,6 +307,42 @@ std::vector<Sheet> DevCloud::sheets(std::string_view sub) {
 
 Sheet DevCloud::putSheet(Sheet sheet) {
   return onServer([&](Running& to) -> Sheet { return to.sheets.put(std::move(sheet)); });
+}
+
+bool DevCloud::removeSheet(std::string_view sub, std::int64_t id) {
+  return onServer([&](Running& to) { return to.sheets.remove(sub, id); });
+}
+
+std::vector<Project> DevCloud::projects(std::string_view sub) {
+  return onServer([&](Running& to) { return to.projects.ownedBy(sub); });
+}
+
+std::vector<Commit> DevCloud::commits(std::string_view sub) {
+  return onServer([&](Running& to) { return to.projects.commits(sub); });
+}
+
+Project DevCloud::putProject(Project project) {
+  return onServer([&](Running& to) -> Project { return to.projects.put(std::move(project)); });
+}
+
+bool DevCloud::removeProject(std::string_view sub, std::string_view id) {
+  return onServer([&](Running& to) { return to.projects.remove(sub, id); });
+}
+
+std::vector<Attachment> DevCloud::attachments(std::string_view sub) {
+  return onServer([&](Running& to) { return to.attachments.ownedBy(sub); });
+}
+
+Attachment DevCloud::putAttachment(Attachment attachment) {
+  return onServer([&](Running& to) -> Attachment { return to.attachments.put(std::move(attachment)); });
+}
+
+std::vector<AIList> DevCloud::aiLists(std::string_view sub) {
+  return onServer([&](Running& to) { return to.lists.ownedBy(sub); });
+}
+
+AIList DevCloud::putAIList(AIList list) {
+  return onServer([&](Running& to) -> AIList { return to.lists.add(std::move(list)); });
 }
 
 std::int64_t DevCloud::addFault(Fault fault) {

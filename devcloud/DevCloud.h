@@ -1,9 +1,12 @@
 #pragma once
 
 #include "base/Date.h"
+#include "devcloud/AILists.h"
+#include "devcloud/Attachment.h"
 #include "devcloud/Faults.h"
 #include "devcloud/Identity.h"
 #include "devcloud/People.h"
+#include "devcloud/Projects.h"
 #include "devcloud/RequestLog.h"
 #include "devcloud/Sheets.h"
 
@@ -32,7 +35,8 @@ struct DevCloudOptions {
 };
 
 /// The suite's cloud on this machine: identity provider and web APIs behind one
-/// server, with people, sheets and refresh tokens that survive a restart.
+/// server, with people, sheets, projects, attachments, lists and refresh tokens
+/// that survive a restart, and a kill.
 ///
 /// start and stop belong to one thread; the rest may be called from any thread
 /// while the cloud runs (it hops onto the server's thread and waits) and throws
@@ -63,12 +67,32 @@ class DevCloud {
 
   void putPerson(Person person);
   void removePerson(std::string_view sub);
+  /// Whether the person may save projects; throws Failure when there is no such person.
+  void setCapability(std::string_view sub, bool cloudProjectWrite);
+  /// A gone account's saves of projects get 410. Throws Failure when there is no such person.
+  void setGone(std::string_view sub, bool gone);
 
   IssuedTokens issueTokens(std::string_view sub, std::optional<std::int64_t> lifetime = std::nullopt);
   void revokeTokens(std::string_view sub);
 
   std::vector<Sheet> sheets(std::string_view sub);
   Sheet putSheet(Sheet sheet);
+  /// False when the person has no such sheet.
+  bool removeSheet(std::string_view sub, std::int64_t id);
+
+  std::vector<Project> projects(std::string_view sub);
+  /// Of all the person's projects, in the order in which they were made.
+  std::vector<Commit> commits(std::string_view sub);
+  Project putProject(Project project);
+  bool removeProject(std::string_view sub, std::string_view id);
+
+  /// What the person can reach, the samples first.
+  std::vector<Attachment> attachments(std::string_view sub);
+  Attachment putAttachment(Attachment attachment);
+
+  /// The newest first.
+  std::vector<AIList> aiLists(std::string_view sub);
+  AIList putAIList(AIList list);
 
   std::int64_t addFault(Fault fault);
   std::vector<Fault> faults();

@@ -61,6 +61,7 @@ JSONMap Fault::json() const {
               {"match", prefix ? "prefix" : "exact"},
               {"times", times},
               {"garbage", garbage},
+              {"effect", effect},
               {"cut", std::ranges::find(cutNames, cut, &CutName::cut)->name},
               {"delayMs", delay.count()},
               {"hold", hold}};
@@ -69,6 +70,45 @@ JSONMap Fault::json() const {
   if (body) map["body"] = validUTF8(*body);
   return map;
 }
+
+Fault redirectFault(std::string path, std::string location, int status) {
+  Fault fault;
+  fault.path = std::move(path);
+  fault.status = status;
+  fault.headers.emplace_back("Location", std::move(location));
+  return fault;
+}
+
+Fault answerFault(std::string path, const JSONValue& body, int status) {
+  Fault fault;
+  fault.path = std::move(path);
+  fault.status = status;
+  fault.body = writeJSON(body);
+  return fault;
+}
+
+namespace {
+
+/// The answer that the fault orders, in whichever way it is told.
+void readAnswer(Fields& fields, Fault& fault) {
+  if (const auto status = fields.integer("status", 200, 599)) fault.status = static_cast<int>(*status);
+  if (const JSONMap* headers = fields.object("headers")) fault.headers = headersFromJSON(*headers);
+  fault.body = fields.string("body");
+  if (const JSONValue* json = fields.value("json")) {
+    if (fault.body) throw FieldFailure("json", "stands beside \"body\"");
+    fault.body = writeJSON(*json);
+  }
+  if (const auto location = fields.string("redirect")) {
+    if (!isHeaderText(*location)) throw FieldFailure("redirect", "must be one line of text");
+    if (!fault.status) fault.status = 302;
+    if (*fault.status / 100 != 3) throw FieldFailure("status", "does not redirect");
+    fault.headers.emplace_back("Location", *location);
+  }
+  fault.garbage = fields.boolean("garbage").value_or(false);
+  if (fault.garbage && fault.body) throw FieldFailure("garbage", "stands beside \"body\" or \"json\"");
+}
+
+}  // namespace
 
 Fault faultFromJSON(const JSONMap& map) {
   Fields fields(map);
@@ -82,21 +122,17 @@ Fault faultFromJSON(const JSONMap& map) {
   fault.prefix = match == "prefix";
   fault.method = fields.string("method").value_or("");
   fault.times = fields.integer("times", 1, 1'000'000).value_or(1);
-  if (const auto status = fields.integer("status", 200, 599)) fault.status = static_cast<int>(*status);
-  if (const JSONMap* headers = fields.object("headers")) fault.headers = headersFromJSON(*headers);
-  fault.body = fields.string("body");
-  if (const JSONMap* json = fields.object("json")) {
-    if (fault.body) throw FieldFailure("json", "stands beside \"body\"");
-    fault.body = writeJSON(*json);
-  }
-  fault.garbage = fields.boolean("garbage").value_or(false);
-  if (fault.garbage && fault.body) throw FieldFailure("garbage", "stands beside \"body\" or \"json\"");
+  readAnswer(fields, fault);
+  fault.effect = fields.boolean("effect").value_or(false);
   fault.cut = cutNamed(fields.string("cut").value_or("none"));
   fault.delay = std::chrono::milliseconds(fields.integer("delayMs", 0, longestDelay).value_or(0));
   fault.hold = fields.boolean("hold").value_or(false);
   fields.refuseOthers();
   if (!fault.headers.empty() && !fault.replacesAnswer()) {
     throw FieldFailure("headers", "needs a \"status\" or a \"body\"");
+  }
+  if (fault.effect && (!fault.replacesAnswer() || fault.cut == FaultCut::before)) {
+    throw FieldFailure("effect", "needs an answer that takes the real one's place");
   }
   if (!fault.replacesAnswer() && fault.cut == FaultCut::none && fault.delay.count() == 0 && !fault.hold) {
     throw FieldFailure("status", "is missing, and so is everything else that could go wrong");

@@ -49,6 +49,9 @@ struct Fault {
   std::optional<std::string> body;
   /// 200 with bytes that are neither JSON nor text.
   bool garbage = false;
+  /// With an ordered answer: the handler runs all the same and its effect stays,
+  /// only its answer is replaced.
+  bool effect = false;
   FaultCut cut = FaultCut::none;
   std::chrono::milliseconds delay{0};
   /// The request waits until Faults::release.
@@ -60,10 +63,16 @@ struct Fault {
   JSONMap json() const;
 };
 
+/// A redirect in place of the answer. What arrives at `location`, if it is ours, is recorded.
+Fault redirectFault(std::string path, std::string location, int status = 302);
+/// 200, or another status, with this JSON in place of the answer: a wrong receipt, another shape.
+Fault answerFault(std::string path, const JSONValue& body, int status = 200);
+
 /// The fault that a control request orders: "path", and optionally "match"
 /// ("exact" or "prefix"), "method", "times", "status", "headers", "body",
-/// "json", "garbage", "cut" ("before", "after" or "body"), "delayMs", "hold".
-/// Throws FieldFailure.
+/// "json" (any JSON value), "redirect" (the Location; 302 unless "status" says
+/// otherwise), "garbage", "effect", "cut" ("before", "after" or "body"),
+/// "delayMs", "hold". Throws FieldFailure.
 Fault faultFromJSON(const JSONMap& map);
 
 /// The faults in the order in which they were ordered.

@@ -29,6 +29,12 @@ const JSONMap& Fields::requiredObject(std::string_view key) {
   return *map;
 }
 
+const JSONArray& Fields::requiredArray(std::string_view key) {
+  const JSONArray* list = array(key);
+  if (!list) throw FieldFailure(std::string(key), "is missing");
+  return *list;
+}
+
 std::optional<std::string> Fields::string(std::string_view key) {
   const JSONValue* value = find(key);
   if (!value) return std::nullopt;
@@ -51,6 +57,14 @@ std::optional<std::int64_t> Fields::integer(std::string_view key, std::int64_t l
     throw FieldFailure(std::string(key), fmt::format("must be a whole number from {} to {}", least, most));
   }
   return number;
+}
+
+std::optional<Date> Fields::date(std::string_view key) {
+  const auto text = string(key);
+  if (!text) return std::nullopt;
+  const auto date = dateFromISO8601(*text);
+  if (!date) throw FieldFailure(std::string(key), "must be an ISO 8601 date-time");
+  return date;
 }
 
 const JSONMap* Fields::object(std::string_view key) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "base/Date.h"
 #include "base/Failure.h"
 #include "base/Json.h"
 
@@ -33,11 +34,15 @@ class Fields {
   /// Present, a string, not empty.
   std::string requiredString(std::string_view key);
   const JSONMap& requiredObject(std::string_view key);
+  const JSONArray& requiredArray(std::string_view key);
 
   std::optional<std::string> string(std::string_view key);
   std::optional<bool> boolean(std::string_view key);
   std::optional<std::int64_t> integer(std::string_view key, std::int64_t least, std::int64_t most);
+  /// An ISO 8601 date-time.
+  std::optional<Date> date(std::string_view key);
   /// Null when absent.
+  const JSONValue* value(std::string_view key) { return find(key); }
   const JSONMap* object(std::string_view key);
   const JSONArray* array(std::string_view key);
 

@@ -12,8 +12,6 @@
 #include <iterator>
 
 namespace vorlane::devcloud {
-namespace {
-
 bool writeAll(int descriptor, std::string_view bytes) {
   while (!bytes.empty()) {
     const ssize_t count = ::write(descriptor, bytes.data(), bytes.size());
@@ -23,8 +21,6 @@ bool writeAll(int descriptor, std::string_view bytes) {
   }
   return true;
 }
-
-}  // namespace
 
 std::optional<std::string> readFile(const std::filesystem::path& path) {
   errno = 0;

@@ -10,6 +10,9 @@ namespace vorlane::devcloud {
 /// The whole file, or nothing when there is none. Throws Failure naming the path.
 std::optional<std::string> readFile(const std::filesystem::path& path);
 
+/// False, with errno, when not all of it could be written.
+bool writeAll(int descriptor, std::string_view bytes);
+
 /// Replaces the file by rename, so that a reader sees the old bytes or the new
 /// ones. Throws Failure naming the path; the old file is then as it was.
 void replaceFile(const std::filesystem::path& path, std::string_view bytes, unsigned mode);

@@ -207,6 +207,7 @@ JSONArray Identity::state() const {
 }
 
 void Identity::restore(const JSONArray& state) {
+  grants_.clear();
   for (const auto& value : state) {
     const JSONMap& grant = value.as_object();
     const std::int64_t number = json::integer(grant, "number").value_or(0);

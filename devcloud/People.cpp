@@ -63,6 +63,8 @@ void Person::update(const JSONMap& map) {
   assign(next.tokenLifetime, fields.integer("tokenLifetime", 0, longestLifetime));
   assign(next.snapshotLifetime, fields.integer("snapshotLifetime", 0, longestLifetime));
   assign(next.rotatesRefreshTokens, fields.boolean("rotatesRefreshTokens"));
+  assign(next.cloudProjectWrite, fields.boolean("cloudProjectWrite"));
+  assign(next.gone, fields.boolean("gone"));
   fields.refuseOthers();
   *this = std::move(next);
 }
@@ -77,7 +79,9 @@ JSONMap Person::json() const {
               {"grants", grants},
               {"tokenLifetime", tokenLifetime},
               {"snapshotLifetime", snapshotLifetime},
-              {"rotatesRefreshTokens", rotatesRefreshTokens}};
+              {"rotatesRefreshTokens", rotatesRefreshTokens},
+              {"cloudProjectWrite", cloudProjectWrite},
+              {"gone", gone}};
   if (isOwner) map["isOwner"] = *isOwner;
   return map;
 }
@@ -117,6 +121,7 @@ JSONArray People::state() const {
 }
 
 void People::restore(const JSONArray& state) {
+  people_.clear();
   for (const auto& value : state) {
     Person person;
     person.update(value.as_object());

@@ -31,6 +31,10 @@ struct Person {
   std::int64_t snapshotLifetime = 300;
   /// False: a refresh answers without a new refresh token and the old one lives on.
   bool rotatesRefreshTokens = true;
+  /// May save projects.
+  bool cloudProjectWrite = true;
+  /// The account is deleted as the Sceneward cloud sees it: saves of projects get 410.
+  bool gone = false;
 
   /// Takes over the fields that are there, by their names above. Throws
   /// FieldFailure for one that is unknown or of a wrong type; nothing has changed then.

@@ -40,12 +40,8 @@ void checkDepth(const JSONMap& map, const char* field) {
   }
 }
 
-std::optional<Date> dateField(Fields& fields, std::string_view key) {
-  const auto text = fields.string(key);
-  if (!text) return std::nullopt;
-  const auto date = dateFromISO8601(*text);
-  if (!date) throw FieldFailure(std::string(key), "must be an ISO 8601 date-time");
-  return date;
+JSONMap kept(const Sheet& sheet) {
+  return {{"owner", sheet.owner}, {"updates", sheet.updates}, {"sheet", sheet.json()}};
 }
 
 }  // namespace
@@ -76,13 +72,13 @@ Sheet sheetFromJSON(const JSONMap& map, std::string owner) {
   sheet.sourceName = fields.string("sourceName").value_or(sheet.name);
   sheet.data = fields.requiredObject("data");
   if (const JSONMap* metadata = fields.object("metadata")) sheet.metadata = *metadata;
-  sheet.createdAt = dateField(fields, "createdAt").value_or(Date{});
-  sheet.updatedAt = dateField(fields, "updatedAt").value_or(Date{});
+  sheet.createdAt = fields.date("createdAt").value_or(Date{});
+  sheet.updatedAt = fields.date("updatedAt").value_or(Date{});
   fields.refuseOthers();
   return sheet;
 }
 
-Sheets::Sheets(const Identity& identity, Clock clock, std::function<void()> changed)
+Sheets::Sheets(const Identity& identity, Clock clock, ChangeRecorder changed)
     : identity_(identity), clock_(std::move(clock)), changed_(std::move(changed)) {}
 
 void Sheets::addRoutes(Router& router) {
@@ -119,22 +115,30 @@ const Sheet& Sheets::put(Sheet sheet) {
   if (sheet.createdAt == Date{}) sheet.createdAt = known ? known->createdAt : sheet.updatedAt;
   const std::int64_t id = sheet.id;
   nextID_ = std::max(nextID_, id + 1);
-  sheets_[id] = std::move(sheet);
-  changed_();
-  return sheets_[id];
+  const Sheet& now = sheets_[id] = std::move(sheet);
+  changed_({{"nextId", nextID_}, {"list", JSONArray{kept(now)}}});
+  return now;
+}
+
+const Sheet* Sheets::find(std::string_view owner, std::int64_t id) const {
+  const auto found = sheets_.find(id);
+  return found == sheets_.end() || found->second.owner != owner ? nullptr : &found->second;
 }
 
 bool Sheets::remove(std::string_view owner, std::int64_t id) {
-  const auto found = sheets_.find(id);
-  if (found == sheets_.end() || found->second.owner != owner) return false;
-  sheets_.erase(found);
-  changed_();
+  if (!find(owner, id)) return false;
+  sheets_.erase(id);
+  changed_({{"removed", JSONArray{id}}});
   return true;
 }
 
 void Sheets::removeAll(std::string_view owner) {
+  JSONArray removed;
+  for (const auto& [id, sheet] : sheets_) {
+    if (sheet.owner == owner) removed.emplace_back(id);
+  }
   std::erase_if(sheets_, [&](const auto& entry) { return entry.second.owner == owner; });
-  changed_();
+  changed_({{"removed", std::move(removed)}});
 }
 
 Response Sheets::list(const Request& request) const {
@@ -160,10 +164,10 @@ Response Sheets::create(const Request& request) {
 const Sheet& Sheets::requested(const Request& request) const {
   const Person& person = identity_.authenticate(request);
   const auto id = decimalInteger(request.parameter("id"));
-  const auto found = id ? sheets_.find(*id) : sheets_.end();
   // Somebody else's sheet answers like none at all.
-  if (found == sheets_.end() || found->second.owner != person.sub) throw apiError(404, "Sheet not found");
-  return found->second;
+  const Sheet* const sheet = id ? find(person.sub, *id) : nullptr;
+  if (!sheet) throw apiError(404, "Sheet not found");
+  return *sheet;
 }
 
 Response Sheets::read(const Request& request) const {
@@ -181,6 +185,7 @@ Response Sheets::replace(const Request& request) {
   if (name) sheet.name = *name;
   if (data) sheet.data = *data;
   sheet.updatedAt = clock_();
+  ++sheet.updates;
   return Response::json(200, {{"success", true}, {"sheet", put(std::move(sheet)).summary()}});
 }
 
@@ -192,17 +197,23 @@ Response Sheets::erase(const Request& request) {
 
 JSONMap Sheets::state() const {
   JSONArray list;
-  for (const auto& [id, sheet] : sheets_) list.push_back({{"owner", sheet.owner}, {"sheet", sheet.json()}});
+  for (const auto& [id, sheet] : sheets_) list.push_back(kept(sheet));
   return {{"nextId", nextID_}, {"list", std::move(list)}};
 }
 
-void Sheets::restore(const JSONMap& state) {
-  for (const auto& value : state.at("list").as_array()) {
-    const JSONMap& entry = value.as_object();
-    Sheet sheet = sheetFromJSON(entry.at("sheet").as_object(), json::stringOr(entry, "owner"));
-    sheets_.insert_or_assign(sheet.id, std::move(sheet));
+void Sheets::restore(const JSONMap& change) {
+  if (const JSONValue* list = json::find(change, "list")) {
+    for (const auto& value : list->as_array()) {
+      const JSONMap& entry = value.as_object();
+      Sheet sheet = sheetFromJSON(entry.at("sheet").as_object(), json::stringOr(entry, "owner"));
+      sheet.updates = json::integer(entry, "updates").value_or(0);
+      sheets_.insert_or_assign(sheet.id, std::move(sheet));
+    }
   }
-  nextID_ = json::integer(state, "nextId").value_or(nextID_);
+  if (const JSONValue* removed = json::find(change, "removed")) {
+    for (const auto& id : removed->as_array()) sheets_.erase(id.as_int64());
+  }
+  nextID_ = std::max(nextID_, json::integer(change, "nextId").value_or(0));
 }
 
 }  // namespace vorlane::devcloud

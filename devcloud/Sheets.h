@@ -2,10 +2,10 @@
 
 #include "base/Date.h"
 #include "base/Json.h"
+#include "devcloud/Journal.h"
 #include "devcloud/Message.h"
 
 #include <cstdint>
-#include <functional>
 #include <map>
 #include <optional>
 #include <string>
@@ -30,6 +30,8 @@ struct Sheet {
   JSONMap metadata;
   Date createdAt;
   Date updatedAt;
+  /// How often a PUT has replaced it.
+  std::int64_t updates = 0;
 
   /// With the document, and without it as in a list.
   JSONMap json() const;
@@ -39,7 +41,7 @@ struct Sheet {
 /// The sheets of everybody, and the routes over them.
 class Sheets {
  public:
-  Sheets(const Identity& identity, Clock clock, std::function<void()> changed);
+  Sheets(const Identity& identity, Clock clock, ChangeRecorder changed);
 
   void addRoutes(Router& router);
 
@@ -52,9 +54,12 @@ class Sheets {
   const Sheet& put(Sheet sheet);
   bool remove(std::string_view owner, std::int64_t id);
   void removeAll(std::string_view owner);
+  /// Null when the person has no such sheet. Valid until the next change.
+  const Sheet* find(std::string_view owner, std::int64_t id) const;
 
+  /// A state is the change that makes it out of nothing.
   JSONMap state() const;
-  void restore(const JSONMap& state);
+  void restore(const JSONMap& change);
 
  private:
   Response list(const Request& request) const;
@@ -67,7 +72,7 @@ class Sheets {
 
   const Identity& identity_;
   const Clock clock_;
-  const std::function<void()> changed_;
+  const ChangeRecorder changed_;
   std::map<std::int64_t, Sheet> sheets_;
   std::int64_t nextID_ = 1000;
 };

@@ -64,7 +64,13 @@ TEST_F(ControlTest, EachFaultGoesWrongInItsOwnWay) {
       {R"("status":503)", 503, false, "", 0},
       {R"("status":429,"body":"slow down")", 429, false, "slow down", 0},
       {R"("status":200,"json":{"sheet":{}})", 200, false, R"({"sheet":{}})", 0},
+      {R"("status":200,"json":[{}])", 200, false, "[{}]", 0},
+      {R"("json":null)", 200, false, "null", 0},
+      {R"("status":500,"effect":true)", 500, false, "", 1},
+      {R"("json":{"sheet":{"id":"x"}},"effect":true)", 200, false, R"({"sheet":{"id":"x"}})", 1},
       {R"("status":302,"headers":{"Location":"https://127.0.0.1:1/"})", 302, false, "", 0},
+      {R"("redirect":"https://127.0.0.1:1/")", 302, false, "", 0},
+      {R"("redirect":"https://127.0.0.1:1/","status":307)", 307, false, "", 0},
       {R"("garbage":true)", 200, false, "\xFF\xFE", 0},
       {R"("cut":"before")", 0, true, "", 0},
       {R"("cut":"after")", 0, true, "", 1},
@@ -83,10 +89,11 @@ TEST_F(ControlTest, EachFaultGoesWrongInItsOwnWay) {
     EXPECT_THAT(reply.body, HasSubstr(body)) << fault;
     EXPECT_EQ(cloud.sheets(demo).size() - before, made) << fault;
     if (fault.starts_with("\"delay")) EXPECT_GE(took, std::chrono::milliseconds(30));
-    if (status == 302) EXPECT_THAT(reply.head, HasSubstr("Location: https://127.0.0.1:1/"));
+    if (status / 100 == 3) EXPECT_THAT(reply.head, HasSubstr("Location: https://127.0.0.1:1/"));
     EXPECT_TRUE(cloud.faults().empty()) << "one request uses it up";
   }
-  EXPECT_EQ(cloud.requests({.path = sheets}).size(), 10U) << "what goes wrong is recorded as well";
+  EXPECT_EQ(cloud.requests({.path = sheets}).size(), std::size(cases))
+      << "what goes wrong is recorded as well";
 }
 
 TEST_F(ControlTest, AFaultMeetsItsOwnRequestsAndNoOthersInTheOrderGiven) {

@@ -4,6 +4,7 @@
 #include <sys/wait.h>
 
 #include <cstdlib>
+#include <fstream>
 
 namespace vorlane::devcloud {
 namespace {
@@ -34,6 +35,48 @@ TEST_F(LifetimeTest, ARestartKeepsPeopleTokensSheetsKeysAndCertificates) {
   EXPECT_EQ(cloud.putSheet({.owner = demo, .name = "Next"}).id, sheet.id + 1);
 }
 
+TEST_F(LifetimeTest, WhatWasAnsweredIsThereAfterARestartAndAfterAKill) {
+  const std::string id = "0b6d7a5e-3c1f-4f0e-9a55-7d2f1c8e4b01";
+  const Commit commit{.operationID = "o", .checkpointID = "c", .contentHash = "h", .payloadHash = "p"};
+  cloud.putProject({.id = id, .owner = demo, .name = "P", .revision = 5, .commits = {commit}});
+  const std::int64_t first = cloud.putSheet({.owner = demo, .name = "A"}).id;
+  const Sheet second = cloud.putSheet({.owner = demo, .name = "B"});
+  sendAs(token, {"PUT", "/api/user/sheets/" + std::to_string(first), R"({"name":"A 2"})"});
+  cloud.removeSheet(demo, second.id);
+  cloud.putAttachment({.owner = demo, .name = "n.txt", .bytes = "\xFF"});
+  cloud.putAIList({.owner = demo, .name = "L"});
+  cloud.putPerson({.sub = "q"});
+  cloud.putAIList({.owner = "q", .name = "gone"});
+  cloud.removePerson("q");
+  const std::string refreshToken = refresh(cloud.issueTokens(demo).refreshToken).at("refresh_token");
+
+  // What a kill leaves: the files as they are now, and half a line that was never answered for.
+  const fs::path killed = folder / "killed";
+  const std::int64_t third = cloud.putSheet({.owner = demo, .name = "C"}).id;
+  fs::copy(directory, killed, fs::copy_options::recursive);
+  std::ofstream(killed / "journal.jsonl", std::ios::app) << R"({"sheets":{"removed":[10)";
+  cloud.stop();
+
+  for (const fs::path& each : {directory, killed}) {
+    DevCloud again({.directory = each});
+    again.start();
+    EXPECT_EQ(again.projects(demo).at(0).revision, 5) << each;
+    EXPECT_EQ(again.commits(demo).at(0).operationID, "o");
+    ASSERT_EQ(again.sheets(demo).size(), 2U);
+    EXPECT_EQ(again.sheets(demo)[0].id, third);
+    EXPECT_EQ(again.sheets(demo)[1].name, "A 2");
+    EXPECT_EQ(again.sheets(demo)[1].updates, 1);
+    EXPECT_EQ(again.putSheet({.owner = demo, .name = "D"}).id, third + 1) << "no id comes twice";
+    EXPECT_EQ(again.attachments(demo).back().bytes, "\xFF");
+    EXPECT_EQ(again.aiLists(demo).at(0).id, 1);
+    EXPECT_TRUE(again.aiLists("q").empty());
+    EXPECT_EQ(again.putAIList({.owner = demo, .name = "M"}).id, 3);
+    again.stop();
+  }
+  start();
+  EXPECT_EQ(refresh(refreshToken).status, 200);
+}
+
 TEST_F(LifetimeTest, WhatStandsInTheWayOfAStartIsNamed) {
   const auto starting = [](const DevCloudOptions& options) { return [=] { DevCloud(options).start(); }; };
   const auto failsNaming = [](const auto& text) { return testing::ThrowsMessage<Failure>(HasSubstr(text)); };
@@ -47,6 +90,10 @@ TEST_F(LifetimeTest, WhatStandsInTheWayOfAStartIsNamed) {
     EXPECT_THAT(starting({.directory = other}), failsNaming("state.json cannot be read")) << bad;
     EXPECT_EQ(readFile(other / "state.json").value(), bad) << "nothing is lost";
   }
+  fs::remove(other / "state.json");
+  replaceFile(other / "journal.jsonl", "{\n{}\n", 0600);
+  EXPECT_THAT(starting({.directory = other}), failsNaming("journal.jsonl cannot be read"));
+  EXPECT_EQ(readFile(other / "journal.jsonl").value(), "{\n{}\n");
 }
 
 TEST_F(LifetimeTest, TheProgramEndsWithZeroAtASignalWithOneWhenItCannotStartAndWithTwoOtherwise) {

@@ -183,6 +183,8 @@ TEST_F(RoutesTest, ABadRequestIsAnsweredWithWhatIsWrongAndChangesNothing) {
       {{"POST", faults, R"({"path":"/"})"}, 400, R"("field":"status")"},
       {{"POST", faults, root + R"("status":99})"}, 400, R"("field":"status")"},
       {{"POST", faults, root + R"("cut":"wire"})"}, 400, R"("field":"cut")"},
+      {{"POST", faults, root + R"("effect":true,"delayMs":1})"}, 400, R"("field":"effect")"},
+      {{"POST", faults, root + R"("redirect":"/","status":200})"}, 400, R"("field":"status")"},
       {{"POST", faults, root + R"("match":"regex","status":500})"}, 400, R"("field":"match")"},
       {{"POST", faults, root + R"("status":302,"headers":{"A":"b\r\n"}})"}, 400, R"("field":"headers.A")"},
       {{"GET", "/__control/requests?atLeast=many"}, 400, R"("field":"atLeast")"},
