@@ -4,6 +4,7 @@
 #include "base/tasks/Task.h"
 #include "mcp/AccessGate.h"
 #include "mcp/AdminAccessRequirement.h"
+#include "platform/CloudRequest.h"
 #include "platform/URLSession.h"
 
 #include <cstdint>
@@ -13,11 +14,6 @@
 #include <string>
 
 namespace vorlane {
-
-/// The signed-in account's id; nothing while nobody is signed in.
-using CurrentUser = std::function<std::optional<std::string>()>;
-/// A fresh access token; nothing when there is none to be had.
-using BearerSource = std::function<Task<std::optional<std::string>>()>;
 
 /// Decides whether a request may proceed. Fails closed: whatever is unknown
 /// means no. Runs on the request's task, many at once.

@@ -25,12 +25,19 @@ struct ToolProperty {
   const ToolSchema* items = nullptr;
   /// The type of the elements, for an array of plain values.
   std::string_view itemType = {};
-  /// The values to choose from.
+  /// The values to choose from. Where there is an `itemType`, these and the two bounds
+  /// of a number are those of each element.
   std::span<const std::string_view> choices = {};
   /// Whether null may stand here as well.
   bool nullable = false;
   std::optional<std::int64_t> minimum = std::nullopt;
   std::optional<std::int64_t> defaultValue = std::nullopt;
+  std::optional<std::int64_t> maximum = std::nullopt;
+  /// How many elements an array has, at the least and at the most.
+  std::optional<std::int64_t> minItems = std::nullopt;
+  std::optional<std::int64_t> maxItems = std::nullopt;
+  /// The shape of the value itself, for an object.
+  const ToolSchema* shape = nullptr;
 };
 
 struct ToolSchema {

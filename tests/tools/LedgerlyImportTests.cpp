@@ -36,7 +36,8 @@ class LedgerlyImport : public ToolBench {
   LedgerlyQueries queries = queriesOn(open());
   boost::asio::io_context archive;
   std::string archived;
-  RecordList recordList = [this](JSONMap list) -> Task<> {
+  RecordList recordList = [this](std::string ownerID, JSONMap list) -> Task<> {
+    EXPECT_EQ(ownerID, "o");  // who asked, whoever owns the sheet
     archived += writeJSON(list);
     co_return;
   };
@@ -182,7 +183,7 @@ TEST_F(LedgerlyImport, ANewListIsFiledWithTheWordsThatAskedForIt) {
 TEST_F(LedgerlyImport, FilingOutlivesTheCallAndIsNotUnderItsFence) {
   std::promise<void> mayFile, ended;
   std::vector<bool> fenced;
-  const RecordList slow = [&](JSONMap) -> Task<> {
+  const RecordList slow = [&](std::string, JSONMap) -> Task<> {
     const auto executor = co_await boost::asio::this_coro::executor;
     fenced.push_back(static_cast<bool>(MCPRequestContext::currentFence()));
     EXPECT_EQ(mayFile.get_future().wait_for(std::chrono::seconds(20)), std::future_status::ready);

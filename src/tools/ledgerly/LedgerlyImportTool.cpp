@@ -62,16 +62,17 @@ std::optional<JSONMap> archiveEntry(const Services& services, const Import& impo
 
 /// Starts the filing and goes on. It runs from a turn of its own and under no context:
 /// a change of account must end the call, and not the filing of a list that is stored.
-void fileInArchive(const Services& services, std::optional<JSONMap> entry) {
+void fileInArchive(const Services& services, const Identity& identity, std::optional<JSONMap> entry) {
   if (!entry) return;
   const auto executor = executorWithContext(services.filing.executor, nullptr);
-  boost::asio::post(
-      executor, [executor, recordList = services.filing.recordList, entry = std::move(*entry)]() mutable {
-        spawn(executor, "ledgerly: filing an imported list",
-              [recordList = std::move(recordList), entry = std::move(entry)]() mutable -> Task<> {
-                co_await recordList(std::move(entry));
-              });
-      });
+  boost::asio::post(executor, [executor, recordList = services.filing.recordList, ownerID = identity.userID,
+                               entry = std::move(*entry)]() mutable {
+    spawn(executor, "ledgerly: filing an imported list",
+          [recordList = std::move(recordList), ownerID = std::move(ownerID),
+           entry = std::move(entry)]() mutable -> Task<> {
+            co_await recordList(std::move(ownerID), std::move(entry));
+          });
+  });
 }
 
 JSONMap resultOf(const std::string& sheetID, const std::string& name, const LedgerlyImportPayload& payload) {
@@ -80,7 +81,7 @@ JSONMap resultOf(const std::string& sheetID, const std::string& name, const Ledg
           {"itemsImported", payload.itemCount}};
 }
 
-Task<JSONMap> importInto(Services services, LedgerlySheetRow row, Import import) {
+Task<JSONMap> importInto(Services services, LedgerlySheetRow row, Import import, Identity identity) {
   const auto name = import.title.value_or(row.title);
   auto payload = LedgerlyImportPayload::take(import.arguments, services.queries.now());
   std::optional<JSONMap> entry;  // a list that is appended is not filed
@@ -102,7 +103,7 @@ Task<JSONMap> importInto(Services services, LedgerlySheetRow row, Import import)
   };
   co_await services.queries.mutateDocument(row.id, std::move(land));
   if (name != row.title) co_await services.queries.rename(row.id, name);
-  fileInArchive(services, std::move(entry));
+  fileInArchive(services, identity, std::move(entry));
   co_return result;
 }
 
@@ -126,7 +127,7 @@ Task<JSONMap> importAsNew(Services services, Import import, Identity identity) {
     row.data = SnapshotCodec::encode(document);
   }
   co_await services.queries.save(std::move(row));
-  fileInArchive(services, std::move(entry));
+  fileInArchive(services, identity, std::move(entry));
   co_return result;
 }
 
@@ -135,7 +136,10 @@ Task<JSONMap> importSheet(Services services, JSONMap arguments, Identity identit
   auto import = readImport(std::move(arguments));
   if (import.sheetID && !import.sheetID->empty()) {
     auto row = services.queries.fetch(*import.sheetID);
-    if (row) co_return co_await importInto(std::move(services), std::move(*row), std::move(import));
+    if (row) {
+      co_return co_await importInto(std::move(services), std::move(*row), std::move(import),
+                                    std::move(identity));
+    }
   }
   co_return co_await importAsNew(std::move(services), std::move(import), std::move(identity));
 }

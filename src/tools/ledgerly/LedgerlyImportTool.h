@@ -6,13 +6,15 @@
 #include "store/LedgerlyQueries.h"
 
 #include <functional>
+#include <string>
 #include <vector>
 
 namespace vorlane {
 
-/// Files a list, with the words that asked for it, in the person's cloud archive. What
-/// it throws is logged.
-using RecordList = std::function<Task<>(JSONMap list)>;
+/// Files a list, with the words that asked for it, in the cloud archive of the person of
+/// that id, and of nobody else: the account may have changed before it runs. What it
+/// throws is logged.
+using RecordList = std::function<Task<>(std::string ownerID, JSONMap list)>;
 
 /// The tool that lands a whole list in one call.
 struct LedgerlyImportTool {

@@ -2,9 +2,12 @@
 
 #include "mcp/ToolDefinition.h"
 #include "store/LedgerlyQueries.h"
+#include "tools/ledgerly/LedgerlyAIListClient.h"
+#include "tools/ledgerly/LedgerlyAttachmentClient.h"
 #include "tools/ledgerly/LedgerlyImportTool.h"
 
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -20,6 +23,10 @@ class LedgerlyToolModule : public ToolModule {
   /// `filing`: how imported lists get into the person's cloud archive, if they do.
   explicit LedgerlyToolModule(LedgerlyQueries queries, std::vector<LedgerlyToolSet> furtherSets = {},
                               LedgerlyImportTool::Filing filing = {});
+  /// With the tools of the cloud: those of the attachments and those of the archive, each
+  /// where there is a client for it. Imported lists go into the archive on `filing`.
+  LedgerlyToolModule(LedgerlyQueries queries, std::optional<LedgerlyAttachmentClient> attachmentClient,
+                     std::optional<LedgerlyAIListClient> aiListClient, Executor filing);
 
   std::string toolNamespace() const override { return "ledgerly"; }
   std::vector<ToolDefinition> tools() const override;

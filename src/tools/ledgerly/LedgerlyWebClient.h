@@ -1,0 +1,57 @@
+#pragma once
+
+#include "base/Failure.h"
+#include "base/Json.h"
+#include "base/tasks/Task.h"
+#include "platform/CloudRequest.h"
+#include "platform/URLSession.h"
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+namespace vorlane {
+
+/// The Ledgerly web API as its clients for assistants use it: one JSON object out, one
+/// back, with the person's own access. A value that copies freely; it has to outlive
+/// the requests that it sends.
+struct LedgerlyWebClient {
+  /// The API's answer is none that can be used. The description is for the assistant.
+  class Failure : public vorlane::Failure {
+   public:
+    /// `step`: the method and the path; `body`: as text.
+    Failure(std::string step, int status, std::string body);
+    const std::string& step() const noexcept { return step_; }
+    int status() const noexcept { return status_; }
+    const std::string& body() const noexcept { return body_; }
+
+   private:
+    std::string step_;
+    int status_;
+    std::string body_;
+  };
+
+  /// What becomes of a request that there is no token for.
+  enum class WithoutToken {
+    sent,     ///< it goes out unsigned, and the API's refusal is what the assistant sees
+    refused,  ///< it is not sent, and fails with MCPRequestContext::Failure `signedOut`
+  };
+
+  /// The API's origin.
+  std::string base;
+  BearerSource bearer;
+  NetworkRunner send;
+  /// Whose the tokens of `bearer` are.
+  CurrentUser currentUser;
+
+  /// Posts `body` for the account `ownerID` and returns the answer. Never sent with
+  /// another account's token: when the account, or that of the call around it, has changed by
+  /// the time there is one, it fails with MCPRequestContext::Failure `accountChanged`.
+  /// Throws Failure for an answer, TransportFailure when there is none.
+  Task<JSONMap> post(std::string path, JSONMap body, std::string ownerID, WithoutToken rule) const;
+};
+
+/// The beginning of a text of valid UTF-8, cut after `count` characters.
+std::string_view firstCharacters(std::string_view text, std::size_t count);
+
+}  // namespace vorlane
