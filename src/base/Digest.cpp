@@ -1,28 +1,13 @@
 #include "base/Digest.h"
 
+#include "base/Base64Decoder.h"
 #include "base/Failure.h"
 
 #include <openssl/evp.h>
 
 #include <array>
-#include <cstdint>
 
 namespace vorlane {
-namespace {
-
-constexpr std::string_view alphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-
-constexpr auto values = [] {
-  std::array<std::int8_t, 256> table{};
-  table.fill(-1);
-  for (std::size_t i = 0; i < alphabet.size(); ++i) {
-    table[static_cast<unsigned char>(alphabet[i])] = static_cast<std::int8_t>(i);
-  }
-  return table;
-}();
-
-}  // namespace
-
 std::string sha256Hex(std::string_view bytes) {
   std::array<unsigned char, 32> digest{};
   unsigned length = 0;
@@ -54,27 +39,11 @@ std::string base64Encoded(std::string_view bytes) {
 std::optional<std::string> base64Decoded(std::string_view text) {
   // OpenSSL's decoder skips white space and keeps the padding as zero bytes;
   // what is read here has to be exact.
-  if (text.size() % 4 != 0) return std::nullopt;
-  std::size_t padding = 0;
-  while (padding < 2 && text.ends_with('=')) {
-    text.remove_suffix(1);
-    ++padding;
-  }
+  Base64Decoder decoder;
   std::string out;
-  out.reserve(text.size() * 3 / 4);
-  std::uint32_t bits = 0;
-  int count = 0;
-  for (const char c : text) {
-    const auto value = values[static_cast<unsigned char>(c)];
-    if (value < 0) return std::nullopt;
-    bits = (bits << 6) | static_cast<std::uint32_t>(value);
-    count += 6;
-    if (count >= 8) {
-      count -= 8;
-      out += static_cast<char>((bits >> count) & 0xff);
-    }
-  }
-  if ((bits & ((1U << count) - 1)) != 0 && count > 0) return std::nullopt;
+  out.resize_and_overwrite(Base64Decoder::maximumBytes(text.size()),
+                           [&](char* bytes, std::size_t) { return decoder.decode(text, bytes).value_or(0); });
+  if (!decoder.complete()) return std::nullopt;
   return out;
 }
 

@@ -1,7 +1,7 @@
 #include "base/Json.h"
+#include "base/JsonEvents.h"
 
 #include <fmt/format.h>
-#include <boost/json/basic_parser_impl.hpp>
 #include <boost/json/value_stack.hpp>
 
 #include <charconv>
@@ -15,13 +15,8 @@ namespace json = boost::json;
 /// Builds the value tree. It differs from the library's own handler in its
 /// doubles, which that one may read a few units off in the last place: a price
 /// would then drift each time its sheet is edited.
-class DocumentHandler {
+class DocumentHandler : public JSONEventLimits {
  public:
-  static constexpr std::size_t max_object_size = json::object::max_size();
-  static constexpr std::size_t max_array_size = json::array::max_size();
-  static constexpr std::size_t max_key_size = json::string::max_size();
-  static constexpr std::size_t max_string_size = json::string::max_size();
-
   DocumentHandler() { stack_.reset(); }
   json::value release() { return stack_.release(); }
 
@@ -63,17 +58,12 @@ class DocumentHandler {
     return true;
   }
   bool on_double(double rough, json::string_view text, json::error_code& ec) {
-    double exact = 0;
-    const auto [end, status] = std::from_chars(text.data(), text.data() + text.size(), exact);
-    if (status == std::errc::result_out_of_range) {
-      // Too small rounds to zero, as everywhere; too large has no value here.
-      if (std::abs(rough) > 1) {
-        ec = json::error::exponent_overflow;
-        return false;
-      }
-      exact = std::copysign(0.0, rough);
+    const auto exact = exactJSONDouble(rough, text);
+    if (!exact) {
+      ec = json::error::exponent_overflow;
+      return false;
     }
-    stack_.push_double(exact);
+    stack_.push_double(*exact);
     return true;
   }
   bool on_bool(bool value, json::error_code&) {
@@ -100,22 +90,30 @@ std::string reason(const json::error_code& ec) {
 
 }  // namespace
 
-JSONValue parseJSON(std::string_view text) {
-  // The library builds the whole tree before anybody can ask what is on top.
+std::optional<double> exactJSONDouble(double rough, std::string_view text) {
+  double exact = 0;
+  const auto [end, status] = std::from_chars(text.data(), text.data() + text.size(), exact);
+  if (status != std::errc::result_out_of_range) return exact;
+  // Too small rounds to zero, as everywhere; too large has no value here.
+  if (std::abs(rough) > 1) return std::nullopt;
+  return std::copysign(0.0, rough);
+}
+
+void requireJSONContainer(std::string_view text) {
   const auto top = text.find_first_not_of(" \t\r\n");
   if (top == std::string_view::npos) throw JSONParseFailure("invalid JSON: the text is empty");
-  if (text[top] != '{' && text[top] != '[') {
-    throw JSONParseFailure(
-        fmt::format("invalid JSON at byte {}: expected an object or an array at the top", top));
-  }
-  json::parse_options options;
-  options.max_depth = jsonDepthLimit;
-  json::basic_parser<DocumentHandler> parser(options);
-  json::error_code ec;
-  const auto consumed = parser.write_some(false, text.data(), text.size(), ec);
-  if (!ec && consumed < text.size()) ec = json::error::extra_data;
-  if (ec) throw JSONParseFailure(fmt::format("invalid JSON at byte {}: {}", consumed, reason(ec)));
-  return parser.handler().release();
+  if (text[top] == '{' || text[top] == '[') return;
+  throw JSONParseFailure(
+      fmt::format("invalid JSON at byte {}: expected an object or an array at the top", top));
+}
+
+void failJSON(std::size_t byte, const json::error_code& error) {
+  throw JSONParseFailure(fmt::format("invalid JSON at byte {}: {}", byte, reason(error)));
+}
+
+JSONValue parseJSON(std::string_view text) {
+  JSONEventReader<DocumentHandler> reader;
+  return reader.read(text).release();
 }
 
 JSONMap parseJSONMap(std::string_view text, std::string_view notAnObject) {

@@ -4,6 +4,7 @@
 #include "base/JsonArguments.h"
 #include "mcp/ControlClient.h"
 #include "platform/ProgramFolder.h"
+#include "programs/CtlCheckpoint.h"
 #include "shell/AccountServices.h"
 #include "shell/AgentControl.h"
 #include "shell/AgentStatus.h"
@@ -116,10 +117,8 @@ struct Command {
 };
 
 constexpr Command commands[] = {
-    {"status", status},
-    {"token", token},
-    {"client-config", clientConfig},
-    {"signal", signal},
+    {"status", status}, {"token", token},           {"client-config", clientConfig},
+    {"signal", signal}, {"checkpoint", checkpoint},
 };
 
 }  // namespace

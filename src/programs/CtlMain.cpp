@@ -13,7 +13,8 @@ namespace {
 
 constexpr char usage[] =
     "usage: vorlanectl [--container DIR] [--deployment FILE] "
-    "status | token [--regenerate] | client-config [--http] | signal post|watch NAME";
+    "status | token [--regenerate] | client-config [--http] | signal post|watch NAME | "
+    "checkpoint enqueue|cancel|restore|erase|list --owner O [--project P] [FILE | OPERATION ...]";
 
 int run(std::vector<std::string> arguments, const char* programPath) {
   const auto options = takePlaceOptions(arguments);

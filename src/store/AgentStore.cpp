@@ -5,27 +5,41 @@
 #include "platform/Platform.h"
 #include "store/StoreMigrations.h"
 
+#include <fmt/format.h>
+
 namespace vorlane {
 namespace {
 
-/// Adds the index that a list of projects is read from. The dates lie behind the document
-/// in a row, so that without it the list would read through every document. It is no
-/// migration: it belongs to this program alone, and the family's programs need not know it.
-/// Without it everything works, so that a failure ends in the log.
-void addListingIndex(const DatabasePool& pool) {
-  try {
-    const bool present = pool.read([](Database& database) {
-      return database.fetchCount(
-                 "SELECT COUNT(*) FROM sqlite_master WHERE name = 'idx_sceneward_projects_listing'") > 0;
-    });
-    if (present) return;
-    pool.write([](Database& database) {
-      database.execute(
-          "CREATE INDEX IF NOT EXISTS idx_sceneward_projects_listing ON sceneward_projects "
-          "(owner_id, updated_at DESC, id, title, synced_at)");
-    });
-  } catch (const std::exception& error) {
-    shellLog("store: the index of the list of projects could not be made: " + describe(error));
+struct ExtraIndex {
+  const char* name;
+  const char* sql;
+};
+
+/// In both tables the columns that a list is made of lie behind a large one in a row, so
+/// that without its index the list would read through every document, and the sorting of
+/// waiting saves would copy their payloads.
+constexpr ExtraIndex extraIndices[] = {
+    {"idx_sceneward_projects_listing",
+     "CREATE INDEX IF NOT EXISTS idx_sceneward_projects_listing ON sceneward_projects "
+     "(owner_id, updated_at DESC, id, title, synced_at)"},
+    {"idx_sceneward_checkpoint_pending",
+     "CREATE INDEX IF NOT EXISTS idx_sceneward_checkpoint_pending ON sceneward_checkpoint_queue "
+     "(owner_id, status, created_at)"},
+};
+
+/// Adds the indices that are no migrations: they belong to this program alone, and the
+/// family's programs need not know them. Without them everything works, so that a failure
+/// ends in the log.
+void addIndices(const DatabasePool& pool) {
+  for (const auto& [name, sql] : extraIndices) {
+    try {
+      const bool present = pool.read([name](Database& database) {
+        return database.fetchCount("SELECT COUNT(*) FROM sqlite_master WHERE name = ?", name) > 0;
+      });
+      if (!present) pool.write([sql](Database& database) { database.execute(sql); });
+    } catch (const std::exception& error) {
+      shellLog(fmt::format("store: the index {} could not be made: {}", name, describe(error)));
+    }
   }
 }
 
@@ -33,7 +47,7 @@ void addListingIndex(const DatabasePool& pool) {
 
 AgentStore::AgentStore(const std::string& directory, DatabasePool::Options options)
     : pool_(directory + "/Vorlane.sqlite", storeMigrator(), options) {
-  addListingIndex(pool_);
+  addIndices(pool_);
 }
 
 std::shared_ptr<AgentStore> AgentStore::open(const Places& places, std::string_view appGroup) {

@@ -36,7 +36,8 @@ TEST_F(StoreMigrations, AFreshFileGetsAllNineAndTheExactTablesOnce) {
         << table;
   }
   EXPECT_EQ(inFile("SELECT name FROM sqlite_master WHERE type = 'index' AND sql IS NOT NULL ORDER BY name"),
-            "idx_recents_user_opened idx_sceneward_projects_listing index_ledgerly_sheets_on_owner_id "
+            "idx_recents_user_opened idx_sceneward_checkpoint_pending idx_sceneward_projects_listing "
+            "index_ledgerly_sheets_on_owner_id "
             "index_recents_on_user_id "
             "index_sceneward_projects_on_owner_id");
   open();  // beside the first, as the recents holder does

@@ -1,0 +1,140 @@
+#include "AgentProcess.h"
+
+#include "base/Digest.h"
+#include "base/Json.h"
+
+#include <fmt/format.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <fstream>
+
+namespace vorlane::test {
+namespace {
+
+using testing::AllOf;
+using testing::HasSubstr;
+using testing::StartsWith;
+
+const std::string operation = "AAAAAAAA-0000-4000-8000-000000000001",
+                  kept = "aaaaaaaa-0000-4000-8000-000000000001",
+                  project = "bbbbbbbb-0000-4000-8000-000000000002";
+
+std::string payload() {
+  return writeJSON(JSONMap{{"operationId", operation},
+                           {"expectedRevision", 0},
+                           {"checkpoint",
+                            {{"schemaVersion", 1},
+                             {"id", project},
+                             {"projectDocument", {{"id", project}, {"scenes", JSONArray()}}},
+                             {"contentHash", std::string(64, 'a')},
+                             {"assets",
+                              {JSONMap{{"kind", "project-archive"},
+                                       {"id", "project-archive"},
+                                       {"data", ""},
+                                       {"bytes", 0},
+                                       {"sha256", sha256Hex("")}}}}}}});
+}
+
+class CheckpointCommand : public testing::Test {
+ protected:
+  std::string file(const std::string& name, std::string_view text) {
+    const auto path = folder.path() / name;
+    std::ofstream(path, std::ios::binary) << text;
+    return path.string();
+  }
+  Finished run(std::vector<std::string> words) {
+    words.insert(words.begin(), "checkpoint");
+    return runProgram("vorlanectl", words, agent.environment());
+  }
+  bool signalled() const {
+    return std::filesystem::exists(agent.container() / "signals" /
+                                   sha256Hex("com.vorlane.sceneward.checkpoint-pending"));
+  }
+
+  TemporaryFolder folder;
+  AgentProcess agent{folder.path()};
+};
+
+TEST_F(CheckpointCommand, QueuesListsAndTakesBackWithAndWithoutAnAgent) {
+  const auto save = file("save.json", payload());
+  const std::vector<std::string> enqueue{"enqueue", "--owner", "o", "--project=" + project, save};
+  for (const bool agentRuns : {false, true}) {
+    if (agentRuns) agent.start();
+    const std::string owner = agentRuns ? "second" : "o";
+    auto words = enqueue;
+    words[2] = owner;
+    for (int repeat = 0; repeat < 2; ++repeat) {
+      const auto queued = run(words);
+      EXPECT_EQ(queued.exitCode, 0) << queued.error;
+      EXPECT_EQ(queued.out, "{\"operationId\":\"" + kept + "\"}\n");
+    }
+    EXPECT_TRUE(signalled());
+    EXPECT_THAT(
+        run({"list", "--owner=" + owner}).out,
+        AllOf(StartsWith(fmt::format(R"({{"checkpoints":[{{"bytes":{},"createdAt":"20)", payload().size())),
+              HasSubstr(fmt::format(R"(Z","operationId":"{}","projectId":"{}","status":"pending"}}]}})", kept,
+                                    project))));
+    const std::vector<std::string> places{"--project", project, "--owner", owner};
+    const auto with = [&](const std::string& action) {
+      std::vector<std::string> all{action};
+      all.insert(all.end(), places.begin(), places.end());
+      return all;
+    };
+    EXPECT_EQ(run(with("cancel")).exitCode, 0);
+    EXPECT_EQ(run({"list", "--owner", owner}).out, "{\"checkpoints\":[]}\n");
+    EXPECT_EQ(run(with("restore")).exitCode, 0);
+    EXPECT_THAT(run(words).error, StartsWith("vorlanectl: invalidRequest: the save " + kept));
+    EXPECT_EQ(run({"erase", "--owner", owner}).exitCode, 0);
+    const auto refused = run(with("restore"));
+    EXPECT_EQ(refused.exitCode, 1);
+    EXPECT_EQ(refused.error, "vorlanectl: invalidRequest: the saves of this owner were erased for good\n");
+  }
+}
+
+TEST_F(CheckpointCommand, NamesWhatIsWrong) {
+  const auto large = file("large.json", "");
+  std::filesystem::resize_file(large, (std::uintmax_t{64} << 20) + 1);
+  const auto enqueue = [&](const std::string& path) {
+    return std::vector<std::string>{"enqueue", "--owner", "o", "--project", project, path};
+  };
+  struct Case {
+    std::vector<std::string> words;
+    int exitCode;
+    std::string error;
+  };
+  const Case cases[] = {
+      {{}, 2, "checkpoint takes"},
+      {{"dance", "--owner", "o"}, 2, "checkpoint takes"},
+      {{"list"}, 2, "checkpoint list takes --owner O"},
+      {{"list", "--owner"}, 2, "the option --owner needs a value"},
+      {{"list", "--owner="}, 2, "the option --owner needs a value"},
+      {{"erase", "--owner", "o", "--project", project}, 2, "checkpoint erase takes"},
+      {{"restore", "--owner", "o", "--project", project, "x"}, 2, "checkpoint restore takes"},
+      {{"enqueue", "--owner", "o", "--project", project}, 2, "checkpoint enqueue takes"},
+      {{"enqueue", "--owner", "o", "--force", "f"}, 2, "unknown option --force"},
+      {enqueue("/nowhere/save.json"), 1, "cannot read /nowhere/save.json: "},
+      {enqueue(folder.path().string()), 1, "cannot read " + folder.path().string() + ": "},
+      {enqueue(large), 1, "invalidRequest: " + large + " is larger than 67108864 bytes"},
+      {enqueue("/dev/zero"), 1, "invalidRequest: /dev/zero is larger than 67108864 bytes"},
+      {enqueue(file("cut.json", "{")), 1, "invalid JSON at byte 1"},
+      {enqueue(file("empty.json", "{}")), 1, "invalidRequest: operationId must be a UUID"},
+      {{"cancel", "--owner", "o", "--project", project, operation, "x"},
+       1,
+       "invalidRequest: the operation id \"x\" is no UUID"},
+  };
+  for (const auto& [words, exitCode, error] : cases) {
+    const auto finished = run(words);
+    EXPECT_EQ(finished.exitCode, exitCode) << error;
+    EXPECT_THAT(finished.error, StartsWith("vorlanectl: " + error));
+    EXPECT_EQ(std::ranges::count(finished.error, '\n'), 1) << finished.error;
+    EXPECT_EQ(finished.out, "");
+  }
+  EXPECT_FALSE(signalled());
+  EXPECT_EQ(run(enqueue(file("save.json", payload()))).exitCode, 0);
+  EXPECT_THAT(run(enqueue(file("other.json", payload() + " "))).error,
+              StartsWith("vorlanectl: conflictingOperation: "));
+}
+
+}  // namespace
+}  // namespace vorlane::test
