@@ -3,6 +3,7 @@
 #include "base/JsonArguments.h"
 #include "base/ShellLog.h"
 #include "mcp/KeychainBearerStorage.h"
+#include "platform/HostName.h"
 #include "shell/PlacelessServices.h"
 
 namespace vorlane {
@@ -42,6 +43,7 @@ AccountServices::AccountServices(const Places& places, const Deployment& deploym
   suiteDefaults = defaultsFor(places, appGroupIdentifier);
   standardDefaults = defaultsFor(places, standardDefaultsDomain);
   gate = std::make_shared<AccessGate>(suiteDefaults);
+  device = std::make_shared<const DeviceIdentity>(vault, standardDefaults, hostName, shellLog);
 }
 
 CurrentUser AccountServices::currentUser() const {

@@ -3,6 +3,7 @@
 #include "auth/AuthAccountEpoch.h"
 #include "auth/AuthSession.h"
 #include "auth/AuthTokenStore.h"
+#include "auth/DeviceIdentity.h"
 #include "base/Json.h"
 #include "base/NotificationCenter.h"
 #include "base/places/Places.h"
@@ -40,6 +41,8 @@ struct AccountServices {
   std::shared_ptr<UserDefaults> suiteDefaults;
   std::shared_ptr<UserDefaults> standardDefaults;
   std::shared_ptr<AccessGate> gate;
+  /// Whom the cloud takes this computer for.
+  std::shared_ptr<const DeviceIdentity> device;
 
   CurrentUser currentUser() const;
   BearerSource bearer() const;

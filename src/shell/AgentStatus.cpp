@@ -3,11 +3,13 @@
 #include "base/JsonArguments.h"
 #include "store/AgentStore.h"
 #include "store/LedgerlyQueries.h"
+#include "store/ScenewardCheckpointQueue.h"
+#include "sync/SyncJournal.h"
 
 namespace vorlane {
 
 JSONMap accountStatus(const Places& places, const AccountServices& services,
-                      std::shared_ptr<AgentStore> store) {
+                      const std::shared_ptr<AgentStore>& store, const SyncJournal* journal) {
   auto owner = services.session->currentUser();
   const auto record = services.tokens->load();
   if (!record || record->owner != owner) owner.reset();
@@ -15,16 +17,22 @@ JSONMap accountStatus(const Places& places, const AccountServices& services,
   JSONMap status{{"account", nullptr}, {"mcpAccess", services.gate->isEnabled(owner)},
                  {"store", nullptr},   {"running", false},
                  {"serving", false},   {"endpoint", nullptr},
-                 {"socket", nullptr}};
+                 {"socket", nullptr},  {"sync", nullptr}};
   if (places.container) status["store"] = places.database();
-  std::int64_t sheets = 0;
+  DocumentTable::Counts sheets;
+  ScenewardCheckpointQueue::Counts checkpoints;
   if (owner) {
     status["account"] = JSONMap{{"sub", *owner},
                                 {"email", json::stringOr(record->idClaims, "email")},
                                 {"name", json::stringOr(record->idClaims, "name")}};
-    if (store) sheets = LedgerlyQueries(std::move(store), nullptr).pendingCount(*owner);
+    if (store) {
+      sheets = LedgerlyQueries(store, nullptr).counts(*owner);
+      checkpoints = ScenewardCheckpointQueue(store).counts(*owner);
+    }
+    if (journal != nullptr) status["sync"] = journal->report(*owner);
   }
-  status["pending"] = JSONMap{{"sheets", sheets}};
+  status["pending"] = JSONMap{{"sheets", sheets.pending}, {"checkpoints", checkpoints.pending}};
+  status["blocked"] = JSONMap{{"sheets", sheets.blocked}, {"checkpoints", checkpoints.blocked}};
   return status;
 }
 

@@ -4,10 +4,14 @@
 #include "base/tasks/Spawn.h"
 #include "base/tasks/Timing.h"
 #include "mcp/UnixSocketTransport.h"
+#include "platform/NetworkPathMonitor.h"
 #include "shell/AgentStatus.h"
 #include "shell/IncomingURL.h"
 #include "store/AgentStore.h"
 #include "store/StoreNotifications.h"
+#include "sync/LedgerlyPusher.h"
+#include "sync/ScenewardPushTriggers.h"
+#include "sync/ScenewardPusher.h"
 #include "tools/ledgerly/LedgerlyToolModule.h"
 #include "tools/sceneward/ScenewardToolModule.h"
 #include "tools/suite/VorlaneToolModule.h"
@@ -19,9 +23,42 @@
 namespace vorlane {
 namespace {
 
+constexpr std::chrono::seconds sheetPushInterval{60};
+
 /// The address of an endpoint of the Ledgerly web API.
 std::string ledgerlyEndpoint(const Deployment& deployment, std::string_view path) {
   return deployment.ledgerlyBase.value_or("") + std::string(path);
+}
+
+/// The network for requests to `base`; without one they have nowhere to go.
+NetworkRunner networkTo(const std::optional<std::string>& base, std::string_view key,
+                        const NetworkRunner& network) {
+  if (base) return network;
+  return [key](URLRequest) -> Task<URLResponse> {
+    throw TransportFailure(0, fmt::format("the deployment names no \"{}\"", key));
+    co_return URLResponse();
+  };
+}
+
+AppRecentsHolder::Settings recentsSettings(const AppDelegate::Settings& settings,
+                                           const AccountServices& account, AgentPreferences& preferences,
+                                           std::shared_ptr<StoreNotifications> storeNotifications,
+                                           std::shared_ptr<SyncJournal> journal, Executor main,
+                                           Executor concurrent) {
+  return {.places = settings.places,
+          .ledgerlyBase = settings.deployment.ledgerlyBase,
+          .scenewardBase = settings.deployment.scenewardBase,
+          .currentUserID = account.currentUser(),
+          .bearer = account.bearer(),
+          .network = account.network,
+          .journal = std::move(journal),
+          .preferences = [&preferences] { return preferences.snapshot(); },
+          .storeNotifications = std::move(storeNotifications),
+          .notifications = account.notifications,
+          .hydrator = nullptr,
+          .main = std::move(main),
+          .concurrent = std::move(concurrent),
+          .log = shellLog};
 }
 
 }  // namespace
@@ -31,8 +68,13 @@ AppDelegate::AppDelegate(Settings settings, Runtime& runtime, MainLoop& main)
       runtime_(runtime),
       main_(main),
       account_(settings_.places, settings_.deployment, runtime.io(), runtime.concurrent()),
+      ledgerlyNetwork_(networkTo(settings_.deployment.ledgerlyBase, "ledgerlyBase", account_.network)),
+      scenewardNetwork_(networkTo(settings_.deployment.scenewardBase, "scenewardBase", account_.network)),
       preferences_(*account_.standardDefaults, shellLog),
-      storeNotifications_(std::make_shared<StoreNotifications>(account_.signals, main.executor())) {}
+      storeNotifications_(std::make_shared<StoreNotifications>(account_.signals, main.executor())),
+      journal_(std::make_shared<SyncJournal>()),
+      recents_(recentsSettings(settings_, account_, preferences_, storeNotifications_, journal_,
+                               main.executor(), runtime.concurrent())) {}
 
 AppDelegate::~AppDelegate() = default;
 
@@ -44,7 +86,10 @@ void AppDelegate::applicationDidFinishLaunching() {
       co_await boost::asio::post(boost::asio::use_awaitable);
       startServices();
     });
+    startScenewardPusher();
+    startLedgerlyPusher();
   }
+  startRecents();
   applicationOpen(settings_.urls);
 }
 
@@ -76,7 +121,7 @@ void AppDelegate::startServices() {
       .endpoint = ledgerlyEndpoint(settings_.deployment, settings_.deployment.profilePath),
       .currentUser = currentUser,
       .bearer = account_.bearer(),
-      .runner = ledgerlyNetwork(),
+      .runner = ledgerlyNetwork_,
       .log = shellLog,
       .refreshAction = [this]() -> Task<> {
         co_await onExecutor(main_.executor(), [this]() -> Task<> {
@@ -90,14 +135,45 @@ void AppDelegate::startServices() {
   });
 }
 
-/// The network for requests to the Ledgerly web API, which have nowhere to go when
-/// the deployment names no base.
-NetworkRunner AppDelegate::ledgerlyNetwork() const {
-  if (settings_.deployment.ledgerlyBase) return account_.network;
-  return [](URLRequest) -> Task<URLResponse> {
-    throw TransportFailure(0, "the deployment names no \"ledgerlyBase\"");
-    co_return URLResponse();
-  };
+void AppDelegate::startScenewardPusher() {
+  const auto pusher = std::make_shared<ScenewardPusher>(
+      ScenewardCheckpointQueue(store_),
+      ScenewardPushClient{
+          .base = settings_.deployment.scenewardBase.value_or(""),
+          .bearer = account_.bearer(),
+          .send = scenewardNetwork_,
+          .identify = [device = account_.device](URLRequest& request) { device->apply(request); }},
+      account_.currentUser(), account_.notifications, journal_, shellLog);
+  if (scenewardPushTriggers_) scenewardPushTriggers_->stop();
+  scenewardPushTriggers_ = std::make_unique<ScenewardPushTriggers>(ScenewardPushTriggers::Settings{
+      .runOnce = [pusher] { return pusher->runOnce(); },
+      .monitor = makeNetworkPathMonitor(runtime_.io(), settings_.deployment.assumeOnline),
+      .notifications = account_.notifications,
+      .signals = account_.signals,
+      .executor = runtime_.concurrent(),
+      .log = shellLog});
+  scenewardPushTriggers_->start();
+}
+
+void AppDelegate::startLedgerlyPusher() {
+  const auto pusher = std::make_shared<LedgerlyPusher>(
+      LedgerlyQueries(store_, storeNotifications_),
+      LedgerlyPushClient{.base = settings_.deployment.ledgerlyBase.value_or(""),
+                         .bearer = account_.bearer(),
+                         .send = ledgerlyNetwork_},
+      account_.currentUser(), shellLog, journal_);
+  ledgerlyPushTask_.reset();  // which cancels it
+  ledgerlyPushTask_ = std::make_unique<TaskGroup>();
+  ledgerlyPushTask_->spawn(runtime_.concurrent(), "sheet pushing",
+                           [pusher] { return pusher->runForever(sheetPushInterval); });
+}
+
+void AppDelegate::startRecents() {
+  spawn(main_.executor(), "recents start", [this]() -> Task<> {
+    co_await boost::asio::post(boost::asio::use_awaitable);
+    recents_.startPolling();
+    co_await recents_.viewModel()->reload();
+  });
 }
 
 MCPLifecycle::Environment AppDelegate::lifecycleEnvironment() const {
@@ -108,7 +184,7 @@ MCPLifecycle::Environment AppDelegate::lifecycleEnvironment() const {
       .log = shellLog,
       .accountGeneration = [epoch = account_.epoch] { return static_cast<std::uint64_t>(epoch->value()); },
       .bearer = account_.bearer(),
-      .runner = ledgerlyNetwork(),
+      .runner = ledgerlyNetwork_,
       .adminEndpoint = ledgerlyEndpoint(settings_.deployment, "/api/ecosystem/admin-access/me"),
       .registerModules = moduleMaker(),
       .makeSocket = socketMaker(),
@@ -118,14 +194,22 @@ MCPLifecycle::Environment AppDelegate::lifecycleEnvironment() const {
   };
 }
 
+LedgerlyWebClient AppDelegate::ledgerlyWebClient() const {
+  return {.base = settings_.deployment.ledgerlyBase.value_or(""),
+          .bearer = account_.bearer(),
+          .send = ledgerlyNetwork_,
+          .currentUser = account_.currentUser()};
+}
+
 std::function<void(const std::shared_ptr<ToolRegistry>&)> AppDelegate::moduleMaker() const {
   return [store = store_, notifications = storeNotifications_, profile = account_.profile(),
+          web = ledgerlyWebClient(),
           concurrent = runtime_.concurrent()](const std::shared_ptr<ToolRegistry>& registry) {
     registry->registerModule(
         std::make_shared<ScenewardToolModule>(ScenewardQueries(store, notifications), registry));
     registry->registerModule(std::make_shared<LedgerlyToolModule>(
-        LedgerlyQueries(store, notifications), std::vector<LedgerlyToolSet>(),
-        LedgerlyImportTool::Filing{.recordList = nullptr, .executor = concurrent}));
+        LedgerlyQueries(store, notifications), LedgerlyAttachmentClient{.web = web},
+        LedgerlyAIListClient{.web = web, .log = shellLog}, concurrent));
     registry->registerModule(
         std::make_shared<VorlaneToolModule>(RecentsQueries(store, notifications), profile));
   };
@@ -145,7 +229,7 @@ void AppDelegate::applicationOpen(const std::vector<std::string>& urls) {
 }
 
 JSONMap AppDelegate::status() const {
-  auto status = accountStatus(settings_.places, account_, store_);
+  auto status = accountStatus(settings_.places, account_, store_, journal_.get());
   status["running"] = true;
   status["serving"] = lifecycle_.isServing();
   if (const auto port = lifecycle_.httpPort())

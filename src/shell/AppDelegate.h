@@ -3,11 +3,14 @@
 #include "base/Json.h"
 #include "base/places/Places.h"
 #include "base/tasks/Runtime.h"
+#include "base/tasks/TaskGroup.h"
 #include "mcp/MCPLifecycle.h"
 #include "mcp/ProfileSyncer.h"
 #include "platform/Deployment.h"
 #include "preferences/AgentPreferences.h"
 #include "shell/AccountServices.h"
+#include "shell/AppRecentsHolder.h"
+#include "tools/ledgerly/LedgerlyWebClient.h"
 
 #include <cstdint>
 #include <memory>
@@ -17,6 +20,7 @@
 namespace vorlane {
 
 class AgentStore;
+class ScenewardPushTriggers;
 class StoreNotifications;
 
 /// The composition of the agent: makes every service, in the order of the start,
@@ -50,10 +54,13 @@ class AppDelegate {
   JSONMap status() const;
 
  private:
-  NetworkRunner ledgerlyNetwork() const;
   void openStore();
   void startServices();
+  void startScenewardPusher();
+  void startLedgerlyPusher();
+  void startRecents();
   MCPLifecycle::Environment lifecycleEnvironment() const;
+  LedgerlyWebClient ledgerlyWebClient() const;
   std::function<void(const std::shared_ptr<ToolRegistry>&)> moduleMaker() const;
   std::function<std::unique_ptr<SocketTransport>(std::shared_ptr<MCPServer>)> socketMaker() const;
 
@@ -61,11 +68,17 @@ class AppDelegate {
   Runtime& runtime_;
   MainLoop& main_;
   AccountServices account_;
+  /// The network for requests to either web API; they fail where the deployment names no base.
+  NetworkRunner ledgerlyNetwork_, scenewardNetwork_;
   AgentPreferences preferences_;
   std::shared_ptr<StoreNotifications> storeNotifications_;
+  std::shared_ptr<SyncJournal> journal_;
+  AppRecentsHolder recents_;
   std::shared_ptr<AgentStore> store_;
   MCPLifecycle lifecycle_;
   ProfileSyncer syncer_;
+  std::unique_ptr<ScenewardPushTriggers> scenewardPushTriggers_;
+  std::unique_ptr<TaskGroup> ledgerlyPushTask_;
 };
 
 }  // namespace vorlane

@@ -19,13 +19,21 @@ DocumentStanding DocumentStanding::fromRow(const Row& row) {
           .pushBlockedAt = row.get<std::optional<Date>>("push_blocked_at")};
 }
 
-std::int64_t DocumentTable::pendingCount(const std::string& ownerID) const {
+DocumentTable::Counts DocumentTable::counts(const std::string& ownerID) const {
   // The stored form of a date sorts as the dates do.
   const auto sql = fmt::format(
-      "SELECT COUNT(*) FROM {} WHERE owner_id = ? AND (synced_at IS NULL OR updated_at > synced_at) "
-      "AND (push_blocked_at IS NULL OR updated_at > push_blocked_at)",
+      "SELECT push_blocked_at IS NOT NULL AND updated_at <= push_blocked_at, COUNT(*) FROM {} "
+      "WHERE owner_id = ? AND (synced_at IS NULL OR updated_at > synced_at) GROUP BY 1",
       kind_->table);
-  return pool().read([&](Database& database) { return database.fetchCount(sql, ownerID); });
+  return pool().read([&](Database& database) {
+    Counts counts;
+    const RowVisitor visit = [&](const Row& row) {
+      (row.at<std::int64_t>(0) != 0 ? counts.blocked : counts.pending) = row.at<std::int64_t>(1);
+      return true;
+    };
+    database.forEachRow(sql, visit, ownerID);
+    return counts;
+  });
 }
 
 DocumentTable::Opened DocumentTable::open(Database& database, const std::string& id,

@@ -80,8 +80,15 @@ class DocumentTable {
       return pending;
     });
   }
-  /// How many those are, without reading a document.
-  std::int64_t pendingCount(const std::string& ownerID) const;
+  /// How many of the owner's dirty rows the cloud has to be sent, and how many it has
+  /// refused since their last edit.
+  struct Counts {
+    std::int64_t pending = 0;
+    std::int64_t blocked = 0;
+  };
+  /// Reads no document.
+  Counts counts(const std::string& ownerID) const;
+  std::int64_t pendingCount(const std::string& ownerID) const { return counts(ownerID).pending; }
 
   /// Inserts the row or updates the one of its id.
   template <TableRecord Record>

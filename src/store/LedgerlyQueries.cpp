@@ -57,8 +57,8 @@ std::vector<LedgerlySheetRow> LedgerlyQueries::pendingPush(const std::string& ow
   return sheets_.pendingPush<LedgerlySheetRow>(ownerID);
 }
 
-std::int64_t LedgerlyQueries::pendingCount(const std::string& ownerID) const {
-  return sheets_.pendingCount(ownerID);
+DocumentTable::Counts LedgerlyQueries::counts(const std::string& ownerID) const {
+  return sheets_.counts(ownerID);
 }
 
 Task<> LedgerlyQueries::save(LedgerlySheetRow row) const {

@@ -48,7 +48,9 @@ class LedgerlyQueries {
   /// not refused since their last edit.
   std::vector<LedgerlySheetRow> pendingPush(const std::string& ownerID) const;
   /// How many those are, without reading a document.
-  std::int64_t pendingCount(const std::string& ownerID) const;
+  std::int64_t pendingCount(const std::string& ownerID) const { return counts(ownerID).pending; }
+  /// That, and how many the cloud has refused since their last edit.
+  DocumentTable::Counts counts(const std::string& ownerID) const;
 
   /// Inserts the row or updates the one of its id.
   Task<> save(LedgerlySheetRow row) const;

@@ -43,7 +43,7 @@ async function listsWhatStrictClientsTake() {
   const names = tools.map((tool) => tool.name);
   assert.deepEqual(names, [...names].sort());
   const count = (namespace) => names.filter((name) => name.startsWith(`${namespace}_`)).length;
-  assert.deepEqual([count('ledgerly'), count('sceneward'), count('vorlane'), names.length], [12, 25, 3, 40]);
+  assert.deepEqual([count('ledgerly'), count('sceneward'), count('vorlane'), names.length], [18, 25, 3, 46]);
   for (const { name, description, inputSchema } of tools) {
     assert.ok(description.length > 10, name);
     assert.equal(inputSchema.type, 'object', name);
@@ -82,6 +82,27 @@ async function worksOnASheet() {
   assert.equal(sheet.categories[0].items[1].notes, 'Spare bulb');
   assert.equal(sheet.categories[1].items[0].qty, 12);
   return sheetId;
+}
+
+async function reachesTheCloud() {
+  const { hits } = await call('ledgerly_find_attachments', { query: 'camera package', types: ['pdf', 'image'] });
+  assert.deepEqual(hits.map((hit) => hit.type).sort(), ['image', 'pdf']);
+  const ref = (type) => hits.find((hit) => hit.type === type).ref;
+  const outline = await call('ledgerly_read_attachment', { ref: ref('pdf'), mode: 'outline' });
+  assert.equal(outline.pages.length, 2);
+  const picture = await client.callTool({ name: 'ledgerly_read_attachment', arguments: { ref: ref('image'), mode: 'image' } });
+  assert.deepEqual(picture.content.map((part) => part.type), ['text', 'image']);
+  assert.equal(Buffer.from(picture.content[1].data, 'base64').toString('latin1', 1, 4), 'PNG');
+  const { passages } = await call('ledgerly_search_attachment_text', { query: 'frame rates', nameQuery: 'camera package' });
+  assert.ok(passages.length > 0);
+  // The sheet of a session that has just begun is not in the cloud yet.
+  await assert.rejects(call('ledgerly_attach_existing', {
+    sheetId: (await call('ledgerly_list_sheets')).sheets[0].id,
+    sources: [{ ref: ref('pdf'), name: 'Manual', newItem: { category: 'Docs', name: 'Manual' } }],
+  }), { message: /has not synced to Ledgerly yet/ });
+  let lists = [];
+  while (lists.length === 0) ({ lists } = await call('ledgerly_search_ai_lists', { query: 'pier scene' }));
+  assert.equal((await call('ledgerly_get_ai_list', { id: String(lists[0].id) })).list.name, 'Night exterior & rain');
 }
 
 async function worksOnAScene() {
@@ -163,6 +184,7 @@ async function outlivesTheAgent(sheetId, sceneId) {
 await client.connect(transport());
 const names = await listsWhatStrictClientsTake();
 const sheetId = await worksOnASheet();
+await reachesTheCloud();
 const sceneId = await worksOnAScene();
 await asksForTheRest(sceneId, names);
 await failsWithTheReason();

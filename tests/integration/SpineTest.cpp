@@ -30,7 +30,7 @@ TEST(Spine, AnAssistantListsReadsAndEditsSheetsAndTheyOutliveAKill) {
   Spine spine;
   spine.startServing();
   const auto tools = names(parseJSONMap(post(spine.agent.port(), spine.token, listTools).body));
-  EXPECT_EQ(tools.size(), 40U);
+  EXPECT_EQ(tools.size(), 46U);
   EXPECT_TRUE(std::ranges::is_sorted(tools));
 
   const auto sheet = spine.result("ledgerly_create_sheet", {{"title", "Stage &amp; light — é"}});

@@ -1,0 +1,98 @@
+#include "shell/AppRecentsHolder.h"
+
+#include "base/Failure.h"
+#include "base/Identifiers.h"
+#include "store/AgentStore.h"
+
+#include <sys/stat.h>
+
+#include <chrono>
+#include <filesystem>
+#include <system_error>
+#include <utility>
+
+namespace vorlane {
+namespace {
+
+constexpr std::chrono::seconds pollInterval{1800};
+
+}  // namespace
+
+class AppRecentsHolder::ThrowAwayFolder {
+ public:
+  ThrowAwayFolder()
+      : path_(std::filesystem::temp_directory_path() / ("vorlane-fallback-" + newUppercaseUUID())),
+        made_(::mkdir(path_.c_str(), S_IRWXU) == 0) {}
+  ~ThrowAwayFolder() {
+    std::error_code ignored;
+    if (made_) std::filesystem::remove_all(path_, ignored);
+  }
+  ThrowAwayFolder(const ThrowAwayFolder&) = delete;
+  ThrowAwayFolder& operator=(const ThrowAwayFolder&) = delete;
+
+  std::string path() const { return path_.string(); }
+
+ private:
+  std::filesystem::path path_;
+  /// Whatever else may lie at that path is not ours to remove; opening a store there
+  /// tells what is wrong.
+  bool made_;
+};
+
+AppRecentsHolder::AppRecentsHolder(Settings settings) : settings_(std::move(settings)) {
+  try {
+    store_ = AgentStore::open(settings_.places, appGroupIdentifier);
+  } catch (const std::exception& error) {
+    settings_.log("recents are kept until the agent ends, since their store cannot be opened: " +
+                  describe(error));
+  }
+  auto opened = store_;
+  if (!opened) {
+    folder_ = std::make_unique<ThrowAwayFolder>();
+    opened = std::make_shared<AgentStore>(folder_->path());
+  }
+  const RecentsQueries recents(opened, settings_.storeNotifications);
+  const LedgerlyQueries sheets(opened, settings_.storeNotifications);
+  const ScenewardQueries projects(opened, settings_.storeNotifications);
+
+  std::function<RecentsViewModel::Hydrator()> hydrator;
+  if (settings_.hydrator) {
+    hydrator = [make = settings_.hydrator, sheets, projects] { return make(sheets, projects); };
+  }
+  viewModel_ = std::make_shared<RecentsViewModel>(
+      RecentsViewModel::Settings{.recents = recents,
+                                 .hydrator = std::move(hydrator),
+                                 .userIDProvider = settings_.currentUserID,
+                                 .preferences = settings_.preferences,
+                                 .storeNotifications = settings_.storeNotifications,
+                                 .notifications = settings_.notifications,
+                                 .main = settings_.main,
+                                 .worker = settings_.concurrent,
+                                 .log = settings_.log});
+  if (store_) {
+    fetcher_ = std::make_shared<RecentsSyncFetcher>(
+        RecentsSyncFetcher::Settings{.recents = recents,
+                                     .ledgerlyStore = sheets,
+                                     .scenewardStore = projects,
+                                     .currentUserID = settings_.currentUserID,
+                                     .bearer = settings_.bearer,
+                                     .runner = settings_.network,
+                                     .ledgerlyBase = settings_.ledgerlyBase,
+                                     .scenewardBase = settings_.scenewardBase,
+                                     .log = settings_.log,
+                                     .journal = settings_.journal});
+  }
+  viewModel_->subscribe();
+}
+
+AppRecentsHolder::~AppRecentsHolder() = default;
+
+void AppRecentsHolder::startPolling() {
+  fetchTask_.reset();  // which cancels it
+  if (!fetcher_) return;
+  fetchTask_ = std::make_unique<TaskGroup>();
+  fetchTask_->spawn(settings_.concurrent, "recents polling",
+                    [fetcher = fetcher_] { return fetcher->runForever(pollInterval); });
+}
+
+}  // namespace vorlane

@@ -1,0 +1,60 @@
+#pragma once
+
+#include "base/Failure.h"
+#include "base/Json.h"
+#include "base/tasks/Task.h"
+#include "platform/CloudRequest.h"
+#include "platform/URLSession.h"
+
+#include <chrono>
+#include <cstdint>
+#include <string>
+
+namespace vorlane {
+
+/// The requests that carry sheets to the Ledgerly web API. A value record; it has to
+/// outlive the requests that it runs, each of which goes out on its caller's task.
+struct LedgerlyPushClient {
+  /// The answer was no receipt: its status, or what the body lacks.
+  class HTTPFailure : public Failure {
+   public:
+    HTTPFailure(std::string step, int status, std::string body);
+    const std::string& step() const noexcept { return step_; }
+    int status() const noexcept { return status_; }
+    const std::string& body() const noexcept { return body_; }
+
+   private:
+    std::string step_;
+    int status_;
+    std::string body_;
+  };
+
+  /// The person has deleted the sheet in the cloud.
+  class SheetGone : public Failure {
+   public:
+    explicit SheetGone(std::int64_t remoteID);
+    std::int64_t remoteID() const noexcept { return remoteID_; }
+
+   private:
+    std::int64_t remoteID_;
+  };
+
+  /// The origin of the web API, without a path.
+  std::string base;
+  /// Without a token the request goes out all the same.
+  BearerSource bearer;
+  NetworkRunner send;
+  std::chrono::milliseconds timeout = std::chrono::seconds(60);
+
+  /// Makes a new sheet of a document in its cloud form; its number in the cloud. Throws
+  /// HTTPFailure, or what `bearer` and `send` throw.
+  Task<std::int64_t> create(std::string title, JSONMap data) const;
+  /// Replaces the cloud's sheet. Throws also SheetGone.
+  Task<> update(std::int64_t remoteID, std::string title, JSONMap data) const;
+
+ private:
+  /// The answer, of which an update needs nothing but that it is a good one.
+  Task<URLResponse> exchange(std::string method, std::string path, JSONMap body) const;
+};
+
+}  // namespace vorlane

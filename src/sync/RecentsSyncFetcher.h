@@ -1,0 +1,62 @@
+#pragma once
+
+#include "base/ShellLog.h"
+#include "base/tasks/Timing.h"
+#include "platform/CloudRequest.h"
+#include "platform/URLSession.h"
+#include "store/LedgerlyQueries.h"
+#include "store/RecentsQueries.h"
+#include "store/ScenewardQueries.h"
+#include "sync/SyncJournal.h"
+
+#include <chrono>
+#include <memory>
+#include <optional>
+#include <string>
+
+namespace vorlane {
+
+/// Brings what the person worked on elsewhere into the list of recents, and titles and
+/// dates of those documents into their tables; never their contents. Each pull is of the
+/// whole lists, so one that failed half-way is simply made good by the next. It has to
+/// outlive its tasks, which belong on the concurrent executor.
+class RecentsSyncFetcher {
+ public:
+  struct Settings {
+    RecentsQueries recents;
+    std::optional<LedgerlyQueries> ledgerlyStore;
+    std::optional<ScenewardQueries> scenewardStore;
+    CurrentUser currentUserID;
+    BearerSource bearer;
+    NetworkRunner runner;
+    /// The origins of the two web APIs; a list without one cannot be pulled.
+    std::optional<std::string> ledgerlyBase;
+    std::optional<std::string> scenewardBase;
+    Log log;
+    std::shared_ptr<SyncJournal> journal;
+    Sleeper sleep = sleepFor;
+  };
+
+  explicit RecentsSyncFetcher(Settings settings);
+
+  /// The poll loop: a pull at once and one after each interval, for whoever is signed in
+  /// then. It ends when it is cancelled.
+  Task<> runForever(std::chrono::seconds interval);
+
+  /// One pull of both lists. What fails is logged; only cancellation throws.
+  Task<> syncOnce(std::string userID);
+
+ private:
+  struct Listing;
+  struct Entry;
+  static const Listing listings[];
+
+  Task<> pull(const Listing& listing, std::string userID) const;
+  Task<std::string> answer(const Listing& listing, std::string userID) const;
+  Task<> take(const Listing& listing, std::string userID, Entry entry) const;
+  void requireAccount(const std::string& userID) const;
+
+  const Settings settings_;
+};
+
+}  // namespace vorlane

@@ -1,0 +1,235 @@
+#include "sync/ScenewardPusher.h"
+
+#include "auth/AuthNotifications.h"
+#include "base/Failure.h"
+#include "base/tasks/Event.h"
+
+#include <boost/asio/this_coro.hpp>
+
+#include <algorithm>
+#include <exception>
+#include <mutex>
+#include <set>
+#include <utility>
+
+namespace vorlane {
+namespace {
+
+using Request = ScenewardCheckpointRequest;
+
+/// The statuses by which the cloud says that it will never take this operation.
+constexpr int blocking[] = {400, 404, 409, 410, 413, 422};
+/// Of them, the one that says that the account itself is gone.
+constexpr int accountGone = 410;
+
+constexpr char stillPending[] = "Cloud Save pending";
+
+/// The status when the failure is an answer that blocks the operation.
+std::optional<int> blockingStatus(const std::exception_ptr& failure) {
+  try {
+    std::rethrow_exception(failure);
+  } catch (const ScenewardPushClient::HTTPFailure& refused) {
+    if (std::ranges::find(blocking, refused.status()) != std::end(blocking)) return refused.status();
+  } catch (...) {
+  }
+  return std::nullopt;
+}
+
+/// Ends as `work` does, but for its failure, which is dropped.
+Task<> whateverComesOf(Task<> work) {
+  try {
+    co_await std::move(work);
+  } catch (const std::exception&) {
+  }
+}
+
+}  // namespace
+
+struct ScenewardPusher::Standing {
+  std::mutex lock;
+  bool running = false;
+  std::int64_t generation = 0;
+
+  void authenticationChanged() {
+    const std::scoped_lock hold(lock);
+    ++generation;
+  }
+  std::int64_t current() {
+    const std::scoped_lock hold(lock);
+    return generation;
+  }
+  /// The generation to run under; nothing when a pass runs.
+  std::optional<std::int64_t> begin() {
+    const std::scoped_lock hold(lock);
+    if (std::exchange(running, true)) return std::nullopt;
+    return generation;
+  }
+  void end() {
+    const std::scoped_lock hold(lock);
+    running = false;
+  }
+};
+
+/// One pass for one owner; used by the one coroutine that made it.
+class ScenewardPusher::Pass {
+ public:
+  Pass(ScenewardPusher& pusher, std::string owner, std::int64_t generation)
+      : pusher_(pusher), owner_(std::move(owner)), generation_(generation) {}
+  ~Pass() { pusher_.standing_->end(); }
+  Pass(const Pass&) = delete;
+  Pass& operator=(const Pass&) = delete;
+
+  /// Deals with the next save; false when the pass is over.
+  Task<bool> turn() {
+    if (!isCurrent()) co_return false;
+    auto request = co_await next();
+    if (!request) co_return false;
+    // The payload goes with the upload; what follows needs the ids and hashes alone.
+    auto payload = std::move(request->payload);
+    request->payload.clear();
+    const Request operation = *request;
+    request->payload = std::move(payload);
+    attempted_.insert(operation.operationID);
+
+    std::exception_ptr failure;
+    try {
+      co_return co_await push(std::move(*request), operation);
+    } catch (...) {
+      failure = std::current_exception();
+    }
+    // A pass that is told to end has nothing to say about the save.
+    const auto cancellation = co_await boost::asio::this_coro::cancellation_state;
+    if (cancellation.cancelled() != boost::asio::cancellation_type::none) co_return false;
+    co_return co_await settleFailure(operation, failure);
+  }
+
+  Outcomes takeOutcomes() { return std::move(outcomes_); }
+
+ private:
+  bool isCurrent() const { return pusher_.standing_->current() == generation_ && pusher_.user() == owner_; }
+
+  bool fence(const std::string& projectID) const {
+    if (!isCurrent()) return false;
+    try {
+      return !pusher_.queue_.isProjectCancelled(owner_, projectID);
+    } catch (const std::exception&) {
+      return false;
+    }
+  }
+
+  Task<std::optional<Request>> next() {
+    std::vector<Request> waiting;
+    try {
+      waiting = co_await pusher_.pending(owner_);
+    } catch (const std::exception& error) {
+      if (isCancellation(error)) throw;
+      pusher_.journal_->failed(SyncJournal::Service::checkpoints, owner_, describe(error));
+      pusher_.log_("Sceneward Save queue unavailable");
+      co_return std::nullopt;
+    }
+    // A head that was blocked or that failed is not tried twice.
+    for (auto& request : waiting) {
+      if (!attempted_.contains(request.operationID)) co_return std::move(request);
+    }
+    co_return std::nullopt;
+  }
+
+  Task<bool> push(Request request, Request operation) {
+    const auto receipt = co_await pusher_.client_.publish(
+        std::move(request), [this, project = operation.projectID] { return fence(project); });
+    if (!isCurrent()) co_return false;
+    const auto version = operation.validateReceipt(receipt);
+    const auto id = operation.operationID;
+    co_await pusher_.queue_.acknowledge(std::move(operation), receipt);
+    outcomes_[id] = Pushed{version};
+    pusher_.journal_->succeeded(SyncJournal::Service::checkpoints, owner_);
+    co_return true;
+  }
+
+  /// Blocks what the cloud will never take; after any other failure nothing behind it may go.
+  Task<bool> settleFailure(Request operation, std::exception_ptr failure) {
+    pusher_.journal_->failed(SyncJournal::Service::checkpoints, owner_, describe(failure));
+    auto& outcome = outcomes_[operation.operationID];
+    const auto status = blockingStatus(failure);
+    if (!status) {
+      outcome = Failed{stillPending};
+      pusher_.log_("Sceneward explicit Cloud Save remains pending");
+      co_return false;
+    }
+    outcome = Blocked{};
+    co_await whateverComesOf(pusher_.queue_.block(std::move(operation)));
+    if (*status != accountGone) co_return true;
+    co_await whateverComesOf(pusher_.queue_.erase(owner_));
+    co_return false;
+  }
+
+  ScenewardPusher& pusher_;
+  const std::string owner_;
+  const std::int64_t generation_;
+  std::set<std::string> attempted_;
+  Outcomes outcomes_;
+};
+
+ScenewardPusher::ScenewardPusher(ScenewardCheckpointQueue queue, ScenewardPushClient client,
+                                 CurrentUser currentUserID, NotificationCenter& notifications,
+                                 std::shared_ptr<SyncJournal> journal, Log log)
+    : queue_(std::move(queue)),
+      client_(std::move(client)),
+      currentUserID_(std::move(currentUserID)),
+      journal_(std::move(journal)),
+      log_(std::move(log)),
+      standing_(std::make_shared<Standing>()),
+      observer_(notifications.observe(auth::changed, [standing = std::weak_ptr(standing_)] {
+        if (const auto alive = standing.lock()) alive->authenticationChanged();
+      })) {}
+
+Task<ScenewardPusher::Outcomes> ScenewardPusher::runOnce() {
+  return pass(shared_from_this());
+}
+
+Task<ScenewardPusher::Outcomes> ScenewardPusher::pass(std::shared_ptr<ScenewardPusher> self) {
+  auto owner = self->user();
+  if (!owner) co_return Outcomes();
+  const auto generation = self->standing_->begin();
+  if (!generation) co_return Outcomes();
+  // From here on the destructor of this takes the flag back, whatever happens.
+  Pass pass(*self, *std::move(owner), *generation);
+  try {
+    while (co_await pass.turn()) {
+    }
+  } catch (const std::exception& error) {
+    if (!isCancellation(error)) throw;
+  }
+  co_return pass.takeOutcomes();
+}
+
+std::optional<std::string> ScenewardPusher::user() const {
+  try {
+    return currentUserID_();
+  } catch (const std::exception&) {
+    return std::nullopt;
+  }
+}
+
+Task<std::vector<Request>> ScenewardPusher::pending(std::string owner) {
+  struct Reading {
+    Event ended;
+    std::vector<Request> requests;
+    std::exception_ptr failure;
+  };
+  // Shared with the thread, whose work goes on when nobody waits for it any more.
+  const auto reading = std::make_shared<Reading>();
+  reader_.post([reading, queue = queue_, owner = std::move(owner)] {
+    try {
+      reading->requests = queue.pending(owner);
+    } catch (...) {
+      reading->failure = std::current_exception();
+    }
+    reading->ended.set();
+  });
+  co_await reading->ended.wait();
+  if (reading->failure) std::rethrow_exception(reading->failure);
+  co_return std::move(reading->requests);
+}
+
+}  // namespace vorlane

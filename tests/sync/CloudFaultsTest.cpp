@@ -1,0 +1,391 @@
+#include "sync/LedgerlyPusher.h"
+#include "sync/RecentsSyncFetcher.h"
+#include "sync/ScenewardPusher.h"
+#include "tests/sync/CloudBench.h"
+
+#include <fmt/format.h>
+
+#include <functional>
+#include <set>
+#include <thread>
+#include <variant>
+
+namespace vorlane {
+namespace {
+
+using devcloud::Fault;
+using devcloud::FaultCut;
+using std::chrono::milliseconds;
+
+constexpr milliseconds shortPatience{300}, longDelay{900};
+
+/// What goes wrong with the next request to a path.
+struct Trouble {
+  std::string name;
+  std::function<void(Fault&)> order;
+  /// The cloud has done what it was asked to, and only its answer is lost.
+  bool effect = false;
+  bool late = false;
+  /// The answer is a good one with a body that says nothing.
+  bool empty200 = false;
+};
+
+Trouble status(int status) {
+  return {std::to_string(status), [status](Fault& fault) { fault.status = status; }};
+}
+
+std::vector<Trouble> troubles() {
+  // A client sends a request anew when a connection it has used before breaks without a byte.
+  const auto cut = [](FaultCut where) {
+    return [where](Fault& fault) {
+      fault.cut = where;
+      fault.times = 2;
+    };
+  };
+  std::vector<Trouble> all{
+      {"cut before", cut(FaultCut::before)},
+      {"cut in the answer", [](Fault& fault) { fault.cut = FaultCut::body; }, true},
+      {"no JSON", [](Fault& fault) { fault.garbage = true; }, false, false, true},
+      {"another shape", [](Fault& fault) { fault.body = "[1]"; }, false, false, true},
+      {"a redirect",
+       [](Fault& fault) {
+         fault.status = 302;
+         fault.headers = {{"Location", "/elsewhere"}};
+       }},
+      {"an answer after the time-out", [](Fault& fault) { fault.delay = longDelay; }, true, true},
+  };
+  for (const int code : {401, 403, 404, 409, 410, 413, 422, 429, 500, 503}) all.push_back(status(code));
+  return all;
+}
+
+class CloudFaults : public CloudBench {
+ protected:
+  /// Runs `body` while the next request to the path suffers, then lets the cloud be well again.
+  void during(const Trouble& trouble, const std::string& method, const std::string& path,
+              const std::function<void()>& body) {
+    Fault fault{.path = path, .method = method};
+    trouble.order(fault);
+    cloud.addFault(std::move(fault));
+    patience = trouble.late ? shortPatience : milliseconds(20'000);
+    body();
+    patience = std::chrono::seconds(20);
+    cloud.clearFaults();
+  }
+  /// A request that was given up has been dealt with as well, so that states can be compared.
+  static void until(const std::function<bool()>& landed) {
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    while (!landed() && std::chrono::steady_clock::now() < end) std::this_thread::sleep_for(milliseconds(5));
+    EXPECT_TRUE(landed());
+  }
+};
+
+// Sheets ---------------------------------------------------------------------------------
+
+class SheetFaults : public CloudFaults {
+ protected:
+  LedgerlyPusher pusher{sheets,
+                        LedgerlyPushClient{.base = cloud.base(), .bearer = bearer(), .send = network()},
+                        currentUser(), log.log(), journal};
+
+  /// A sheet with one category, dirty.
+  std::string dirtySheet(const std::string& owner = "auth0|ana") {
+    const auto id = newUppercaseUUID();
+    await(sheets.save({.id = id,
+                       .ownerID = owner,
+                       .title = "Night",
+                       .data = R"({"categories":[{"id":"c","items":[],"name":"First"}]})",
+                       .createdAt = present,
+                       .updatedAt = present}));
+    return id;
+  }
+  void edit(const std::string& id, const std::string& name) {
+    present += std::chrono::seconds(1);
+    await(sheets.mutateDocument(
+        id, [name](JSONMap& document) { document["categories"].as_array()[0].as_object()["name"] = name; }));
+  }
+  LedgerlyPusher::Outcome pass(const std::string& id) {
+    auto outcomes = await(pusher.runOnce());
+    return outcomes.contains(id) ? outcomes.at(id) : LedgerlyPusher::Failed{"not tried"};
+  }
+  std::string cloudNames() {
+    std::string names;
+    for (const auto& sheet : cloud.sheets("auth0|ana")) {
+      names += std::string(sheet.data.at("categories").at(0).at("name").as_string()) + " ";
+    }
+    return names;
+  }
+  bool inStep(const std::string& id) {
+    const auto row = sheets.fetch(id);
+    const auto all = cloud.sheets("auth0|ana");
+    return row && row->syncedAt == row->updatedAt &&
+           std::ranges::any_of(all, [&](const devcloud::Sheet& sheet) { return sheet.id == row->remoteID; });
+  }
+};
+
+TEST_F(SheetFaults, OfACreateEndInOneSheetUnlessTheCloudsAnswerWasLost) {
+  for (const auto& trouble : troubles()) {
+    SCOPED_TRACE(trouble.name);
+    const auto before = cloud.sheets("auth0|ana").size();
+    const auto id = dirtySheet();
+    during(trouble, "POST", "/api/user/sheets", [&] {
+      EXPECT_TRUE(std::holds_alternative<LedgerlyPusher::Failed>(pass(id)));
+      EXPECT_FALSE(sheets.fetch(id)->remoteID);
+    });
+    if (trouble.late) until([&] { return cloud.sheets("auth0|ana").size() > before; });
+    EXPECT_TRUE(std::holds_alternative<LedgerlyPusher::Created>(pass(id)));
+    EXPECT_TRUE(inStep(id));
+    // The one exception: the cloud made the sheet, and nobody here knows its number.
+    EXPECT_EQ(cloud.sheets("auth0|ana").size(), before + (trouble.effect ? 2U : 1U));
+    EXPECT_TRUE(await(pusher.runOnce()).empty());
+  }
+}
+
+TEST_F(SheetFaults, OfAnUpdateEndInTheSameSheetWithTheLastEdit) {
+  const auto id = dirtySheet();
+  pass(id);
+  for (const auto& trouble : troubles()) {
+    SCOPED_TRACE(trouble.name);
+    edit(id, trouble.name);
+    const auto path = fmt::format("/api/user/sheets/{}", *sheets.fetch(id)->remoteID);
+    during(trouble, "PUT", path, [&] {
+      const auto outcome = pass(id);
+      if (trouble.name == "404") {
+        EXPECT_TRUE(std::holds_alternative<LedgerlyPusher::SkippedSheetDeleted>(outcome));
+        EXPECT_TRUE(await(pusher.runOnce()).empty());  // not asked about again
+        edit(id, trouble.name);
+      } else if (trouble.empty200) {
+        // A good status is the cloud's word, whatever stands below it; the next edit carries all.
+        EXPECT_TRUE(std::holds_alternative<LedgerlyPusher::Updated>(outcome));
+        edit(id, trouble.name);
+      } else {
+        EXPECT_TRUE(std::holds_alternative<LedgerlyPusher::Failed>(outcome));
+        EXPECT_TRUE(sheets.fetch(id)->isDirty());
+      }
+    });
+    if (trouble.late) until([&] { return cloudNames() == trouble.name + " "; });
+    EXPECT_TRUE(std::holds_alternative<LedgerlyPusher::Updated>(pass(id)));
+    EXPECT_TRUE(inStep(id));
+    EXPECT_EQ(cloudNames(), trouble.name + " ");
+  }
+}
+
+TEST_F(SheetFaults, EditsAndChangesOfAccountDuringAnUploadLoseNothing) {
+  const auto id = dirtySheet();
+  pass(id);
+  const auto path = fmt::format("/api/user/sheets/{}", *sheets.fetch(id)->remoteID);
+  const std::pair<const char*, std::function<void()>> meanwhile[] = {
+      {"edited", [&] { edit(id, "Later"); }},
+      {"signed out", [&] { signOut(); }},
+      {"somebody else", [&] { signIn("auth0|bo"); }},
+      {"refreshed", [&] { signIn("auth0|ana"); }},
+  };
+  for (const auto& [name, change] : meanwhile) {
+    SCOPED_TRACE(name);
+    edit(id, name);
+    cloud.clearRequests();
+    cloud.addFault({.path = path, .hold = true});
+    auto running = start(pusher.runOnce());
+    cloud.waitForRequests({.path = path}, 1);
+    change();
+    cloud.release();
+    EXPECT_TRUE(std::holds_alternative<LedgerlyPusher::Updated>(running.get().at(id)));
+    signIn("auth0|ana");
+    const bool edited = std::string_view(name) == "edited";
+    EXPECT_EQ(await(pusher.runOnce()).size(), edited ? 1U : 0U);
+    EXPECT_EQ(cloudNames(), edited ? "Later " : std::string(name) + " ");
+    EXPECT_TRUE(inStep(id));
+  }
+  EXPECT_TRUE(cloud.sheets("auth0|bo").empty());
+}
+
+TEST_F(SheetFaults, TwoThousandSheetsGoUpOnceEachWhileOneOfThemIsRefusedAndTheCloudIsSlow) {
+  for (int i = 0; i < 2000; ++i) dirtySheet();
+  cloud.addFault({.path = "/api/user/sheets", .status = 500});
+  cloud.addFault({.path = "/api/user/sheets", .times = 20, .delay = milliseconds(20)});
+  const auto outcomes = await(pusher.runOnce());
+  EXPECT_EQ(outcomes.size(), 2000U);
+  EXPECT_EQ(cloud.sheets("auth0|ana").size(), 1999U);
+  EXPECT_EQ(await(pusher.runOnce()).size(), 1U);
+  EXPECT_EQ(cloud.sheets("auth0|ana").size(), 2000U);
+  EXPECT_EQ(text("SELECT COUNT(DISTINCT remote_id) FROM ledgerly_sheets"), "2000");
+}
+
+// Saves of projects ----------------------------------------------------------------------
+
+class SaveFaults : public CloudFaults {
+ protected:
+  static URLRequest& marked(URLRequest& request) {
+    request.headers.emplace_back("x-vorlane-device-id", "device");
+    return request;
+  }
+
+  NotificationCenter notifications;
+  ScenewardCheckpointQueue queue{store, [this] { return present; }};
+  std::shared_ptr<ScenewardPusher> pusher = std::make_shared<ScenewardPusher>(
+      queue,
+      ScenewardPushClient{.base = cloud.base(),
+                          .bearer = bearer(),
+                          .send = network(),
+                          .identify = [](URLRequest& request) { marked(request); }},
+      currentUser(), notifications, journal, log.log());
+
+  ScenewardCheckpointRequest save(const std::string& project, std::int64_t revision = 0) {
+    return await(
+        queue.enqueue("auth0|ana", project, checkpointPayload(project, newLowercaseUUID(), revision)));
+  }
+  /// "pushed", "failed", "blocked" or "none".
+  static std::string said(const ScenewardPusher::Outcomes& outcomes, const std::string& operation) {
+    if (!outcomes.contains(operation)) return "none";
+    constexpr const char* names[] = {"pushed", "failed", "blocked"};
+    return names[outcomes.at(operation).index()];
+  }
+  std::string rowOf(const std::string& operation) {
+    return inFile("SELECT status FROM sceneward_checkpoint_queue WHERE operation_id='" + operation + "'");
+  }
+  std::size_t commitsOf(const std::string& operation) {
+    return static_cast<std::size_t>(
+        std::ranges::count(cloud.commits("auth0|ana"), operation, &devcloud::Commit::operationID));
+  }
+};
+
+TEST_F(SaveFaults, LeaveASaveInTheCloudExactlyOnceOrBlockedAndKeepTheOrder) {
+  const std::set<std::string> blocking{"400", "404", "409", "410", "413", "422"};
+  for (const bool atPreflight : {true, false}) {
+    for (const auto& trouble : troubles()) {
+      SCOPED_TRACE((atPreflight ? "preflight: " : "save: ") + trouble.name);
+      const auto project = newLowercaseUUID(), other = newLowercaseUUID();
+      const auto first = save(project).operationID;
+      const auto second = save(other).operationID;
+      const bool blocks = blocking.contains(trouble.name);
+      const bool gone = trouble.name == "410";
+      during(trouble, atPreflight ? "GET" : "PUT",
+             atPreflight ? "/api/v1/user/me" : fmt::format("/api/v1/projects/{}/checkpoints", project), [&] {
+               const auto outcomes = await(pusher->runOnce());
+               EXPECT_EQ(said(outcomes, first), blocks ? "blocked" : "failed");
+               EXPECT_EQ(said(outcomes, second), blocks && !gone ? "pushed" : "none");
+               EXPECT_EQ(rowOf(first), gone ? "" : blocks ? "blocked" : "pending");
+             });
+      if (gone) {
+        EXPECT_EQ(inFile("SELECT COUNT(*) FROM sceneward_checkpoint_queue"), "0");
+        EXPECT_THROW(save(project), ScenewardCheckpointRequest::QueueError);
+        inFile("DELETE FROM sceneward_checkpoint_deleted_owners");  // for the next trouble
+        continue;
+      }
+      if (trouble.late && !atPreflight) until([&] { return commitsOf(first) == 1; });
+      await(pusher->runOnce());
+      EXPECT_EQ(rowOf(first), blocks ? "blocked" : "acknowledged");
+      EXPECT_EQ(commitsOf(first), blocks ? 0U : 1U);
+      EXPECT_EQ(rowOf(second), "acknowledged");
+      EXPECT_EQ(commitsOf(second), 1U);
+      EXPECT_TRUE(await(pusher->runOnce()).empty());
+    }
+  }
+}
+
+TEST_F(SaveFaults, StayPendingWhenTheReceiptOrThePermissionIsWrong) {
+  const auto project = newLowercaseUUID();
+  const auto request = save(project);
+  const auto path = fmt::format("/api/v1/projects/{}/checkpoints", project);
+  JSONMap receipt{{"checkpointId", request.checkpointID},
+                  {"contentHash", request.contentHash},
+                  {"committedManifestRevision", 2},
+                  {"committedAt", "2026-03-01T12:00:00Z"}};
+  cloud.addFault(devcloud::answerFault(path, receipt));
+  EXPECT_EQ(said(await(pusher->runOnce()), request.operationID), "failed");
+  cloud.clearFaults();
+  cloud.setCapability("auth0|ana", false);
+  cloud.clearRequests();
+  EXPECT_EQ(said(await(pusher->runOnce()), request.operationID), "failed");
+  EXPECT_TRUE(cloud.requests({.method = "PUT"}).empty());
+  cloud.setCapability("auth0|ana", true);
+  EXPECT_EQ(said(await(pusher->runOnce()), request.operationID), "pushed");
+  const auto sent = cloud.requests({.method = "PUT"}).at(0);
+  EXPECT_EQ(sent.header("X-Sceneward-Source"), "mac");
+  EXPECT_EQ(sent.header("x-vorlane-device-id"), "device");
+}
+
+TEST_F(SaveFaults, ChangesDuringEachRequestEndThePassAndTheNextOneAgreesWithTheCloud) {
+  const std::pair<const char*, std::function<void(const std::string&)>> meanwhile[] = {
+      {"refreshed", [&](const std::string&) { notifications.post("com.vorlane.auth.changed"); }},
+      {"signed out", [&](const std::string&) { signOut(); }},
+      {"somebody else", [&](const std::string&) { signIn("auth0|bo"); }},
+      {"cancelled",
+       [&](const std::string& project) { await(queue.cancelProject("auth0|ana", project, {})); }},
+  };
+  for (const bool atPreflight : {true, false}) {
+    for (const auto& [name, change] : meanwhile) {
+      SCOPED_TRACE(fmt::format("{} at the {}", name, atPreflight ? "preflight" : "save"));
+      const auto project = newLowercaseUUID();
+      const auto operation = save(project).operationID;
+      const std::string path =
+          atPreflight ? "/api/v1/user/me" : fmt::format("/api/v1/projects/{}/checkpoints", project);
+      cloud.clearRequests();
+      cloud.addFault({.path = path, .hold = true});
+      auto running = start(pusher->runOnce());
+      cloud.waitForRequests({.path = path}, 1);
+      change(project);
+      cloud.release();
+      EXPECT_NE(said(running.get(), operation), "pushed");
+      signIn("auth0|ana");
+      const bool cancelled = std::string_view(name) == "cancelled";
+      EXPECT_EQ(rowOf(operation), cancelled ? "" : "pending");
+      await(pusher->runOnce());
+      EXPECT_EQ(rowOf(operation), cancelled ? "" : "acknowledged");
+      EXPECT_EQ(commitsOf(operation), cancelled && atPreflight ? 0U : 1U);
+    }
+  }
+  EXPECT_TRUE(cloud.commits("auth0|bo").empty());
+}
+
+TEST_F(SaveFaults, ThirtySavesOfTenMegabytesGoUpInTheirOrder) {
+  const auto project = newLowercaseUUID();
+  std::vector<std::string> operations;
+  for (int i = 0; i < 30; ++i) {
+    const auto operation = newLowercaseUUID();
+    const auto archive = std::string(7'500'000, static_cast<char>('a' + i % 26));
+    await(queue.enqueue("auth0|ana", project, checkpointPayload(project, operation, i, archive)));
+    operations.push_back(operation);
+  }
+  EXPECT_EQ(await(pusher->runOnce()).size(), 30U);
+  std::vector<std::string> committed;
+  for (const auto& commit : cloud.commits("auth0|ana")) committed.push_back(commit.operationID);
+  EXPECT_EQ(committed, operations);
+}
+
+// Lists ----------------------------------------------------------------------------------
+
+TEST_F(CloudFaults, OfAListKeepWhatIsThereAndTheOtherListAndAreMadeGoodByTheNextPull) {
+  cloud.putSheet({.owner = "auth0|ana", .name = "Night", .data = {{"categories", JSONArray()}}});
+  cloud.putProject({.id = newLowercaseUUID(), .owner = "auth0|ana", .name = "Pier"});
+  RecentsSyncFetcher fetcher({.recents = {store, std::make_shared<StoreNotifications>(signals, runtime.io())},
+                              .ledgerlyStore = sheets,
+                              .scenewardStore = queriesOn<ScenewardQueries>(store),
+                              .currentUserID = currentUser(),
+                              .bearer = bearer(),
+                              .runner = network(),
+                              .ledgerlyBase = cloud.base(),
+                              .scenewardBase = cloud.base(),
+                              .log = log.log(),
+                              .journal = journal});
+  const std::pair<const char*, const char*> lists[] = {{"ledgerly", "/api/user/sheets"},
+                                                       {"sceneward", "/api/v1/projects"}};
+  const auto apps = [&] { return inFile("SELECT app FROM recents ORDER BY app"); };
+  for (const auto& [app, path] : lists) {
+    for (const auto& trouble : troubles()) {
+      SCOPED_TRACE(fmt::format("{}: {}", app, trouble.name));
+      inFile("DELETE FROM recents");
+      log.take();
+      during(trouble, "GET", path, [&] { await(fetcher.syncOnce("auth0|ana")); });
+      EXPECT_EQ(apps(), std::string_view(app) == "ledgerly" ? "sceneward" : "ledgerly");
+      const auto lines = log.take();
+      ASSERT_EQ(lines.size(), 1U);
+      EXPECT_THAT(lines[0], ::testing::StartsWith(fmt::format("RecentsSyncFetcher: {} pull failed ", app)));
+      await(fetcher.syncOnce("auth0|ana"));
+      EXPECT_EQ(apps(), "ledgerly sceneward");
+    }
+  }
+  EXPECT_EQ(inFile("SELECT COUNT(*) FROM ledgerly_sheets"), "1");
+}
+
+}  // namespace
+}  // namespace vorlane
