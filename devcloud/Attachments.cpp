@@ -95,6 +95,13 @@ void addPassages(const Attachment& attachment, const SearchWords& words, std::ve
   }
 }
 
+/// The next of the numbered refs under which `lookup` finds nothing.
+std::string newRef(std::int64_t& number, const AttachmentLookup& lookup) {
+  std::string ref = fmt::format("att-{}", number++);
+  while (lookup(ref)) ref = fmt::format("att-{}", number++);
+  return ref;
+}
+
 }  // namespace
 
 Attachments::Attachments(const Identity& identity, Sheets& sheets, Clock clock, ChangeRecorder changed)
@@ -131,8 +138,11 @@ const Attachment& Attachments::put(Attachment attachment) {
   if (attachment.bytes.size() > Attachment::largestFile) throw FieldFailure("base64", "is larger than 1 MiB");
   // By way of its kept form, so that what is kept can be read again.
   attachment = attachmentFromJSON(attachment.json(), attachment.owner);
-  if (attachment.ref.empty()) attachment.ref = fmt::format("att-{}", nextNumber_);
-  ++nextNumber_;
+  if (attachment.ref.empty()) {
+    attachment.ref = newRef(nextNumber_, [&](std::string_view ref) { return lookup(attachment.owner, ref); });
+  } else {
+    ++nextNumber_;
+  }
   std::erase_if(attachments_, [&](const Attachment& each) {
     return each.owner == attachment.owner && each.ref == attachment.ref;
   });
@@ -222,9 +232,9 @@ Response Attachments::attach(const Request& request) {
   if (!sheet) throw apiError(404, "Sheet not found");
 
   std::int64_t number = nextNumber_;
-  AttachedSheet attached = copyAttachments(
-      *sheet, sources, [&](std::string_view ref) { return lookup(person.sub, ref); },
-      [&] { return fmt::format("att-{}", number++); }, clock_());
+  const AttachmentLookup known = [&](std::string_view ref) { return lookup(person.sub, ref); };
+  AttachedSheet attached =
+      copyAttachments(*sheet, sources, known, [&] { return newRef(number, known); }, clock_());
   attached.sheet.updatedAt = clock_();
   const std::size_t count = attached.copies.size();
   const Sheet& now = sheets_.put(std::move(attached.sheet));

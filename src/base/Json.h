@@ -41,8 +41,9 @@ class JSONWriteFailure : public DomainFailure {
 /// invalid UTF-8, lone surrogate escapes, numbers beyond a double's range and
 /// nesting beyond jsonDepthLimit. Of a repeated key the last wins. Doubles are
 /// read exactly (the nearest one), so that a document survives read and write.
+/// The value lies in `storage`, which is worth choosing where it is read once and dropped.
 /// Throws JSONParseFailure, which names the byte.
-JSONValue parseJSON(std::string_view text);
+JSONValue parseJSON(std::string_view text, boost::json::storage_ptr storage = {});
 
 /// Like parseJSON, for a document that must be an object; a document of another
 /// form throws JSONParseFailure with the description `notAnObject`.

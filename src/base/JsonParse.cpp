@@ -17,7 +17,7 @@ namespace json = boost::json;
 /// would then drift each time its sheet is edited.
 class DocumentHandler : public JSONEventLimits {
  public:
-  DocumentHandler() { stack_.reset(); }
+  explicit DocumentHandler(json::storage_ptr storage) { stack_.reset(std::move(storage)); }
   json::value release() { return stack_.release(); }
 
   bool on_document_begin(json::error_code&) { return true; }
@@ -111,8 +111,8 @@ void failJSON(std::size_t byte, const json::error_code& error) {
   throw JSONParseFailure(fmt::format("invalid JSON at byte {}: {}", byte, reason(error)));
 }
 
-JSONValue parseJSON(std::string_view text) {
-  JSONEventReader<DocumentHandler> reader;
+JSONValue parseJSON(std::string_view text, json::storage_ptr storage) {
+  JSONEventReader<DocumentHandler> reader(std::move(storage));
   return reader.read(text).release();
 }
 

@@ -11,6 +11,8 @@ namespace vorlane::cloud {
 namespace {
 
 constexpr std::chrono::seconds timeout{60};
+/// What the slowest line that is worth waiting for carries, in bytes for each second.
+constexpr std::size_t slowestLine = 16 << 10;
 constexpr std::size_t quotedLimit = 1000;
 
 }  // namespace
@@ -21,6 +23,7 @@ URLRequest request(std::string method, std::string_view base, std::string_view p
   request.method = std::move(method);
   request.url = std::string(base) + std::string(path);
   request.timeout = timeout;
+  request.silence = timeout;
   request.followRedirects = false;
   return request;
 }
@@ -29,9 +32,14 @@ void setBearer(URLRequest& request, const std::optional<std::string>& token) {
   if (token) request.headers.emplace_back("Authorization", "Bearer " + *token);
 }
 
-void setJSONBody(URLRequest& request, const JSONMap& body) {
+void setJSONBody(URLRequest& request, std::string body) {
   request.headers.emplace_back("Content-Type", "application/json");
-  request.body = writeJSON(body);
+  request.timeout += std::chrono::seconds(body.size() / slowestLine);
+  request.body = std::move(body);
+}
+
+void setJSONBody(URLRequest& request, const JSONMap& body) {
+  setJSONBody(request, writeJSON(body));
 }
 
 bool isSuccess(const URLResponse& response) {

@@ -19,15 +19,17 @@ using BearerSource = std::function<Task<std::optional<std::string>>()>;
 /// What the requests to the suite's web APIs have in common.
 namespace cloud {
 
-/// A request for `path` (which begins with a slash) on the origin `base`, with the time-out
-/// that all of them have. It follows no redirect: what a person wrote, and who they are, goes to
-/// the API that the deployment names or nowhere, and an answer from elsewhere is no receipt.
+/// A request for `path` (which begins with a slash) on the origin `base`. It is given up when
+/// nothing has moved for a minute. It follows no redirect: what a person wrote, and who they are,
+/// goes to the API that the deployment names or nowhere, and an answer from elsewhere is no receipt.
 URLRequest request(std::string method, std::string_view base, std::string_view path);
 
 /// "Authorization" for a token; without one nothing is set.
 void setBearer(URLRequest& request, const std::optional<std::string>& token);
 
-/// The body and its "Content-Type".
+/// A body of JSON and its "Content-Type". The whole exchange may then take a minute, and the
+/// time that the body needs over a slow line.
+void setJSONBody(URLRequest& request, std::string body);
 void setJSONBody(URLRequest& request, const JSONMap& body);
 
 bool isSuccess(const URLResponse& response);

@@ -1,7 +1,9 @@
 #include "programs/CtlCheckpoint.h"
 
 #include "base/FileDescriptor.h"
+#include "base/Identifiers.h"
 #include "base/Json.h"
+#include "base/Text.h"
 #include "base/tasks/Runtime.h"
 #include "platform/Platform.h"
 #include "shell/CommandLine.h"
@@ -32,20 +34,25 @@ struct Words {
   std::vector<std::string> operands;
 };
 
-/// The value of the option at `arguments[i]`, behind its "=" or as the next word, to which
-/// `i` then moves; nothing when another word stands there.
-std::optional<std::string> optionValue(const std::vector<std::string>& arguments, std::size_t& i,
-                                       const std::string& option) {
+/// Takes the option at `arguments[i]` with its value, which stands behind its "=" or is the
+/// next word, to which `i` then moves. Only behind "=" may a value begin with "--": elsewhere
+/// it is the next option, and the value was forgotten. False when another word stands there.
+bool takeOption(const std::vector<std::string>& arguments, std::size_t& i, const std::string& option,
+                std::optional<std::string>& taken) {
   std::string value;
   if (arguments[i] == option) {
-    if (++i < arguments.size()) value = arguments[i];
+    if (i + 1 < arguments.size() && !arguments[i + 1].starts_with("--")) value = arguments[++i];
   } else if (arguments[i].starts_with(option + "=")) {
     value = arguments[i].substr(option.size() + 1);
   } else {
-    return std::nullopt;
+    return false;
   }
   if (value.empty()) throw UsageFailure("the option " + option + " needs a value");
-  return value;
+  if (taken) throw UsageFailure("the option " + option + " is given twice");
+  // The answer is JSON, and must not fail once the work is done.
+  if (!isValidUTF8(value)) throw UsageFailure("the value of " + option + " is not UTF-8");
+  taken = std::move(value);
+  return true;
 }
 
 Words parse(const std::vector<std::string>& arguments) {
@@ -57,11 +64,8 @@ Words parse(const std::vector<std::string>& arguments) {
       words.operands.push_back(word);
     } else if (word == "--") {
       optionsEnded = true;
-    } else if (auto owner = optionValue(arguments, i, "--owner")) {
-      words.owner = std::move(owner);
-    } else if (auto project = optionValue(arguments, i, "--project")) {
-      words.project = std::move(project);
-    } else {
+    } else if (!takeOption(arguments, i, "--owner", words.owner) &&
+               !takeOption(arguments, i, "--project", words.project)) {
       throw UsageFailure("unknown option " + word);
     }
   }
@@ -116,9 +120,10 @@ std::string readPayload(const std::string& path) {
 std::string enqueue(const Context& context, Words words) {
   auto payload = readPayload(words.operands[0]);
   OpenQueue queue(context);
-  const auto request = queue.await((*queue).enqueue(*words.owner, *words.project, std::move(payload)));
+  // Made first: where it cannot be, nothing is queued that nobody would be told of.
   const auto signals =
       makeSignalCenter(context.places.signals(), queue.runtime().io(), queue.runtime().concurrent());
+  const auto request = queue.await((*queue).enqueue(*words.owner, *words.project, std::move(payload)));
   if (!signals->post(checkpointPendingSignal)) {
     throw Failure(fmt::format("the save {} is queued, but other processes could not be told of it",
                               request.operationID));
@@ -148,11 +153,12 @@ std::string list(const Context& context, Words words) {
   const OpenQueue queue(context);
   JSONArray rows;
   for (const auto& entry : (*queue).entries(*words.owner)) {
+    const auto date = dateFromStorage(entry.createdAt);
     rows.push_back({{"operationId", entry.operationID},
                     {"projectId", entry.projectID},
                     {"status", entry.status},
                     {"bytes", entry.bytes},
-                    {"createdAt", iso8601Text(entry.createdAt)}});
+                    {"createdAt", date ? iso8601Text(*date) : validUTF8(entry.createdAt)}});
   }
   return writeJSON(JSONMap{{"checkpoints", std::move(rows)}});
 }
@@ -186,6 +192,10 @@ std::string checkpoint(const Context& context) {
   const bool fits = words.owner && words.project.has_value() == action->takesProject &&
                     words.operands.size() >= action->fewest && words.operands.size() <= action->most;
   if (!fits) throw UsageFailure(fmt::format("checkpoint {} takes {}", action->name, action->usage));
+  if (words.project && !canonicalUUID(*words.project)) {
+    throw QueueError(QueueError::Kind::invalidRequest,
+                     fmt::format("the project id \"{}\" is no UUID", *words.project));
+  }
   return action->run(context, std::move(words));
 }
 

@@ -43,7 +43,8 @@ NetworkRunner networkTo(const std::optional<std::string>& base, std::string_view
 AppRecentsHolder::Settings recentsSettings(const AppDelegate::Settings& settings,
                                            const AccountServices& account, AgentPreferences& preferences,
                                            std::shared_ptr<StoreNotifications> storeNotifications,
-                                           std::shared_ptr<SyncJournal> journal, Executor main,
+                                           std::shared_ptr<SyncJournal> journal,
+                                           std::shared_ptr<AsyncMutex> sheetExchange, Executor main,
                                            Executor concurrent) {
   return {.places = settings.places,
           .ledgerlyBase = settings.deployment.ledgerlyBase,
@@ -52,6 +53,7 @@ AppRecentsHolder::Settings recentsSettings(const AppDelegate::Settings& settings
           .bearer = account.bearer(),
           .network = account.network,
           .journal = std::move(journal),
+          .sheetExchange = std::move(sheetExchange),
           .preferences = [&preferences] { return preferences.snapshot(); },
           .storeNotifications = std::move(storeNotifications),
           .notifications = account.notifications,
@@ -73,8 +75,9 @@ AppDelegate::AppDelegate(Settings settings, Runtime& runtime, MainLoop& main)
       preferences_(*account_.standardDefaults, shellLog),
       storeNotifications_(std::make_shared<StoreNotifications>(account_.signals, main.executor())),
       journal_(std::make_shared<SyncJournal>()),
+      sheetExchange_(std::make_shared<AsyncMutex>()),
       recents_(recentsSettings(settings_, account_, preferences_, storeNotifications_, journal_,
-                               main.executor(), runtime.concurrent())) {}
+                               sheetExchange_, main.executor(), runtime.concurrent())) {}
 
 AppDelegate::~AppDelegate() = default;
 
@@ -161,7 +164,7 @@ void AppDelegate::startLedgerlyPusher() {
       LedgerlyPushClient{.base = settings_.deployment.ledgerlyBase.value_or(""),
                          .bearer = account_.bearer(),
                          .send = ledgerlyNetwork_},
-      account_.currentUser(), shellLog, journal_);
+      account_.currentUser(), shellLog, journal_, sheetExchange_);
   ledgerlyPushTask_.reset();  // which cancels it
   ledgerlyPushTask_ = std::make_unique<TaskGroup>();
   ledgerlyPushTask_->spawn(runtime_.concurrent(), "sheet pushing",

@@ -73,6 +73,8 @@ class AppDelegate {
   AgentPreferences preferences_;
   std::shared_ptr<StoreNotifications> storeNotifications_;
   std::shared_ptr<SyncJournal> journal_;
+  /// Held by whoever pushes a sheet or reads the cloud's list of them.
+  std::shared_ptr<AsyncMutex> sheetExchange_;
   AppRecentsHolder recents_;
   std::shared_ptr<AgentStore> store_;
   MCPLifecycle lifecycle_;

@@ -80,7 +80,8 @@ AppRecentsHolder::AppRecentsHolder(Settings settings) : settings_(std::move(sett
                                      .ledgerlyBase = settings_.ledgerlyBase,
                                      .scenewardBase = settings_.scenewardBase,
                                      .log = settings_.log,
-                                     .journal = settings_.journal});
+                                     .journal = settings_.journal,
+                                     .exchange = settings_.sheetExchange});
   }
   viewModel_->subscribe();
 }

@@ -35,6 +35,8 @@ class AppRecentsHolder {
     BearerSource bearer;
     NetworkRunner network;
     std::shared_ptr<SyncJournal> journal;
+    /// See RecentsSyncFetcher.
+    std::shared_ptr<AsyncMutex> sheetExchange;
     std::function<AgentPreferences::Snapshot()> preferences;
     std::shared_ptr<StoreNotifications> storeNotifications;
     NotificationCenter notifications;

@@ -115,7 +115,10 @@ PlaceOptions takePlaceOptions(std::vector<std::string>& arguments) {
 
 int runProgram(const char* name, int count, char** words,
                const std::function<int(std::vector<std::string> arguments, const char* programPath)>& work) {
-  const auto complain = [name](const std::string& text) { fmt::print(stderr, "{}: {}\n", name, text); };
+  // Printing to a stream that is closed or full must not throw: the exit code still tells.
+  const auto complain = [name](const std::string& text) {
+    std::fputs(fmt::format("{}: {}\n", name, text).c_str(), stderr);
+  };
   try {
     return work({words + 1, words + count}, words[0]);
   } catch (const UsageFailure& failure) {

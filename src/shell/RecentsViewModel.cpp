@@ -91,11 +91,14 @@ Task<> RecentsViewModel::reloadOnce() {
   });
   adopt(user);
   if (!user) co_return;
-  auto items = co_await onExecutor(settings_.worker,
-                                   [this, user, filter = appFilter_]() -> Task<std::vector<RecentItem>> {
-                                     co_return read(*user, filter);
-                                   });
-  show(std::move(items));
+  auto items = co_await onExecutor(
+      settings_.worker, [this, user, filter = appFilter_]() -> Task<std::optional<std::vector<RecentItem>>> {
+        auto found = read(*user, filter);
+        // Of somebody who has left meanwhile nothing is shown; the change asks for a reload of its own.
+        if (settings_.userIDProvider() != user) co_return std::nullopt;
+        co_return std::move(found);
+      });
+  if (items) show(std::move(*items));
 }
 
 /// Nobody is shown what another account opened, not even until its own list has been

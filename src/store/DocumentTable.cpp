@@ -19,8 +19,9 @@ DocumentStanding DocumentStanding::fromRow(const Row& row) {
           .pushBlockedAt = row.get<std::optional<Date>>("push_blocked_at")};
 }
 
+// The stored form of a date sorts as the dates do.
+
 DocumentTable::Counts DocumentTable::counts(const std::string& ownerID) const {
-  // The stored form of a date sorts as the dates do.
   const auto sql = fmt::format(
       "SELECT push_blocked_at IS NOT NULL AND updated_at <= push_blocked_at, COUNT(*) FROM {} "
       "WHERE owner_id = ? AND (synced_at IS NULL OR updated_at > synced_at) GROUP BY 1",
@@ -34,6 +35,14 @@ DocumentTable::Counts DocumentTable::counts(const std::string& ownerID) const {
     database.forEachRow(sql, visit, ownerID);
     return counts;
   });
+}
+
+std::vector<std::string> DocumentTable::pendingIDs(const std::string& ownerID) const {
+  const auto sql = fmt::format(
+      "SELECT id FROM {} WHERE owner_id = ? AND (synced_at IS NULL OR updated_at > synced_at) "
+      "AND (push_blocked_at IS NULL OR updated_at > push_blocked_at) ORDER BY updated_at ASC",
+      kind_->table);
+  return pool().read([&](Database& database) { return database.fetchAll<std::string>(sql, ownerID); });
 }
 
 DocumentTable::Opened DocumentTable::open(Database& database, const std::string& id,

@@ -88,7 +88,8 @@ class DocumentTable {
   };
   /// Reads no document.
   Counts counts(const std::string& ownerID) const;
-  std::int64_t pendingCount(const std::string& ownerID) const { return counts(ownerID).pending; }
+  /// The ids of what has to be sent, as pendingPush has them in their order.
+  std::vector<std::string> pendingIDs(const std::string& ownerID) const;
 
   /// Inserts the row or updates the one of its id.
   template <TableRecord Record>

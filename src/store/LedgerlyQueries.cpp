@@ -2,6 +2,8 @@
 
 #include "base/Identifiers.h"
 
+#include <algorithm>
+#include <chrono>
 #include <span>
 #include <string_view>
 #include <utility>
@@ -57,6 +59,14 @@ std::vector<LedgerlySheetRow> LedgerlyQueries::pendingPush(const std::string& ow
   return sheets_.pendingPush<LedgerlySheetRow>(ownerID);
 }
 
+std::vector<std::string> LedgerlyQueries::pendingIDs(const std::string& ownerID) const {
+  return sheets_.pendingIDs(ownerID);
+}
+
+std::optional<DocumentStanding> LedgerlyQueries::standing(const std::string& id) const {
+  return sheets_.pool().read([&](Database& database) { return sheets_.standing(database, id); });
+}
+
 DocumentTable::Counts LedgerlyQueries::counts(const std::string& ownerID) const {
   return sheets_.counts(ownerID);
 }
@@ -100,10 +110,12 @@ Task<bool> LedgerlyQueries::applyServerCopy(std::string id, std::string data, st
       [sheets = sheets_, id = std::move(id), data = std::move(data), baseline, date](Database& database) {
         const auto row = resolve<DocumentStanding>(database, id, DocumentStanding::columns);
         if (!row || !baseline || row->updatedAt > *baseline) return false;
+        // Later than the baseline whatever the clock says: a second answer to it is refused.
+        const auto time = std::max(date, *baseline + std::chrono::milliseconds(1));
         database.execute(
             "UPDATE ledgerly_sheets SET data = ?, updated_at = ?, synced_at = ?, push_blocked_at = NULL "
             "WHERE id = ?",
-            data, date, date, row->id);
+            data, time, time, row->id);
         sheets.signalAfterCommit(database, row->ownerID);
         return true;
       });

@@ -40,6 +40,8 @@ class LedgerlyQueries {
   std::optional<LedgerlySheetRow> fetch(const std::string& id) const;
   /// By primary key, else by the cloud's number when the id is one.
   std::optional<LedgerlySheetRow> fetchResolving(const std::string& id) const;
+  /// What decides whether the cloud has to be sent the sheet, without its document.
+  std::optional<DocumentStanding> standing(const std::string& id) const;
   /// The owner's sheets, the latest edit first.
   std::vector<LedgerlySheetRow> listSheets(const std::string& ownerID) const;
   /// The same without the documents, for lists.
@@ -47,9 +49,9 @@ class LedgerlyQueries {
   /// What the cloud has to be sent, the oldest edit first: dirty rows that it has
   /// not refused since their last edit.
   std::vector<LedgerlySheetRow> pendingPush(const std::string& ownerID) const;
-  /// How many those are, without reading a document.
-  std::int64_t pendingCount(const std::string& ownerID) const { return counts(ownerID).pending; }
-  /// That, and how many the cloud has refused since their last edit.
+  /// The ids of those, in the same order; no document is read.
+  std::vector<std::string> pendingIDs(const std::string& ownerID) const;
+  /// How many those are, and how many the cloud has refused since their last edit.
   DocumentTable::Counts counts(const std::string& ownerID) const;
 
   /// Inserts the row or updates the one of its id.

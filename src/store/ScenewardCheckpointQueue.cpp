@@ -141,6 +141,12 @@ Request verified(const Row& row, const std::string& ownerID) {
                                                  row.get<std::string_view>("operation_id")));
   }
   auto request = Request::read(ownerID, row.get<std::string_view>("project_id"), payload);
+  // What the cloud answers to the payload's operation would mark another row, or none.
+  if (request.operationID != row.get<std::string_view>("operation_id")) {
+    throw QueueError(invalidRequest,
+                     fmt::format("the stored payload of the operation {} is that of {}",
+                                 row.get<std::string_view>("operation_id"), request.operationID));
+  }
   request.payloadHash = std::move(hash);
   return request;
 }
@@ -222,7 +228,7 @@ std::vector<ScenewardCheckpointQueue::Entry> ScenewardCheckpointQueue::entries(
     std::vector<Entry> entries;
     const RowVisitor add = [&](const Row& row) {
       entries.push_back({row.at<std::string>(0), row.at<std::string>(1), row.at<std::string>(2),
-                         row.at<std::int64_t>(3), row.at<Date>(4)});
+                         row.at<std::int64_t>(3), row.at<std::string>(4)});
       return true;
     };
     // The condition that all rows meet leads to the index. Status and date lie behind the

@@ -37,7 +37,7 @@ class ScenewardCheckpointQueue {
     std::string projectID;
     std::string status;  ///< "pending", "acknowledged" or "blocked"
     std::int64_t bytes = 0;
-    Date createdAt;
+    std::string createdAt;  ///< as it is stored: a damaged one hides no other row
   };
 
   struct Counts {

@@ -3,6 +3,7 @@
 #include "base/JsonArguments.h"
 
 #include <fmt/format.h>
+#include <boost/json/monotonic_resource.hpp>
 
 #include <optional>
 #include <utility>
@@ -12,19 +13,19 @@ namespace {
 
 constexpr char sheetsPath[] = "/api/user/sheets";
 
-/// Whatever is no JSON object counts as an empty one.
-JSONMap answerOf(const URLResponse& response) {
-  try {
-    return parseJSONMap(response.body);
-  } catch (const JSONParseFailure&) {
-    return {};
-  }
-}
-
-/// The number at "sheet", "id". A double or a text is no number of a sheet.
+/// The number at "sheet", "id". A double or a text is no number of a sheet, and an answer
+/// that is no JSON object holds none.
 std::optional<std::int64_t> newSheetID(const URLResponse& response) {
-  const auto answer = answerOf(response);
-  const auto* sheet = json::object(answer, "sheet");
+  // The cloud answers with the whole sheet, which is read for this one number.
+  boost::json::monotonic_resource memory;
+  JSONValue answer(&memory);
+  try {
+    answer = parseJSON(response.body, &memory);
+  } catch (const JSONParseFailure&) {
+    return std::nullopt;
+  }
+  const auto* top = answer.if_object();
+  const auto* sheet = top == nullptr ? nullptr : json::object(*top, "sheet");
   const auto* id = sheet == nullptr ? nullptr : json::find(*sheet, "id");
   if (id == nullptr || !id->is_int64()) return std::nullopt;
   return id->get_int64();
@@ -42,18 +43,26 @@ LedgerlyPushClient::HTTPFailure::HTTPFailure(std::string step, int status, std::
 LedgerlyPushClient::SheetGone::SheetGone(std::int64_t remoteID)
     : Failure(fmt::format("sheet {} is gone server-side", remoteID)), remoteID_(remoteID) {}
 
-Task<std::int64_t> LedgerlyPushClient::create(std::string title, JSONMap data) const {
+std::string LedgerlyPushClient::createBody(const std::string& title, JSONMap data) {
   JSONMap body{
       {"name", title}, {"type", "saved"}, {"sourceName", title}, {"metadata", {{"source", "vorlane-agent"}}}};
   body["data"] = std::move(data);
+  return writeJSON(body);
+}
+
+std::string LedgerlyPushClient::updateBody(const std::string& title, JSONMap data) {
+  JSONMap body{{"name", title}};
+  body["data"] = std::move(data);
+  return writeJSON(body);
+}
+
+Task<std::int64_t> LedgerlyPushClient::create(std::string body) const {
   const auto id = newSheetID(co_await exchange("POST", sheetsPath, std::move(body)));
   if (!id) throw HTTPFailure(std::string("POST ") + sheetsPath, 201, "response carried no numeric sheet.id");
   co_return *id;
 }
 
-Task<> LedgerlyPushClient::update(std::int64_t remoteID, std::string title, JSONMap data) const {
-  JSONMap body{{"name", title}};
-  body["data"] = std::move(data);
+Task<> LedgerlyPushClient::update(std::int64_t remoteID, std::string body) const {
   try {
     co_await exchange("PUT", fmt::format("{}/{}", sheetsPath, remoteID), std::move(body));
   } catch (const HTTPFailure& failure) {
@@ -62,11 +71,12 @@ Task<> LedgerlyPushClient::update(std::int64_t remoteID, std::string title, JSON
   }
 }
 
-Task<URLResponse> LedgerlyPushClient::exchange(std::string method, std::string path, JSONMap body) const {
+Task<URLResponse> LedgerlyPushClient::exchange(std::string method, std::string path, std::string body) const {
   auto request = cloud::request(method, base, path);
-  request.timeout = timeout;
+  // A sheet that the cloud makes twice is two sheets; replacing it twice does no harm.
+  request.sentOnce = method == "POST";
   cloud::setBearer(request, co_await bearer());
-  cloud::setJSONBody(request, std::exchange(body, {}));
+  cloud::setJSONBody(request, std::move(body));
   auto response = co_await send(std::move(request));
   if (!cloud::isSuccess(response)) {
     throw HTTPFailure(fmt::format("{} {}", method, path), response.status, cloud::bodyText(response));

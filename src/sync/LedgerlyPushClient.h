@@ -6,7 +6,6 @@
 #include "platform/CloudRequest.h"
 #include "platform/URLSession.h"
 
-#include <chrono>
 #include <cstdint>
 #include <string>
 
@@ -44,17 +43,19 @@ struct LedgerlyPushClient {
   /// Without a token the request goes out all the same.
   BearerSource bearer;
   NetworkRunner send;
-  std::chrono::milliseconds timeout = std::chrono::seconds(60);
 
-  /// Makes a new sheet of a document in its cloud form; its number in the cloud. Throws
-  /// HTTPFailure, or what `bearer` and `send` throw.
-  Task<std::int64_t> create(std::string title, JSONMap data) const;
+  // What the two requests carry of a document in its cloud form.
+  static std::string createBody(const std::string& title, JSONMap data);
+  static std::string updateBody(const std::string& title, JSONMap data);
+
+  /// Makes a new sheet; its number in the cloud. Throws HTTPFailure, or what `bearer` and
+  /// `send` throw.
+  Task<std::int64_t> create(std::string body) const;
   /// Replaces the cloud's sheet. Throws also SheetGone.
-  Task<> update(std::int64_t remoteID, std::string title, JSONMap data) const;
+  Task<> update(std::int64_t remoteID, std::string body) const;
 
  private:
-  /// The answer, of which an update needs nothing but that it is a good one.
-  Task<URLResponse> exchange(std::string method, std::string path, JSONMap body) const;
+  Task<URLResponse> exchange(std::string method, std::string path, std::string body) const;
 };
 
 }  // namespace vorlane

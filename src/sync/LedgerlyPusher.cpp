@@ -6,10 +6,11 @@
 #include "store/SnapshotCodec.h"
 
 #include <fmt/format.h>
+#include <boost/asio/post.hpp>
 #include <boost/asio/this_coro.hpp>
+#include <boost/asio/use_awaitable.hpp>
 
 #include <exception>
-#include <ranges>
 #include <utility>
 
 namespace vorlane {
@@ -45,12 +46,14 @@ class PassReport {
 }  // namespace
 
 LedgerlyPusher::LedgerlyPusher(LedgerlyQueries queries, LedgerlyPushClient client, CurrentUser currentUserID,
-                               Log log, std::shared_ptr<SyncJournal> journal, Sleeper sleep)
+                               Log log, std::shared_ptr<SyncJournal> journal,
+                               std::shared_ptr<AsyncMutex> exchange, Sleeper sleep)
     : queries_(std::move(queries)),
       client_(std::move(client)),
       currentUserID_(std::move(currentUserID)),
       log_(std::move(log)),
       journal_(std::move(journal)),
+      exchange_(std::move(exchange)),
       sleep_(std::move(sleep)) {}
 
 Task<> LedgerlyPusher::runForever(std::chrono::seconds interval) {
@@ -75,36 +78,87 @@ Task<LedgerlyPusher::Outcomes> LedgerlyPusher::runOnce() {
     log_("LedgerlyPusher: signed out — skip");
     co_return outcomes;
   }
-  Pending queue;
+  // The documents stay in the database until their turn comes: thousands of sheets may be
+  // waiting for a cloud that is slow.
+  std::vector<std::string> ids;
   try {
-    queue = pending(*owner);
+    ids = queries_.pendingIDs(*owner);
   } catch (const std::exception& error) {
     log_("LedgerlyPusher: queue read failed " + describe(error));
     journal_->failed(SyncJournal::Service::sheets, *owner, describe(error));
   }
-  if (queue.count == 0) co_return outcomes;
-  log_(fmt::format("LedgerlyPusher: {} sheet(s) pending", queue.count));
+  if (ids.empty()) co_return outcomes;
+  log_(fmt::format("LedgerlyPusher: {} sheet(s) pending", ids.size()));
 
+  const auto executor = co_await this_coro::executor;
   const auto client = clientFor(*owner);
   PassReport report(*journal_, *owner);
-  for (const auto& id : queue.ids) {
-    const auto outcome = co_await attempt(id, *owner, client);
+  auto ahead = prepareAhead(executor, ids.front(), *owner);
+  for (auto id = ids.begin(); id != ids.end(); ++id) {
+    auto ready = std::exchange(ahead, nullptr);
+    if (id + 1 != ids.end()) ahead = prepareAhead(executor, *(id + 1), *owner);
+    const auto outcome = co_await attempt(*id, *owner, std::move(ready), client);
     if (!outcome) continue;
     report.note(*outcome);
-    outcomes.emplace(id, *outcome);
+    outcomes.emplace(*id, *outcome);
     // What is left stays dirty, and waits until its owner is back.
     if (std::holds_alternative<Failed>(*outcome) && currentUserID_() != owner) break;
   }
   co_return outcomes;
 }
 
-/// The documents stay in the database until their turn comes: thousands of sheets may
-/// be waiting for a cloud that is slow.
-LedgerlyPusher::Pending LedgerlyPusher::pending(const std::string& owner) const {
-  Pending queue{.count = queries_.pendingCount(owner)};
-  if (queue.count == 0) return queue;
-  for (auto& sheet : std::views::reverse(queries_.listMeta(owner))) queue.ids.push_back(std::move(sheet.id));
-  return queue;
+/// What a row comes to as a request.
+struct LedgerlyPusher::Upload {
+  std::string id, title;
+  std::optional<std::int64_t> remoteID;
+  /// The edit that is sent. Every mark says this and not when it was sent: an edit that is
+  /// made meanwhile then leaves the row pending.
+  Date at;
+  std::optional<Date> syncedAt, pushBlockedAt;
+  /// What the request carries; nothing when the row holds no list of categories.
+  std::optional<std::string> body;
+};
+
+/// Null when the row is not pending any more. Throws for a document that cannot be read.
+std::shared_ptr<LedgerlyPusher::Upload> LedgerlyPusher::prepare(const LedgerlyQueries& queries,
+                                                                const std::string& id,
+                                                                const std::string& owner) {
+  auto row = queries.fetch(id);
+  if (!row || row->ownerID != owner || !row->isDirty() || row->isBlocked()) return nullptr;
+  auto document = SnapshotCodec::decode(std::exchange(row->data, {}));
+  std::optional<std::string> body;
+  if (json::arrayOfObjects(document, "categories") != nullptr) {
+    auto sheet = LedgerlySheetPayload::cloudForm(std::move(document));
+    body = row->remoteID ? LedgerlyPushClient::updateBody(row->title, std::move(sheet))
+                         : LedgerlyPushClient::createBody(row->title, std::move(sheet));
+  }
+  return std::make_shared<Upload>(Upload{.id = std::move(row->id),
+                                         .title = std::move(row->title),
+                                         .remoteID = row->remoteID,
+                                         .at = row->updatedAt,
+                                         .syncedAt = row->syncedAt,
+                                         .pushBlockedAt = row->pushBlockedAt,
+                                         .body = std::move(body)});
+}
+
+/// Reading and shaping a sheet takes as long as a quick cloud's answer, and is done while
+/// the pass waits for that.
+LedgerlyPusher::Preparation LedgerlyPusher::prepareAhead(const Executor& executor, const std::string& id,
+                                                         const std::string& owner) const {
+  // The work may outlive a pass that is cancelled, and with it this object.
+  return SharedTask<std::shared_ptr<Upload>>::start(
+      executor, [queries = queries_, id, owner]() -> Task<std::shared_ptr<Upload>> {
+        co_await boost::asio::post(boost::asio::use_awaitable);
+        co_return prepare(queries, id, owner);
+      });
+}
+
+/// Whether the row is still as it was when the upload was prepared.
+bool LedgerlyPusher::isUpToDate(const std::string& id, const std::shared_ptr<Upload>& upload) const {
+  const auto row = queries_.standing(id);
+  if (!row || !upload) return !row && !upload;
+  return row->updatedAt == upload->at && row->syncedAt == upload->syncedAt &&
+         row->pushBlockedAt == upload->pushBlockedAt;
 }
 
 /// The client of a pass over one account's sheets. The token is fetched anew for each
@@ -125,14 +179,11 @@ LedgerlyPusher::Client LedgerlyPusher::clientFor(const std::string& owner) const
 
 /// Pushes the row if it is still pending; nothing when it is not.
 Task<std::optional<LedgerlyPusher::Outcome>> LedgerlyPusher::attempt(std::string id, std::string owner,
-                                                                     Client client) const {
+                                                                     Preparation ready, Client client) const {
   std::optional<Outcome> outcome;
   std::exception_ptr failure;
   try {
-    auto row = queries_.fetch(id);
-    if (row && row->ownerID == owner && row->isDirty() && !row->isBlocked()) {
-      outcome = co_await push(std::move(*row), std::move(client));
-    }
+    outcome = co_await pushPending(id, std::move(owner), std::move(ready), std::move(client));
   } catch (...) {
     failure = std::current_exception();
   }
@@ -146,51 +197,53 @@ Task<std::optional<LedgerlyPusher::Outcome>> LedgerlyPusher::attempt(std::string
   co_return Failed{std::move(error)};
 }
 
-Task<LedgerlyPusher::Outcome> LedgerlyPusher::push(LedgerlySheetRow row, Client client) const {
-  // Every mark says which edit the cloud was sent, not when: an edit that is made
-  // meanwhile then leaves the row pending.
-  const auto at = row.updatedAt;
-  auto document = SnapshotCodec::decode(std::exchange(row.data, {}));
-  if (json::arrayOfObjects(document, "categories") == nullptr) {
-    log_(fmt::format("LedgerlyPusher: {} is a metadata stub, not a sheet — skipping", row.id));
-    co_return SkippedNotASheet{};
-  }
-  auto sheet = LedgerlySheetPayload::cloudForm(std::move(document));
-  if (row.remoteID) {
-    co_return co_await update(row.id, *row.remoteID, row.title, std::move(sheet), at, std::move(client));
-  }
-  co_return co_await create(row.id, row.title, std::move(sheet), at, std::move(client));
+Task<std::optional<LedgerlyPusher::Outcome>> LedgerlyPusher::pushPending(std::string id, std::string owner,
+                                                                         Preparation ready,
+                                                                         Client client) const {
+  const auto hold = co_await exchange_->lock();
+  auto upload = co_await ready->value();
+  if (!isUpToDate(id, upload)) upload = prepare(queries_, id, owner);
+  if (!upload) co_return std::nullopt;
+  co_return co_await push(std::move(upload), std::move(client));
 }
 
-Task<LedgerlyPusher::Outcome> LedgerlyPusher::create(std::string id, std::string title, JSONMap sheet,
-                                                     Date at, Client client) const {
-  const auto remoteID = co_await client->create(title, std::move(sheet));
+Task<LedgerlyPusher::Outcome> LedgerlyPusher::push(std::shared_ptr<Upload> upload, Client client) const {
+  if (!upload->body) {
+    log_(fmt::format("LedgerlyPusher: {} is a metadata stub, not a sheet — skipping", upload->id));
+    co_return SkippedNotASheet{};
+  }
+  if (upload->remoteID) co_return co_await update(std::move(upload), std::move(client));
+  co_return co_await create(std::move(upload), std::move(client));
+}
+
+Task<LedgerlyPusher::Outcome> LedgerlyPusher::create(std::shared_ptr<Upload> upload, Client client) const {
+  const auto remoteID = co_await client->create(std::move(*upload->body));
   // The cloud has it, whoever is signed in by now, and also when this pass is being
   // cancelled: without the mark the next pass would make a second one.
   co_await this_coro::throw_if_cancelled(false);
-  co_await queries_.markPushed(id, remoteID, at);
-  log_(fmt::format("LedgerlyPusher: created {} \"{}\" → sheet {}", id, title, remoteID));
+  co_await queries_.markPushed(upload->id, remoteID, upload->at);
+  log_(fmt::format("LedgerlyPusher: created {} \"{}\" → sheet {}", upload->id, upload->title, remoteID));
   co_return Created{remoteID};
 }
 
-Task<LedgerlyPusher::Outcome> LedgerlyPusher::update(std::string id, std::int64_t remoteID, std::string title,
-                                                     JSONMap sheet, Date at, Client client) const {
+Task<LedgerlyPusher::Outcome> LedgerlyPusher::update(std::shared_ptr<Upload> upload, Client client) const {
+  const auto remoteID = *upload->remoteID;
   std::optional<std::string> gone;
   try {
-    co_await client->update(remoteID, title, std::move(sheet));
+    co_await client->update(remoteID, std::move(*upload->body));
   } catch (const LedgerlyPushClient::SheetGone& failure) {
     gone = failure.description();
   }
   co_await this_coro::throw_if_cancelled(false);  // the answer is there and is noted, as with a new sheet
   if (gone) {
-    co_await queries_.markPushBlocked(id, at);
+    co_await queries_.markPushBlocked(upload->id, upload->at);
     log_(fmt::format(
-        "LedgerlyPusher: {} \"{}\" — {}, not resurrecting, and not asking again until it's edited", id, title,
-        *gone));
+        "LedgerlyPusher: {} \"{}\" — {}, not resurrecting, and not asking again until it's edited",
+        upload->id, upload->title, *gone));
     co_return SkippedSheetDeleted{};
   }
-  co_await queries_.markPushed(id, remoteID, at);
-  log_(fmt::format("LedgerlyPusher: updated {} \"{}\" → sheet {}", id, title, remoteID));
+  co_await queries_.markPushed(upload->id, remoteID, upload->at);
+  log_(fmt::format("LedgerlyPusher: updated {} \"{}\" → sheet {}", upload->id, upload->title, remoteID));
   co_return Updated{remoteID};
 }
 

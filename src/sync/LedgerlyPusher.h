@@ -2,6 +2,8 @@
 
 #include "base/Date.h"
 #include "base/ShellLog.h"
+#include "base/tasks/AsyncMutex.h"
+#include "base/tasks/SharedTask.h"
 #include "base/tasks/Timing.h"
 #include "platform/CloudRequest.h"
 #include "store/LedgerlyQueries.h"
@@ -50,8 +52,11 @@ class LedgerlyPusher {
   /// By the sheet's id.
   using Outcomes = std::map<std::string, Outcome>;
 
+  /// `exchange` is held from an upload to its mark: whoever reads the cloud's list of
+  /// sheets meanwhile would meet a sheet that no row owns up to yet.
   LedgerlyPusher(LedgerlyQueries queries, LedgerlyPushClient client, CurrentUser currentUserID, Log log,
-                 std::shared_ptr<SyncJournal> journal, Sleeper sleep = sleepFor);
+                 std::shared_ptr<SyncJournal> journal, std::shared_ptr<AsyncMutex> exchange,
+                 Sleeper sleep = sleepFor);
 
   /// The push loop: a pass at once and one after each interval. It lives through every
   /// failure of a pass and ends when it is cancelled. One loop at a time.
@@ -62,26 +67,30 @@ class LedgerlyPusher {
   Task<Outcomes> runOnce();
 
  private:
-  struct Pending {
-    std::int64_t count = 0;
-    /// The owner's sheets, in the order of their edits; those to be pushed are among them.
-    std::vector<std::string> ids;
-  };
+  struct Upload;
+  /// A sheet that is made ready while the one before it is on its way.
+  using Preparation = std::shared_ptr<SharedTask<std::shared_ptr<Upload>>>;
   using Client = std::shared_ptr<const LedgerlyPushClient>;
 
-  Pending pending(const std::string& owner) const;
+  static std::shared_ptr<Upload> prepare(const LedgerlyQueries& queries, const std::string& id,
+                                         const std::string& owner);
+  Preparation prepareAhead(const Executor& executor, const std::string& id, const std::string& owner) const;
+  bool isUpToDate(const std::string& id, const std::shared_ptr<Upload>& upload) const;
   Client clientFor(const std::string& owner) const;
-  Task<std::optional<Outcome>> attempt(std::string id, std::string owner, Client client) const;
-  Task<Outcome> push(LedgerlySheetRow row, Client client) const;
-  Task<Outcome> create(std::string id, std::string title, JSONMap sheet, Date at, Client client) const;
-  Task<Outcome> update(std::string id, std::int64_t remoteID, std::string title, JSONMap sheet, Date at,
-                       Client client) const;
+  Task<std::optional<Outcome>> attempt(std::string id, std::string owner, Preparation ready,
+                                       Client client) const;
+  Task<std::optional<Outcome>> pushPending(std::string id, std::string owner, Preparation ready,
+                                           Client client) const;
+  Task<Outcome> push(std::shared_ptr<Upload> upload, Client client) const;
+  Task<Outcome> create(std::shared_ptr<Upload> upload, Client client) const;
+  Task<Outcome> update(std::shared_ptr<Upload> upload, Client client) const;
 
   const LedgerlyQueries queries_;
   const LedgerlyPushClient client_;
   const CurrentUser currentUserID_;
   const Log log_;
   const std::shared_ptr<SyncJournal> journal_;
+  const std::shared_ptr<AsyncMutex> exchange_;
   const Sleeper sleep_;
 };
 

@@ -149,6 +149,8 @@ Task<> RecentsSyncFetcher::syncOnce(std::string userID) {
 }
 
 Task<> RecentsSyncFetcher::pull(const Listing& listing, std::string userID) const {
+  std::optional<AsyncMutex::Hold> hold;
+  if (listing.app == ledgerlyApp) hold.emplace(co_await settings_.exchange->lock());
   const auto body = co_await answer(listing, userID);
   for (auto& entry : listing.entries(body)) co_await take(listing, userID, std::move(entry));
 }

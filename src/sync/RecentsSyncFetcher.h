@@ -1,6 +1,7 @@
 #pragma once
 
 #include "base/ShellLog.h"
+#include "base/tasks/AsyncMutex.h"
 #include "base/tasks/Timing.h"
 #include "platform/CloudRequest.h"
 #include "platform/URLSession.h"
@@ -34,6 +35,9 @@ class RecentsSyncFetcher {
     std::optional<std::string> scenewardBase;
     Log log;
     std::shared_ptr<SyncJournal> journal;
+    /// Held from the question for the list of sheets to the last of its entries, so that it
+    /// tells no older state than the rows have by then. The pusher of sheets holds it too.
+    std::shared_ptr<AsyncMutex> exchange;
     Sleeper sleep = sleepFor;
   };
 

@@ -67,8 +67,7 @@ Task<std::string> ScenewardPushClient::publish(Request request, std::function<bo
   requireCurrent(stillCurrent);
 
   auto save = requestFor("PUT", fmt::format("/api/v1/projects/{}/checkpoints", request.projectID), *token);
-  save.headers.emplace_back("Content-Type", "application/json");
-  save.body = std::move(request.payload);
+  cloud::setJSONBody(save, std::move(request.payload));
   auto answer = co_await send(std::move(save));
   requireSuccess(answer);
   requireCurrent(stillCurrent);

@@ -22,6 +22,9 @@ namespace asio = boost::asio;
 
 namespace {
 
+/// Failed passes in a row that may be followed by one at once, before the delay stands between.
+constexpr int hurriedLimit = 4;
+
 bool anyFailed(const ScenewardPusher::Outcomes& outcomes) {
   return std::ranges::any_of(outcomes, [](const auto& entry) {
     return std::holds_alternative<ScenewardPusher::Failed>(entry.second);
@@ -56,6 +59,8 @@ struct ScenewardPushTriggers::State : std::enable_shared_from_this<State> {
   bool online = false;
   bool inFlight = false;
   bool again = false;
+  /// Failed passes in a row that were followed by one at once.
+  int hurried = 0;
   PollBackoff backoff;
   /// The retry that waits, if any; it is cancelled with its group.
   std::unique_ptr<TaskGroup> retry;
@@ -93,7 +98,10 @@ struct ScenewardPushTriggers::State : std::enable_shared_from_this<State> {
 
   void settle(bool failed) {
     inFlight = false;
-    if (again) {
+    hurried = failed && again ? hurried + 1 : 0;
+    // A pass whose own token has to be refreshed asks for the next one by that. Where every
+    // token does, passes would follow one another as fast as the identity provider answers.
+    if (again && hurried <= hurriedLimit) {
       fire();
     } else if (!failed || !online) {
       backoff.reset();
@@ -104,6 +112,8 @@ struct ScenewardPushTriggers::State : std::enable_shared_from_this<State> {
   }
 
   void scheduleRetry() {
+    again = false;
+    hurried = 0;
     retry = std::make_unique<TaskGroup>();
     retry->spawn(executor, "sceneward push retry",
                  [weak = weak_from_this(), wait = sleep, delay = milliseconds(backoff.current),

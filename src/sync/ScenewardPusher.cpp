@@ -157,6 +157,8 @@ class ScenewardPusher::Pass {
       co_return false;
     }
     outcome = Blocked{};
+    // The cloud has spoken, and is heard also when the pass is being cancelled.
+    co_await boost::asio::this_coro::throw_if_cancelled(false);
     co_await whateverComesOf(pusher_.queue_.block(std::move(operation)));
     if (*status != accountGone) co_return true;
     co_await whateverComesOf(pusher_.queue_.erase(owner_));

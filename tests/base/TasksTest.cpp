@@ -1,5 +1,6 @@
 #include "base/NotificationCenter.h"
 #include "base/ShellLog.h"
+#include "base/tasks/AsyncMutex.h"
 #include "base/tasks/Event.h"
 #include "base/tasks/Runtime.h"
 #include "base/tasks/SharedTask.h"
@@ -120,6 +121,47 @@ TEST(Events, WakeEverybodyWhoWaitsOrComesLater) {
   EXPECT_TRUE(patient->value);
   EXPECT_TRUE(bench.run<bool>(wait));
   for (auto& each : elsewhere) EXPECT_TRUE(each.get());
+}
+
+TEST(AsyncMutexes, AreHandedOnInTurnAndPastThoseWhoGaveUp) {
+  TaskBench bench;
+  AsyncMutex mutex;
+  std::string order;
+  const auto holding = [&](char name, std::shared_ptr<Event> until) {
+    return bench.start<bool>([&, name, until]() -> Task<bool> {
+      const auto hold = co_await mutex.lock();
+      order += name;
+      co_await until->wait();
+      co_return true;
+    });
+  };
+  const auto first = std::make_shared<Event>(), rest = std::make_shared<Event>();
+  const auto a = holding('a', first), b = holding('b', rest), c = holding('c', rest), d = holding('d', rest);
+  bench.settle();
+  b->cancel();  // while it waits
+  bench.settle();
+  EXPECT_TRUE(b->wasCancelled() && order == "a");
+  first->set();
+  c->cancel();  // just as it may be given the lock
+  bench.settle();
+  rest->set();
+  bench.settle();
+  EXPECT_TRUE(c->ended && d->value) << order;
+  EXPECT_TRUE(bench.run<bool>(afterwards([&]() -> Task<> { const auto hold = co_await mutex.lock(); })));
+
+  Runtime runtime;
+  int held = 0;
+  std::vector<std::future<bool>> many;
+  for (int i = 0; i < 200; ++i) {
+    many.push_back(co_spawn(runtime.concurrent(), afterwards([&]() -> Task<> {
+                              const auto hold = co_await mutex.lock();
+                              EXPECT_EQ(++held, 1);
+                              co_await sleepFor(0ms);
+                              --held;
+                            }),
+                            boost::asio::use_future));
+  }
+  for (auto& each : many) EXPECT_TRUE(each.get());
 }
 
 TEST(SharedTasks, RunOnceForAllWhoAwaitThemAndSurviveThose) {

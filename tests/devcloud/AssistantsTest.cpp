@@ -122,6 +122,8 @@ TEST_F(AssistantsTest, AttachingCopiesAllOrNothing) {
   const Sheet sheet = cloud.putSheet({.owner = demo, .name = "Kit", .data = data});
   cloud.putAttachment(
       {.ref = "theirs", .owner = demo, .name = "t.txt", .kind = "community", .list = "Theirs"});
+  // One of the refs that copies would be given.
+  cloud.putAttachment({.ref = "att-4", .owner = demo, .name = "4.txt"});
   const std::string start = R"({"sheetId":)" + std::to_string(sheet.id) + R"(,"sources":[)";
   const std::size_t known = cloud.attachments(demo).size();
   const std::tuple<std::string, int, std::string, std::string> refused[] = {
@@ -152,6 +154,7 @@ TEST_F(AssistantsTest, AttachingCopiesAllOrNothing) {
       {"ref":"sample-text","name":"n","newItem":{"category":"New","subcategory":"Deep","name":"Paper"}}]})");
   ASSERT_EQ(done.status, 200) << done.body;
   EXPECT_EQ(done.at("attached"), "3");
+  EXPECT_EQ(cloud.attachments(demo).size(), known + 3) << "none has taken another's place";
   const std::string paper = "sheet/data/categories/1/subcategories/0/items/";
   EXPECT_EQ(done.at("sheet/data/categories/0/subcategories/0/items/0/attachments/0/name"),
             "fx6-quick-guide.pdf");

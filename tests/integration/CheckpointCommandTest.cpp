@@ -6,6 +6,7 @@
 #include <fmt/format.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sqlite3.h>
 
 #include <fstream>
 
@@ -47,8 +48,9 @@ class CheckpointCommand : public testing::Test {
     words.insert(words.begin(), "checkpoint");
     return runProgram("vorlanectl", words, agent.environment());
   }
-  bool signalled() const {
-    return std::filesystem::exists(agent.container() / "signals" /
+  /// Whether the agent was told of a save since this was last asked.
+  bool takeSignal() const {
+    return std::filesystem::remove(agent.container() / "signals" /
                                    sha256Hex("com.vorlane.sceneward.checkpoint-pending"));
   }
 
@@ -68,8 +70,8 @@ TEST_F(CheckpointCommand, QueuesListsAndTakesBackWithAndWithoutAnAgent) {
       const auto queued = run(words);
       EXPECT_EQ(queued.exitCode, 0) << queued.error;
       EXPECT_EQ(queued.out, "{\"operationId\":\"" + kept + "\"}\n");
+      EXPECT_TRUE(takeSignal());
     }
-    EXPECT_TRUE(signalled());
     EXPECT_THAT(
         run({"list", "--owner=" + owner}).out,
         AllOf(StartsWith(fmt::format(R"({{"checkpoints":[{{"bytes":{},"createdAt":"20)", payload().size())),
@@ -109,6 +111,15 @@ TEST_F(CheckpointCommand, NamesWhatIsWrong) {
       {{"list"}, 2, "checkpoint list takes --owner O"},
       {{"list", "--owner"}, 2, "the option --owner needs a value"},
       {{"list", "--owner="}, 2, "the option --owner needs a value"},
+      {{"erase", "--owner", "--project"}, 2, "the option --owner needs a value"},
+      {{"erase", "--owner", "o", "--owner=p"}, 2, "the option --owner is given twice"},
+      {{"restore", "--owner", "o", "--project=p", "--project", "p"},
+       2,
+       "the option --project is given twice"},
+      {{"erase", "--owner", "\xff"}, 2, "the value of --owner is not UTF-8"},
+      {{"cancel", "--owner", "o", "--project=\xff"}, 2, "the value of --project is not UTF-8"},
+      {{"cancel", "--owner", "o", "--project", "p"}, 1, "invalidRequest: the project id \"p\" is no UUID"},
+      {{"restore", "--owner", "o", "--project=p"}, 1, "invalidRequest: the project id \"p\" is no UUID"},
       {{"erase", "--owner", "o", "--project", project}, 2, "checkpoint erase takes"},
       {{"restore", "--owner", "o", "--project", project, "x"}, 2, "checkpoint restore takes"},
       {{"enqueue", "--owner", "o", "--project", project}, 2, "checkpoint enqueue takes"},
@@ -130,10 +141,26 @@ TEST_F(CheckpointCommand, NamesWhatIsWrong) {
     EXPECT_EQ(std::ranges::count(finished.error, '\n'), 1) << finished.error;
     EXPECT_EQ(finished.out, "");
   }
-  EXPECT_FALSE(signalled());
-  EXPECT_EQ(run(enqueue(file("save.json", payload()))).exitCode, 0);
+  EXPECT_FALSE(takeSignal());
+  // That nobody can be told of a save is found out before it is queued.
+  const auto save = file("save.json", payload());
+  const auto signals = agent.container() / "signals";
+  std::filesystem::remove_all(signals);
+  std::ofstream{signals};
+  EXPECT_THAT(run(enqueue(save)).error, StartsWith("vorlanectl: The signals folder"));
+  std::filesystem::remove(signals);
+  EXPECT_EQ(run({"list", "--owner", "o"}).out, "{\"checkpoints\":[]}\n");
+  EXPECT_EQ(run({"list", "--owner=--project"}).exitCode, 0);
+
+  EXPECT_EQ(run(enqueue(save)).exitCode, 0);
   EXPECT_THAT(run(enqueue(file("other.json", payload() + " "))).error,
               StartsWith("vorlanectl: conflictingOperation: "));
+  sqlite3* database = nullptr;
+  sqlite3_open((agent.container() / "Vorlane.sqlite").c_str(), &database);
+  sqlite3_exec(database, "UPDATE sceneward_checkpoint_queue SET created_at = CAST(x'61ff' AS TEXT)", nullptr,
+               nullptr, nullptr);
+  sqlite3_close(database);
+  EXPECT_THAT(run({"list", "--owner", "o"}).out, HasSubstr("\"createdAt\":\"a\xEF\xBF\xBD\""));
 }
 
 }  // namespace

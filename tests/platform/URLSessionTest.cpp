@@ -7,13 +7,22 @@
 #include "support/ServerThatMisbehaves.h"
 #include "support/TaskBench.h"
 
+#include <curl/curl.h>
 #include <fmt/format.h>
 #include <gmock/gmock.h>
+#include <sys/socket.h>
+#include <boost/asio/ip/tcp.hpp>
+#include <boost/asio/read_until.hpp>
+#include <boost/asio/write.hpp>
+
+#include <atomic>
+#include <thread>
 
 namespace vorlane {
 namespace {
 
 using namespace std::chrono_literals;
+using namespace std::string_literals;
 using ::testing::AllOf;
 using ::testing::HasSubstr;
 using ::testing::Not;
@@ -117,6 +126,49 @@ TEST_F(URLSessionTest, EveryMisbehaviourIsAFailureThatNamesTheHostAndNoSecret) {
   }
   const auto closed = Server([](auto) { return Server::Answer(); }).url();
   EXPECT_THAT(failureOf({.url = closed}).description(), HasSubstr("127.0.0.1"));
+}
+
+TEST_F(URLSessionTest, ARequestThatMustNotBeRepeatedIsNotWhenAKeptConnectionBreaks) {
+  for (const bool once : {false, true}) {
+    // The first request of a connection is answered; the second is read, and then it is closed.
+    std::atomic<int> acted = 0;
+    boost::asio::io_context context;
+    boost::asio::ip::tcp::acceptor acceptor(context, {boost::asio::ip::make_address("127.0.0.1"), 0});
+    std::thread server([&] {
+      for (int connection = 0; connection < 2; ++connection) {
+        boost::asio::ip::tcp::socket socket(context);
+        boost::system::error_code ended;
+        acceptor.accept(socket, ended);
+        for (bool open = !ended; open;) {
+          std::string request;
+          boost::asio::read_until(socket, boost::asio::dynamic_buffer(request), "body", ended);
+          if (ended) break;
+          open = ++acted != 2;
+          if (!open) break;
+          boost::asio::write(socket, boost::asio::buffer("HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n"s),
+                             ended);
+        }
+      }
+    });
+    const auto url = fmt::format("http://127.0.0.1:{}/", acceptor.local_endpoint().port());
+    const URLRequest request{.method = "POST", .url = url, .body = "body", .sentOnce = once};
+    EXPECT_EQ(send(request).status, 200);
+    if (once) {
+      EXPECT_NE(failureOf(request).code(), 0);
+      EXPECT_EQ(acted, 2);
+    } else {
+      EXPECT_EQ(send(request).status, 200);
+      EXPECT_EQ(acted, 3);
+    }
+    session = makeURLSession(std::nullopt);  // which closes what was kept
+    ::shutdown(acceptor.native_handle(), SHUT_RDWR);
+    server.join();
+  }
+}
+
+TEST_F(URLSessionTest, AnExchangeMayTakeLongAsLongAsSomethingMoves) {
+  const Server silent([](auto) { return Server::neverAnswer(); });
+  EXPECT_EQ(failureOf({.url = silent.url(), .silence = 1s}).code(), CURLE_OPERATION_TIMEDOUT);
 }
 
 TEST_F(URLSessionTest, ARequestThatCannotBeSentAsItIsIsRefusedBeforeItIsSent) {

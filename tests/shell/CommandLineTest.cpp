@@ -8,6 +8,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
+#include <unistd.h>
+
 namespace vorlane {
 namespace {
 
@@ -56,6 +59,18 @@ TEST(CommandLine, LeavesTheCommandsOwnWordsBehindThePlaces) {
   EXPECT_THAT(words, ElementsAre("token", "--regenerate"));
   Words wrong{"--port", "1", "status"};
   EXPECT_THROW(takePlaceOptions(wrong), UsageFailure);
+}
+
+TEST(CommandLine, TheExitCodeStandsAlsoWhereNothingCanBeSaid) {
+  char name[] = "program";
+  char* words[] = {name};
+  const auto end = [&](int place) {
+    if (place < 0) ::close(STDERR_FILENO);
+    if (place >= 0) ::dup2(place, STDERR_FILENO);
+    ::_exit(runProgram(name, 1, words, [](const Words&, const char*) -> int { throw UsageFailure("no"); }));
+  };
+  EXPECT_EXIT(end(::open("/dev/full", O_WRONLY)), testing::ExitedWithCode(2), "");
+  EXPECT_EXIT(end(-1), testing::ExitedWithCode(2), "");
 }
 
 TEST(IncomingURL, IsLoggedByItsSchemeAndHostAlone) {

@@ -141,6 +141,23 @@ TEST_F(RecentsViewModelTest, KeepsItsItemsThroughAFailureButNotThroughAChangeOfA
   EXPECT_THAT(shown(), ElementsAre("a"));
 }
 
+TEST_F(RecentsViewModelTest, ShowsNothingOfAnAccountThatWasLeftDuringTheReading) {
+  model->subscribe();
+  add("a", 1);
+  add("x", 1, "p");
+  std::vector<std::string> seen;
+  const auto observation = model->observe([&] {
+    for (const auto& item : model->items()) seen.push_back(item.id);
+  });
+  hydratorFor = [this, usual = hydratorFor](LedgerlyQueries sheets, ScenewardQueries projects) {
+    if (std::exchange(user, "p") == "o") center.post(auth::changed);
+    return usual(sheets, projects);
+  };
+  center.post(auth::changed);
+  EXPECT_THAT(shown(), ElementsAre("x"));
+  EXPECT_THAT(seen, ElementsAre("x"));
+}
+
 class AppRecentsHolderTest : public RecentsViewModelTest {
  protected:
   AppRecentsHolder::Settings holderSettings(std::optional<std::string> container) {
@@ -158,6 +175,7 @@ class AppRecentsHolderTest : public RecentsViewModelTest {
                                                     R"("updatedAt":"2026-01-01T00:00:00Z"}]})"};
                                       },
                                       .journal = std::make_shared<SyncJournal>(),
+                                      .sheetExchange = std::make_shared<AsyncMutex>(),
                                       .preferences = [this] { return preferences; },
                                       .storeNotifications = storeNotifications,
                                       .notifications = center,

@@ -16,7 +16,7 @@ class LedgerlyStore : public StoreTest {
   std::string pending() {
     std::string ids;
     for (const auto& row : queries.pendingPush("o")) ids += row.id + ";";
-    return ids + std::to_string(queries.pendingCount("o"));
+    return ids + std::to_string(queries.counts("o").pending);
   }
   Date at(int milliseconds) const { return noon + std::chrono::milliseconds(milliseconds); }
 
@@ -134,17 +134,30 @@ TEST_F(LedgerlyStore, AListingWritesStubsAndRefreshesCleanRowsAlone) {
 }
 
 TEST_F(LedgerlyStore, TheServersCopyReplacesWhatWasNotEditedMeanwhile) {
-  save({"s", "o", "T", "{}", at(0), at(0), {}, 9, at(0)});
-  const std::tuple<const char*, std::optional<Date>, bool> cases[] = {
-      {"unknown", at(0), false}, {"s", {}, false}, {"s", at(-1), false}, {"9", at(0), true}};
-  for (const auto& [id, baseline, changed] : cases) {
-    EXPECT_EQ(await(queries.applyServerCopy(id, "{\"new\":1}", baseline, at(5))), changed) << id;
-    EXPECT_EQ(newSignals(), changed ? 1 : 0) << id;
-    EXPECT_EQ(row("s").data, changed ? "{\"new\":1}" : "{}");
+  save({"s", "o", "T", "0", at(0), at(0), {}, 9, at(0)});
+  // The copies are numbered. What is expected is the row's one, its two times and its refusal.
+  const std::tuple<const char*, std::optional<Date>, Date, bool, const char*> cases[] = {
+      {"unknown", at(0), at(5), false, "0|.000|-|.000"},
+      {"s", {}, at(5), false, "0|.000|-|.000"},
+      {"s", at(-1), at(5), false, "0|.000|-|.000"},
+      // A clock that stands still or was set back lets no second answer pass for the first.
+      {"9", at(0), at(0), true, "4|.001|.001|-"},
+      {"s", at(0), at(0), false, "4|.001|.001|-"},
+      {"s", at(1), at(-999), true, "6|.002|.002|-"},
+      {"s", at(1), at(5), false, "6|.002|.002|-"},
+      {"s", at(4), at(0), true, "8|.005|.005|-"},  // a listing took the row's time back meanwhile
+      {"s", at(4), at(9), false, "8|.005|.005|-"},
+      {"s", at(5), at(9), true, "10|.009|.009|-"},
+  };
+  for (int number = 0; const auto& [id, baseline, date, changed, rowAfter] : cases) {
+    const auto copy = std::to_string(++number);
+    EXPECT_EQ(await(queries.applyServerCopy(id, copy, baseline, date)), changed) << copy;
+    EXPECT_EQ(newSignals(), changed ? 1 : 0) << copy;
+    EXPECT_EQ(inFile("SELECT data, substr(updated_at, 20), substr(synced_at, 20), "
+                     "substr(push_blocked_at, 20) FROM ledgerly_sheets"),
+              rowAfter)
+        << copy;
   }
-  EXPECT_EQ(
-      inFile("SELECT substr(updated_at, 20), substr(synced_at, 20), push_blocked_at FROM ledgerly_sheets"),
-      ".005|.005|-");
 }
 
 }  // namespace

@@ -82,6 +82,11 @@ TEST(CheckpointRequest, TakesEachPlaceOfThePayloadOnlyAsItMustBe) {
   for (std::string place; places >> place;) {
     const auto slash = place.rfind('/');
     const auto key = place.substr(slash + 1);
+    // The place itself, or one inside of it that the edit left without its value.
+    auto refusal = "invalidRequest: " + place.substr(1);
+    if (const auto first = refusal.find("/0"); first != std::string::npos) refusal.replace(first, 2, "[0]");
+    std::ranges::replace(refusal, '/', '.');
+    if (key == "data") refusal.resize(refusal.size() - 4);  // other data has another length or digest
     JSONValue edited = document(1);
     auto& parent = (slash == 0 ? edited : edited.at_pointer(place.substr(0, slash))).as_object();
     const auto result = [&] { return failureOf([&] { Request::build("o", project, writeJSON(edited)); }); };
@@ -91,11 +96,11 @@ TEST(CheckpointRequest, TakesEachPlaceOfThePayloadOnlyAsItMustBe) {
       if (good.contains(edit)) {
         EXPECT_EQ(result(), "nothing") << edit;
       } else {
-        EXPECT_THAT(result(), ::testing::AllOf(StartsWith("invalidRequest: "), HasSubstr(key))) << edit;
+        EXPECT_THAT(result(), StartsWith(refusal)) << edit;
       }
     }
     parent.erase(key);
-    EXPECT_THAT(result(), StartsWith("invalidRequest: ")) << place;
+    EXPECT_THAT(result(), StartsWith(refusal)) << place;
   }
 }
 
@@ -280,7 +285,7 @@ TEST_F(CheckpointQueue, KeepsTheOrderInWhichSavesCameWhateverTheClockSays) {
   std::string times;
   for (const auto& entry : queue.entries("o")) {
     times += entry.operationID.back();
-    times += storageText(entry.createdAt).substr(10) + entry.status[0] + std::to_string(entry.bytes);
+    times += entry.createdAt.substr(10) + entry.status[0] + std::to_string(entry.bytes);
   }
   const auto size = std::to_string(payload(1).size());
   EXPECT_EQ(times, fmt::format("5 12:00:00.000p{0}3 12:00:00.001p{0}4 12:00:00.002p{0}1 12:00:00.003p{0}"
@@ -427,6 +432,7 @@ TEST_F(CheckpointQueue, ADamagedSaveStopsTheReadAndACancelledOneIsPassedOver) {
       {"payload=zeroblob(0)", "invalidRequest"},
       {"payload_hash=upper(payload_hash)", "invalidRequest"},
       {"project_id='" + otherProject + "'", "invalidRequest"},
+      {"operation_id='" + uuid(7) + "'", "invalidRequest"},
       {"payload=CAST('{' AS BLOB), payload_hash='" + sha256Hex("{") + "'", failureOf([] { parseJSON("{"); })},
       {"status='blocked'", "000"},
   };
@@ -459,6 +465,7 @@ TEST_F(CheckpointQueue, OfACancellationAndASaveInTwoProgramsTheCancellationWins)
         end = enqueue(++operation, "o", of);
         if (end.empty() && ++saved == 3) underWay.set_value();
       }
+      if (saved < 3) underWay.set_value();
     });
     underWay.get_future().wait();
     await(elsewhere.cancelProject("o", of, {}));

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "base/Identifiers.h"
+#include "base/tasks/AsyncMutex.h"
 #include "devcloud/DevCloud.h"
 #include "platform/Platform.h"
 #include "platform/URLSession.h"
@@ -61,11 +62,18 @@ class CloudBench : public StoreTest {
   }
   /// The transport, with the patience of a test.
   NetworkRunner network() {
-    return [this](URLRequest request) {
+    return [this](URLRequest request) -> Task<URLResponse> {
       request.timeout = patience;
-      return session->send(std::move(request));
+      const bool ofSheets = request.url.find("/api/user/sheets") != std::string::npos;
+      if (ofSheets && ++underWay > 1) overlapped = true;
+      auto response = co_await session->send(std::move(request));
+      if (ofSheets) --underWay;
+      co_return response;
     };
   }
+  std::atomic<int> underWay = 0;
+  /// Two requests that concern sheets were on their way at once.
+  std::atomic<bool> overlapped = false;
   std::optional<std::string> text(const std::string& sql) { return inFile(sql); }
 
   std::string cloudFolder = folder.path + "/cloud";
@@ -77,6 +85,7 @@ class CloudBench : public StoreTest {
   std::shared_ptr<AgentStore> store = open();
   LedgerlyQueries sheets = queriesOn(store);
   std::shared_ptr<SyncJournal> journal = std::make_shared<SyncJournal>();
+  std::shared_ptr<AsyncMutex> exchange = std::make_shared<AsyncMutex>();
   testing::LogRecorder log;
 };
 

@@ -71,6 +71,19 @@ class CloudFaults : public CloudBench {
     patience = std::chrono::seconds(20);
     cloud.clearFaults();
   }
+  RecentsSyncFetcher::Settings fetching() {
+    return {.recents = {store, std::make_shared<StoreNotifications>(signals, runtime.io())},
+            .ledgerlyStore = sheets,
+            .scenewardStore = queriesOn<ScenewardQueries>(store),
+            .currentUserID = currentUser(),
+            .bearer = bearer(),
+            .runner = network(),
+            .ledgerlyBase = cloud.base(),
+            .scenewardBase = cloud.base(),
+            .log = log.log(),
+            .journal = journal,
+            .exchange = exchange};
+  }
   /// A request that was given up has been dealt with as well, so that states can be compared.
   static void until(const std::function<bool()>& landed) {
     const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
@@ -83,9 +96,10 @@ class CloudFaults : public CloudBench {
 
 class SheetFaults : public CloudFaults {
  protected:
-  LedgerlyPusher pusher{sheets,
-                        LedgerlyPushClient{.base = cloud.base(), .bearer = bearer(), .send = network()},
-                        currentUser(), log.log(), journal};
+  LedgerlyPusher pusher{
+      sheets,        LedgerlyPushClient{.base = cloud.base(), .bearer = bearer(), .send = network()},
+      currentUser(), log.log(),
+      journal,       exchange};
 
   /// A sheet with one category, dirty.
   std::string dirtySheet(const std::string& owner = "auth0|ana") {
@@ -196,6 +210,20 @@ TEST_F(SheetFaults, EditsAndChangesOfAccountDuringAnUploadLoseNothing) {
     EXPECT_TRUE(inStep(id));
   }
   EXPECT_TRUE(cloud.sheets("auth0|bo").empty());
+}
+
+// A list that is read between an upload and its mark tells of a sheet that no row owns up to,
+// or takes a title back.
+TEST_F(SheetFaults, AListIsNeverReadWhileASheetIsOnItsWay) {
+  for (int i = 0; i < 100; ++i) dirtySheet();
+  cloud.addFault({.path = "/api/user/sheets", .method = "POST", .times = 20, .delay = milliseconds(5)});
+  RecentsSyncFetcher fetcher(fetching());
+  auto pushing = start(pusher.runOnce());
+  while (pushing.wait_for(milliseconds(0)) != std::future_status::ready) await(fetcher.syncOnce("auth0|ana"));
+  EXPECT_EQ(pushing.get().size(), 100U);
+  EXPECT_FALSE(overlapped);
+  await(fetcher.syncOnce("auth0|ana"));
+  EXPECT_EQ(text("SELECT COUNT(*), COUNT(DISTINCT remote_id) FROM ledgerly_sheets"), "100|100");
 }
 
 TEST_F(SheetFaults, TwoThousandSheetsGoUpOnceEachWhileOneOfThemIsRefusedAndTheCloudIsSlow) {
@@ -357,16 +385,7 @@ TEST_F(SaveFaults, ThirtySavesOfTenMegabytesGoUpInTheirOrder) {
 TEST_F(CloudFaults, OfAListKeepWhatIsThereAndTheOtherListAndAreMadeGoodByTheNextPull) {
   cloud.putSheet({.owner = "auth0|ana", .name = "Night", .data = {{"categories", JSONArray()}}});
   cloud.putProject({.id = newLowercaseUUID(), .owner = "auth0|ana", .name = "Pier"});
-  RecentsSyncFetcher fetcher({.recents = {store, std::make_shared<StoreNotifications>(signals, runtime.io())},
-                              .ledgerlyStore = sheets,
-                              .scenewardStore = queriesOn<ScenewardQueries>(store),
-                              .currentUserID = currentUser(),
-                              .bearer = bearer(),
-                              .runner = network(),
-                              .ledgerlyBase = cloud.base(),
-                              .scenewardBase = cloud.base(),
-                              .log = log.log(),
-                              .journal = journal});
+  RecentsSyncFetcher fetcher(fetching());
   const std::pair<const char*, const char*> lists[] = {{"ledgerly", "/api/user/sheets"},
                                                        {"sceneward", "/api/v1/projects"}};
   const auto apps = [&] { return inFile("SELECT app FROM recents ORDER BY app"); };

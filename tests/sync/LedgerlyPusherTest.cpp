@@ -95,6 +95,7 @@ class LedgerlyPusherTest : public StoreTest {
                         },
                         log.log(),
                         journal,
+                        std::make_shared<AsyncMutex>(),
                         [this](std::chrono::milliseconds interval) { return sleep(interval); }};
 };
 
@@ -124,6 +125,8 @@ TEST_F(LedgerlyPusherTest, SendsWhatIsPendingTheOldestEditFirst) {
     EXPECT_THAT(request.headers, ElementsAre(std::pair("Authorization", "Bearer t"),
                                              std::pair("Content-Type", "application/json")));
     EXPECT_EQ(request.timeout, seconds(60));
+    EXPECT_EQ(request.silence, seconds(60));
+    EXPECT_EQ(request.sentOnce, request.method == "POST");
     EXPECT_FALSE(request.followRedirects);
   }
   EXPECT_THAT(log.take(), ElementsAre("LedgerlyPusher: 2 sheet(s) pending",

@@ -63,6 +63,7 @@ class RecentsSyncFetcherTest : public StoreTest {
       .scenewardBase = "https://sceneward.test/",
       .log = log.log(),
       .journal = journal,
+      .exchange = std::make_shared<AsyncMutex>(),
       .sleep = [this](std::chrono::milliseconds interval) { return sleep(interval); }};
   RecentsSyncFetcher fetcher{settings};
 };

@@ -228,6 +228,18 @@ TEST_F(ScenewardPushTriggersTest, AfterAStopNothingFiresAndWhatRanIsCancelled) {
   }
 }
 
+TEST_F(ScenewardPushTriggersTest, PassesThatEachAskForTheNextAreHeldBackByTheDelay) {
+  report(true);
+  for (int i = 0; i < 5; ++i) {
+    authChanged();
+    endPass(failed);
+  }
+  EXPECT_EQ(newPasses(), 5U);
+  EXPECT_THAT(delays, ElementsAre(30));
+  retryIsDue();
+  EXPECT_EQ(newPasses(), 1U);
+}
+
 TEST_F(ScenewardPushTriggersTest, ANetworkThatCannotBeWatchedCountsAsThere) {
   network.unwatchable = true;
   ScenewardPushTriggers blind(settings());

@@ -74,6 +74,10 @@ void CurlTransfer::configure(const CurlTrust& trust, const std::string& noProxy)
   const auto limit = std::clamp<std::int64_t>(request_.timeout.count(), 1, 24 * 3'600'000);
   curl_easy_setopt(easy, CURLOPT_TIMEOUT_MS, static_cast<long>(limit));
   curl_easy_setopt(easy, CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(limit));
+  if (request_.silence.count() > 0) {
+    curl_easy_setopt(easy, CURLOPT_LOW_SPEED_LIMIT, 1L);
+    curl_easy_setopt(easy, CURLOPT_LOW_SPEED_TIME, static_cast<long>(request_.silence.count()));
+  }
   curl_easy_setopt(easy, CURLOPT_NOSIGNAL, 1L);
   // A name that is still being resolved must not hold up the thread, and with it
   // every other transfer, when this one ends.
@@ -99,7 +103,13 @@ void CurlTransfer::configureBody() {
   if (usuallyHasBody || !request_.body.empty()) {
     curl_easy_setopt(easy, CURLOPT_POST, 1L);
     curl_easy_setopt(easy, CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(request_.body.size()));
-    curl_easy_setopt(easy, CURLOPT_POSTFIELDS, request_.body.data());
+    if (request_.sentOnce) {
+      // Read by a callback that cannot be rewound, so that the library cannot begin anew.
+      curl_easy_setopt(easy, CURLOPT_READFUNCTION, &CurlTransfer::bodyWanted);
+      curl_easy_setopt(easy, CURLOPT_READDATA, this);
+    } else {
+      curl_easy_setopt(easy, CURLOPT_POSTFIELDS, request_.body.data());
+    }
     if (method != "POST") curl_easy_setopt(easy, CURLOPT_CUSTOMREQUEST, method.c_str());
   } else if (method == "HEAD") {
     curl_easy_setopt(easy, CURLOPT_NOBODY, 1L);
@@ -141,6 +151,13 @@ std::size_t CurlTransfer::headerArrived(char* bytes, std::size_t size, std::size
 std::size_t CurlTransfer::bodyArrived(char* bytes, std::size_t size, std::size_t count, void* self) {
   const std::string_view piece(bytes, size * count);
   return static_cast<CurlTransfer*>(self)->takeBody(piece) ? piece.size() : CURL_WRITEFUNC_ERROR;
+}
+
+std::size_t CurlTransfer::bodyWanted(char* bytes, std::size_t size, std::size_t count, void* self) {
+  auto& transfer = *static_cast<CurlTransfer*>(self);
+  const auto taken = transfer.request_.body.copy(bytes, size * count, transfer.bodySent_);
+  transfer.bodySent_ += taken;
+  return taken;
 }
 
 bool CurlTransfer::takeHeader(std::string_view line) {

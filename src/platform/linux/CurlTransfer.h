@@ -48,10 +48,12 @@ class CurlTransfer {
   bool takeBody(std::string_view bytes);
 
   static std::size_t headerArrived(char* bytes, std::size_t size, std::size_t count, void* self);
+  static std::size_t bodyWanted(char* bytes, std::size_t size, std::size_t count, void* self);
   static std::size_t bodyArrived(char* bytes, std::size_t size, std::size_t count, void* self);
 
   URLRequest request_;
   std::string host_;
+  std::size_t bodySent_ = 0;  // where it is handed over piece by piece
   URLResponse response_;
   std::size_t headerBytes_ = 0;
   std::string ownFailure_;  // why we cut the transfer, when it was us

@@ -175,6 +175,7 @@ struct RouteMonitor::State : std::enable_shared_from_this<State> {
       shellLog(withErrno("the routes cannot be read", error));
       // To try and fail costs less than never to try.
       if (!reported) report(true);
+      lookAfter(patience);
     } else if (!interrupted) {
       report(found);
     }

@@ -74,6 +74,7 @@ Task<JSONMap> LedgerlyWebClient::post(std::string path, JSONMap body, std::strin
   auto request = cloud::request("POST", base, path);
   cloud::setJSONBody(request, body);
   request.headers.emplace_back("Accept", "application/json");
+  request.sentOnce = rule == WithoutToken::refused;  // what the service must not do twice is among these
   // Nothing is awaited between the token and the sending, so that its account is still the one asked for.
   cloud::setBearer(request, co_await tokenFor(*this, std::move(ownerID), rule));
   const auto response = co_await send(std::move(request));
