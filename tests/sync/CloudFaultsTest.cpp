@@ -1,7 +1,7 @@
 #include "sync/LedgerlyPusher.h"
 #include "sync/RecentsSyncFetcher.h"
-#include "sync/ScenewardPusher.h"
 #include "tests/sync/CloudBench.h"
+#include "tests/sync/SaveBench.h"
 
 #include <fmt/format.h>
 
@@ -17,60 +17,8 @@ using devcloud::Fault;
 using devcloud::FaultCut;
 using std::chrono::milliseconds;
 
-constexpr milliseconds shortPatience{300}, longDelay{900};
-
-/// What goes wrong with the next request to a path.
-struct Trouble {
-  std::string name;
-  std::function<void(Fault&)> order;
-  /// The cloud has done what it was asked to, and only its answer is lost.
-  bool effect = false;
-  bool late = false;
-  /// The answer is a good one with a body that says nothing.
-  bool empty200 = false;
-};
-
-Trouble status(int status) {
-  return {std::to_string(status), [status](Fault& fault) { fault.status = status; }};
-}
-
-std::vector<Trouble> troubles() {
-  // A client sends a request anew when a connection it has used before breaks without a byte.
-  const auto cut = [](FaultCut where) {
-    return [where](Fault& fault) {
-      fault.cut = where;
-      fault.times = 2;
-    };
-  };
-  std::vector<Trouble> all{
-      {"cut before", cut(FaultCut::before)},
-      {"cut in the answer", [](Fault& fault) { fault.cut = FaultCut::body; }, true},
-      {"no JSON", [](Fault& fault) { fault.garbage = true; }, false, false, true},
-      {"another shape", [](Fault& fault) { fault.body = "[1]"; }, false, false, true},
-      {"a redirect",
-       [](Fault& fault) {
-         fault.status = 302;
-         fault.headers = {{"Location", "/elsewhere"}};
-       }},
-      {"an answer after the time-out", [](Fault& fault) { fault.delay = longDelay; }, true, true},
-  };
-  for (const int code : {401, 403, 404, 409, 410, 413, 422, 429, 500, 503}) all.push_back(status(code));
-  return all;
-}
-
 class CloudFaults : public CloudBench {
  protected:
-  /// Runs `body` while the next request to the path suffers, then lets the cloud be well again.
-  void during(const Trouble& trouble, const std::string& method, const std::string& path,
-              const std::function<void()>& body) {
-    Fault fault{.path = path, .method = method};
-    trouble.order(fault);
-    cloud.addFault(std::move(fault));
-    patience = trouble.late ? shortPatience : milliseconds(20'000);
-    body();
-    patience = std::chrono::seconds(20);
-    cloud.clearFaults();
-  }
   RecentsSyncFetcher::Settings fetching() {
     return {.recents = {store, std::make_shared<StoreNotifications>(signals, runtime.io())},
             .ledgerlyStore = sheets,
@@ -83,12 +31,6 @@ class CloudFaults : public CloudBench {
             .log = log.log(),
             .journal = journal,
             .exchange = exchange};
-  }
-  /// A request that was given up has been dealt with as well, so that states can be compared.
-  static void until(const std::function<bool()>& landed) {
-    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-    while (!landed() && std::chrono::steady_clock::now() < end) std::this_thread::sleep_for(milliseconds(5));
-    EXPECT_TRUE(landed());
   }
 };
 
@@ -240,41 +182,7 @@ TEST_F(SheetFaults, TwoThousandSheetsGoUpOnceEachWhileOneOfThemIsRefusedAndTheCl
 
 // Saves of projects ----------------------------------------------------------------------
 
-class SaveFaults : public CloudFaults {
- protected:
-  static URLRequest& marked(URLRequest& request) {
-    request.headers.emplace_back("x-vorlane-device-id", "device");
-    return request;
-  }
-
-  NotificationCenter notifications;
-  ScenewardCheckpointQueue queue{store, [this] { return present; }};
-  std::shared_ptr<ScenewardPusher> pusher = std::make_shared<ScenewardPusher>(
-      queue,
-      ScenewardPushClient{.base = cloud.base(),
-                          .bearer = bearer(),
-                          .send = network(),
-                          .identify = [](URLRequest& request) { marked(request); }},
-      currentUser(), notifications, journal, log.log());
-
-  ScenewardCheckpointRequest save(const std::string& project, std::int64_t revision = 0) {
-    return await(
-        queue.enqueue("auth0|ana", project, checkpointPayload(project, newLowercaseUUID(), revision)));
-  }
-  /// "pushed", "failed", "blocked" or "none".
-  static std::string said(const ScenewardPusher::Outcomes& outcomes, const std::string& operation) {
-    if (!outcomes.contains(operation)) return "none";
-    constexpr const char* names[] = {"pushed", "failed", "blocked"};
-    return names[outcomes.at(operation).index()];
-  }
-  std::string rowOf(const std::string& operation) {
-    return inFile("SELECT status FROM sceneward_checkpoint_queue WHERE operation_id='" + operation + "'");
-  }
-  std::size_t commitsOf(const std::string& operation) {
-    return static_cast<std::size_t>(
-        std::ranges::count(cloud.commits("auth0|ana"), operation, &devcloud::Commit::operationID));
-  }
-};
+using SaveFaults = SaveBench;
 
 TEST_F(SaveFaults, LeaveASaveInTheCloudExactlyOnceOrBlockedAndKeepTheOrder) {
   const std::set<std::string> blocking{"400", "404", "409", "410", "413", "422"};
@@ -363,21 +271,6 @@ TEST_F(SaveFaults, ChangesDuringEachRequestEndThePassAndTheNextOneAgreesWithTheC
     }
   }
   EXPECT_TRUE(cloud.commits("auth0|bo").empty());
-}
-
-TEST_F(SaveFaults, ThirtySavesOfTenMegabytesGoUpInTheirOrder) {
-  const auto project = newLowercaseUUID();
-  std::vector<std::string> operations;
-  for (int i = 0; i < 30; ++i) {
-    const auto operation = newLowercaseUUID();
-    const auto archive = std::string(7'500'000, static_cast<char>('a' + i % 26));
-    await(queue.enqueue("auth0|ana", project, checkpointPayload(project, operation, i, archive)));
-    operations.push_back(operation);
-  }
-  EXPECT_EQ(await(pusher->runOnce()).size(), 30U);
-  std::vector<std::string> committed;
-  for (const auto& commit : cloud.commits("auth0|ana")) committed.push_back(commit.operationID);
-  EXPECT_EQ(committed, operations);
 }
 
 // Lists ----------------------------------------------------------------------------------
