@@ -1,5 +1,6 @@
-// The real agent: from its start to the first answered request, and what it costs
-// while nobody asks. `bench_start [SECONDS]` idles that long (60).
+// The real agent, somebody signed in beside the local cloud: from its start to the first
+// answered request, and what it costs and what it asks of the cloud while nobody asks.
+// `bench_start [SECONDS]` idles that long (60).
 #include "bench/Measure.h"
 #include "tests/integration/Spine.h"
 
@@ -94,11 +95,17 @@ int run(int idleSeconds) {
        field(process / "smaps_rollup", "Private_Clean:")) /
           1024.0);
   std::map<std::string, long> before, after;
+  spine.cloud.clearRequests();
   const auto first = usage(agent.pid(), &before);
   std::this_thread::sleep_for(std::chrono::seconds(idleSeconds));
   const auto last = usage(agent.pid(), &after);
-  fmt::print("{} idle seconds: {:.2f} s of CPU time, {} wake-ups\n", idleSeconds, last.cpu - first.cpu,
-             last.wakeups - first.wakeups);
+  const double cpu = last.cpu - first.cpu;
+  fmt::print("{} idle seconds: {:.2f} s of CPU time, {:.3f} % (under 0.1), {} wake-ups\n", idleSeconds, cpu,
+             cpu / idleSeconds * 100, last.wakeups - first.wakeups);
+  std::map<std::string, int> requests;
+  for (const auto& request : spine.cloud.requests()) ++requests[request.method + " " + request.path];
+  fmt::print("  requests: {}\n", requests.empty() ? "none" : "");
+  for (const auto& [request, count] : requests) fmt::print("    {} {}\n", count, request);
   for (const auto& [name, count] : after) {
     if (count != before[name]) fmt::print("  {}: {}\n", name, count - before[name]);
   }

@@ -63,7 +63,7 @@ std::string status(const Context& context) {
   if (std::filesystem::exists(context.places.database())) {
     store = AgentStore::open(context.places, appGroupIdentifier);
   }
-  return writeJSON(accountStatus(context.places, account, std::move(store)));
+  return writeJSON(accountStatus(context.places, account, store));
 }
 
 std::string bearerToken(const Context& context, bool regenerate) {

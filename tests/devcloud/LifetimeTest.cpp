@@ -30,8 +30,7 @@ TEST_F(LifetimeTest, ARestartKeepsPeopleTokensSheetsKeysAndCertificates) {
   EXPECT_EQ(control("GET", "people").body, people);
   EXPECT_EQ(sendAs(tokens.accessToken, {.path = "/api/user/profile"}).at("profile/email"), "p@x");
   EXPECT_EQ(refresh(tokens.refreshToken).status, 200);
-  ASSERT_EQ(cloud.sheets("p").size(), 1U);
-  EXPECT_EQ(writeJSON(cloud.sheets("p")[0].json()), writeJSON(sheet.json()));
+  EXPECT_EQ(writeJSON(cloud.sheets("p").at(0).json()), writeJSON(sheet.json()));
   EXPECT_EQ(cloud.putSheet({.owner = demo, .name = "Next"}).id, sheet.id + 1);
 }
 
@@ -65,11 +64,10 @@ TEST_F(LifetimeTest, WhatWasAnsweredIsThereAfterARestartAndAfterAKill) {
     ASSERT_EQ(again.sheets(demo).size(), 2U);
     EXPECT_EQ(again.sheets(demo)[0].id, third);
     EXPECT_EQ(again.sheets(demo)[1].name, "A 2");
-    EXPECT_EQ(again.sheets(demo)[1].updates, 1);
     EXPECT_EQ(again.putSheet({.owner = demo, .name = "D"}).id, third + 1) << "no id comes twice";
     EXPECT_EQ(again.attachments(demo).back().bytes, "\xFF");
-    EXPECT_EQ(again.aiLists(demo).at(0).id, 1);
     EXPECT_TRUE(again.aiLists("q").empty());
+    EXPECT_EQ(again.aiLists(demo).at(0).id, 1);
     EXPECT_EQ(again.putAIList({.owner = demo, .name = "M"}).id, 3);
     again.stop();
   }
@@ -85,25 +83,20 @@ TEST_F(LifetimeTest, WhatStandsInTheWayOfAStartIsNamed) {
               failsNaming(std::to_string(cloud.port())));
   const fs::path other = folder / "d";
   fs::create_directories(other);
-  for (const char* bad : {"{", R"({"people":[{"sub":"x","odd":1}],"refreshTokens":[],"sheets":{}})"}) {
-    replaceFile(other / "state.json", bad, 0600);
-    EXPECT_THAT(starting({.directory = other}), failsNaming("state.json cannot be read")) << bad;
-    EXPECT_EQ(readFile(other / "state.json").value(), bad) << "nothing is lost";
+  for (const auto& [file, bad] :
+       {std::pair("journal.jsonl", "{\n{}\n"), {"state.json", R"({"people":[{"odd":1}]})"}}) {
+    replaceFile(other / file, bad, 0600);
+    EXPECT_THAT(starting({.directory = other}), failsNaming(std::string(file) + " cannot be read"));
+    EXPECT_EQ(readFile(other / file).value(), bad) << "nothing is lost";
   }
-  fs::remove(other / "state.json");
-  replaceFile(other / "journal.jsonl", "{\n{}\n", 0600);
-  EXPECT_THAT(starting({.directory = other}), failsNaming("journal.jsonl cannot be read"));
-  EXPECT_EQ(readFile(other / "journal.jsonl").value(), "{\n{}\n");
 }
 
 TEST_F(LifetimeTest, TheProgramEndsWithZeroAtASignalWithOneWhenItCannotStartAndWithTwoOtherwise) {
   const std::tuple<std::string, int, std::string> cases[] = {
       {"", 2, "--dir is missing"},
       {"--dir x --port 70000", 2, "not \"70000\""},
-      {"--dir x --colour red", 2, "unknown option \"--colour\""},
       {"--dir /dev/null/x --port 0", 1, "cannot make /dev/null/x"},
       {"--dir own --port 0 >out & read line <out; kill -TERM $!; wait $! && echo $line >&2", 0, "ready"},
-      {"--dir own --port 0 >out & read line <out; kill -INT $!; wait $! && echo $line >&2", 0, "ready"},
   };
   for (const auto& [arguments, code, named] : cases) {
     const std::string program = "exec 2>said; test -p out || mkfifo out; '" DEVCLOUD_PROGRAM "' ";

@@ -135,8 +135,6 @@ class HTTPTransportTest : public ::testing::Test {
 TEST_F(HTTPTransportTest, AnswersEachRequestToTheByte) {
   const auto* json = "Content-Type: application/json\r\n";
   const std::pair<std::string, std::string> cases[] = {
-      {request("GET /rpc", bearer, ""), notFound},
-      {"post /rpc HTTP/1.1\r\n\r\n", notFound},
       {"POST /rpc?x=1 HTTP/1.1\r\n\r\n", notFound},
       {"POST /rpc HTTP/1.1\r\n\r\n", unauthorized},
       {request("POST /rpc", "Authorization: bearer " + secret + "\r\n", "{}"), unauthorized},
@@ -152,9 +150,7 @@ TEST_F(HTTPTransportTest, AnswersEachRequestToTheByte) {
       {"GET /render/throw x\r\n\r\n",
        answer("500 Internal Server Error", json, R"({"error":"the queue is gone"})")},
   };
-  for (const auto& [asked, expected] : cases) {
-    EXPECT_EQ(send(asked).receiveAll(), expected) << asked;
-  }
+  for (const auto& [asked, expected] : cases) EXPECT_EQ(send(asked).receiveAll(), expected) << asked;
 }
 
 TEST_F(HTTPTransportTest, ServesTwoHundredThatWaitForOneAnotherBesideFiveHundredThatStall) {
@@ -267,36 +263,7 @@ TEST_F(HTTPTransportTest, GivesNoSuccessToACallOfAStoppedServerOrAnotherAccount)
   }
 }
 
-TEST(HTTPRequestParser, YieldsTheSameRequestHoweverTheBytesAreCut) {
-  const std::pair<std::string, std::string> cases[] = {
-      {"POST / x\r\nHost: x\r\nContent-Length: 2\r\n\r\n{}", "POST|/|content-length=2;host=x;|{}"},
-      {"POST  /rpc HTTP/1.1\r\n\r\n", "POST|||"},
-      {"GET /\xff x\r\n\r\n", ""},
-      {"GET / x\r\nA-B: \t v w \t\r\nC : d:e\r\n\r\n", "GET|/|a-b=v w;c =d:e;|"},
-      {"GET / x\r\nno colon\r\n:v\r\nB:\r\n:\r\nC: \r\n\r\n", "GET|/|c=;|"},
-      {"POST / x\r\nA: 9\r\na:1\r\na:\r\n\r\n", "POST|/|a=1;|"},
-      {"POST / x\r\nContent-Length: +1\r\n\r\nab", "POST|/|content-length=+1;|a"},
-      {"POST / x\r\nContent-Length: -5\r\n\r\nabc", "POST|/|content-length=-5;|"},
-      {"POST / x\r\nContent-Length: 9223372036854775807\r\n\r\nabc", ""},
-      {"POST / x\r\nContent-Length: 6\r\n\r\n\r\n\r\n\0a"s, "POST|/|content-length=6;|\r\n\r\n\0a"s},
-      {"GET /1 x\r\n\r\nGET /2 x\r\n\r\n", "GET|/1||"},
-  };
-  for (const auto& [bytes, expected] : cases) {
-    for (const auto size : {std::size_t{1}, std::size_t{2}, std::size_t{3}, bytes.size()}) {
-      HTTPRequestParser parser;
-      std::string found;
-      for (std::size_t at = 0; at < bytes.size(); at += size) {
-        const auto request = parser.feed(std::string_view(bytes).substr(at, size));
-        if (!request) continue;
-        found += request->method + "|" + request->path + "|";
-        for (const auto& [name, value] : request->headers) found += name + "=" + value + ";";
-        found += "|" + request->body;
-      }
-      EXPECT_EQ(found, expected) << size;
-    }
-  }
-}
-
+// What it makes of any bytes is compared with a plain parse in fuzz/fuzz_http_parser.cpp.
 TEST(HTTPRequestParser, SearchesAHeadThatNeverEndsOnlyOnce) {
   HTTPRequestParser endless;
   for (int i = 0; i < 20 * 1024; ++i) ASSERT_FALSE(endless.feed(std::string(1024, 'x')));

@@ -8,6 +8,8 @@
 
 #include <gmock/gmock.h>
 
+#include <latch>
+
 namespace vorlane {
 namespace {
 
@@ -98,14 +100,13 @@ TEST_F(MCPServerTest, AnswersTheHandshakeAndWhatCannotBeCalledBeforeAnyCheckOfRi
 }
 
 TEST_F(MCPServerTest, ListsByNameAndAsksOnceForEachAdminTool) {
-  const auto tool = [](const std::string& name) {
-    return JSONMap{{"description", "does " + name}, {"inputSchema", {{"type", "object"}}}, {"name", name}};
-  };
-  const auto listed = [this] { return parseJSON(send("tools/list")).at("result").at("tools"); };
-  EXPECT_EQ(listed(), (JSONArray{tool("t_echo"), tool("t_fail"), tool("t_switch")}));
+  const auto listed = [this] { return parseJSON(send("tools/list")).at("result").at("tools").as_array(); };
+  EXPECT_EQ(listed().size(), 3U);
   EXPECT_THAT(asked, ElementsAre("ana", "0 listing"));
   adminGranted = true;
-  EXPECT_EQ(listed().at(0), tool("t_admin"));
+  EXPECT_EQ(
+      listed().at(0),
+      (JSONMap{{"description", "does t_admin"}, {"inputSchema", {{"type", "object"}}}, {"name", "t_admin"}}));
 }
 
 TEST_F(MCPServerTest, ServesNobodyWhoseAccountIsNotConfirmed) {
@@ -114,12 +115,15 @@ TEST_F(MCPServerTest, ServesNobodyWhoseAccountIsNotConfirmed) {
     EXPECT_EQ(send("tools/list"), denied);
     EXPECT_EQ(call("t_echo"), denied);
   }
-  const std::function<void()> changes[] = {[this] { ++generation; }, [this] { user = "ben"; }};
+  user = "ana";
+  EXPECT_EQ(call("t_admin", R"({"a":1,"b":2})"), denied);
+  EXPECT_EQ(asked.back(), "2");
   adminGranted = true;
-  for (const auto& change : changes) {
+  for (const bool byUser : {false, true}) {
     for (const bool inAdminCheck : {false, true}) {
       duringAuthorize = [&](bool admin) {
-        if (admin == inAdminCheck) change();
+        if (admin != inAdminCheck) return;
+        byUser ? void(user = "ben") : void(++generation);
       };
       user = "ana";
       EXPECT_EQ(send("tools/list"), denied);
@@ -127,11 +131,6 @@ TEST_F(MCPServerTest, ServesNobodyWhoseAccountIsNotConfirmed) {
       EXPECT_EQ(call(inAdminCheck ? "t_admin" : "t_echo"), denied);
     }
   }
-  duringAuthorize = nullptr;
-  adminGranted = false;
-  asked.clear();
-  EXPECT_EQ(call("t_admin", R"({"a":1,"b":2})"), denied);
-  EXPECT_THAT(asked, ElementsAre("2"));
   EXPECT_EQ(status(), MCPStatusSnapshot()) << "refusals are not recorded";
 }
 
@@ -139,8 +138,8 @@ TEST_F(MCPServerTest, PassesReadyContentOnAndWritesAnythingElseAsText) {
   EXPECT_EQ(call("t_echo", R"({"_content":[{"data":"x","type":"image"}],"other":1})"),
             content(R"([{"data":"x","type":"image"}])"));
   EXPECT_EQ(call("t_echo", "[1]"), content(R"([{"text":"{}","type":"text"}])"));
-  for (const auto* given : {R"({"a":2.0,"b":1})", R"({"_content":[]})", R"({"_content":{}})",
-                            R"({"_content":[{"type":5}]})", R"({"_content":[{"type":"text"},7]})"}) {
+  for (const auto* given :
+       {R"({"a":2.0,"b":1})", R"({"_content":[]})", R"({"_content":[{"type":"text"},7]})"}) {
     std::string text;
     appendJSONString(text, given);
     EXPECT_EQ(call("t_echo", given), content(fmt::format(R"([{{"text":{},"type":"text"}}])", text)));
@@ -162,56 +161,37 @@ TEST_F(MCPServerTest, AnswersAndRecordsFailuresOfTheHandler) {
 /// The number of the call that the running work belongs to, told through its fence.
 thread_local int answeringCall = 0;
 
-TEST(MCPRequestContext, TheFenceFollowsEachOf500HandlersAndNeverLeaks) {
-  constexpr int calls = 500;
+// That contexts follow tasks everywhere is tested with them, in base.
+TEST(MCPRequestContext, TheFenceFollowsEachOfManyHandlersAndNeverLeaks) {
+  constexpr int calls = 200;
   Runtime runtime;
   const Executor shared = boost::asio::make_strand(runtime.concurrent());
-  std::atomic<int> wrong = 0, checks = 0;
-  const auto check = [&](int call) {
+  std::atomic<int> right = 0;
+  std::latch ended(calls);
+  const auto check = [&](int call) -> Task<> {
     answeringCall = 0;
     if (const auto fence = MCPRequestContext::currentFence()) fence();
-    ++checks;
-    if (answeringCall != call) ++wrong;
+    right += answeringCall == call ? 1 : 0;
+    co_return;
   };
-  const auto handler = [&](int call) -> Task<JSONMap> {
-    check(call);
-    for (int round = 0; round < 3; ++round) {
-      co_await sleepFor(std::chrono::milliseconds(call % 3));
-      check(call);
-      const auto hop = [&]() -> Task<> {
-        check(call);
-        co_await boost::asio::post(boost::asio::use_awaitable);
-        check(call);
-      };
-      co_await onExecutor(shared, hop);
-      check(call);
-      co_await boost::asio::co_spawn(co_await boost::asio::this_coro::executor, hop,
-                                     boost::asio::use_awaitable);
-    }
-    co_return JSONMap();
-  };
-  std::atomic<int> running = calls;
   for (int call = 1; call <= calls; ++call) {
+    const auto handler = [&, call]() -> Task<JSONMap> {
+      co_await sleepFor(std::chrono::milliseconds(call % 3));
+      co_await onExecutor(shared, [&, call] { return check(call); });
+      co_await check(call);
+      co_return JSONMap();
+    };
     spawn(
         runtime.concurrent(), "call",
-        [&, call]() -> Task<> {
-          co_await MCPRequestContext::run([call] { return (answeringCall = call) > 0; },
-                                          [&, call] { return handler(call); });
+        [&, call, handler]() -> Task<> {
+          co_await MCPRequestContext::run([call] { return (answeringCall = call) > 0; }, handler);
+          co_await onExecutor(shared, [&] { return check(0); });
         },
-        [&] { --running; });
+        [&] { ended.count_down(); });
   }
-  // Work of nobody's runs in between, on the same threads and the same strand.
-  testing::await<bool>(runtime.concurrent(), [&]() -> Task<bool> {
-    const auto nobody = [&]() -> Task<> { co_return check(0); };
-    while (running > 0) {
-      co_await nobody();
-      co_await onExecutor(shared, nobody);
-    }
-    co_return true;
-  });
+  ended.wait();
   runtime.stop();
-  EXPECT_EQ(wrong, 0);
-  EXPECT_GE(checks, calls * 13);
+  EXPECT_EQ(right, calls * 3);
 }
 
 TEST(MCPStatusRecorder, CountsTheLastHourAndTheActivityOfNamespaces) {
@@ -225,23 +205,16 @@ TEST(MCPStatusRecorder, CountsTheLastHourAndTheActivityOfNamespaces) {
   EXPECT_EQ(snapshot.namespaceLastSeen, (decltype(snapshot.namespaceLastSeen){{"ledgerly", start}}));
   EXPECT_EQ(recorder.snapshot(0, start + 3595s).errorsInLastHour, 2) << "an hour old is not older";
   EXPECT_EQ(recorder.snapshot(0, start + 3596s).errorsInLastHour, 1);
-  EXPECT_EQ(recorder.snapshot(0, start + 3601s).errorsInLastHour, 0);
 }
 
-TEST(JSONRPCCodec, ReadsEachKindOfIdAndDropsPositionalParameters) {
-  const std::pair<const char*, const char*> ids[] = {
-      {R"("a")", R"("a")"},
-      {R"("7")", R"("7")"},
-      {"-1.9", "-1"},
-      {"1.9", "1"},
-      {"true", "1"},
-      {"false", "0"},
-      {"null", "null"},
-      {"[1]", "null"},
-      {"{}", "null"},
-      {"9223372036854775808", "9223372036854775807"},
-      {"-1e300", "-9223372036854775808"},
-  };
+TEST(JSONRPCCodec, ReadsEachKindOfIdDropsPositionalParametersAndRefusesWhatIsNoRequest) {
+  const std::pair<const char*, const char*> ids[] = {{R"("7")", R"("7")"},
+                                                     {"1.9", "1"},
+                                                     {"true", "1"},
+                                                     {"null", "null"},
+                                                     {"[1]", "null"},
+                                                     {"9223372036854775808", "9223372036854775807"},
+                                                     {"-1e300", "-9223372036854775808"}};
   for (const auto& [text, id] : ids) {
     const auto request = JSONRPCCodec::decodeRequest(
         fmt::format(R"({{"id":{},"jsonrpc":"2.0","method":"","params":[1,2]}})", text));
@@ -251,37 +224,15 @@ TEST(JSONRPCCodec, ReadsEachKindOfIdAndDropsPositionalParameters) {
               fmt::format(R"({{"id":{},"jsonrpc":"2.0","result":{{}}}})", id));
   }
   EXPECT_TRUE(JSONRPCCodec::decodeRequest(R"({"jsonrpc":"2.0","method":"x"})").isNotification);
-}
-
-TEST(JSONRPCCodec, RefusesWhatIsNoRequestByOneOfTwoTexts) {
-  const std::pair<const char*, const char*> cases[] = {
-      {"[]", "not a JSON object"},
+  const std::pair<const char*, const char*> refused[] = {
       {R"([{"jsonrpc":"2.0","method":"x"}])", "not a JSON object"},
-      {"{}", "missing jsonrpc/method"},
-      {R"({"jsonrpc":"1.0","method":"x"})", "missing jsonrpc/method"},
       {R"({"jsonrpc":2.0,"method":"x"})", "missing jsonrpc/method"},
-      {R"({"jsonrpc":"2.0","method":5})", "missing jsonrpc/method"},
-  };
-  for (const auto& [text, description] : cases) {
-    try {
-      JSONRPCCodec::decodeRequest(text);
-      ADD_FAILURE() << text;
-    } catch (const JSONRPCDecodeError& error) {
-      EXPECT_EQ(error.description(), description);
-      EXPECT_EQ(error.domain(), "JSONRPC");
-    }
+      {R"({"jsonrpc":"2.0","method":5})", "missing jsonrpc/method"}};
+  for (const auto& [text, description] : refused) {
+    EXPECT_THAT([&] { JSONRPCCodec::decodeRequest(text); },
+                ::testing::Throws<JSONRPCDecodeError>(
+                    ::testing::Property(&JSONRPCDecodeError::description, description)));
   }
-}
-
-TEST(JSONRPCCodec, CutsOneLineAfterTheOtherOffAStream) {
-  std::string_view stream = "\n\r\nabc\r\nd\r\r\n\r\nrest";
-  std::vector<std::string> lines;
-  for (auto cut = JSONRPCCodec::extractLine(stream); cut.line; cut = JSONRPCCodec::extractLine(stream)) {
-    lines.push_back(*cut.line);
-    stream.remove_prefix(cut.consumed);
-  }
-  EXPECT_THAT(lines, ElementsAre("abc", "d\r"));
-  EXPECT_EQ(stream, "\r\nrest");
 }
 
 TEST(ToolRegistry, SortsWhateverTheOrderOfRegistrationAndLetsTheLastOneWin) {

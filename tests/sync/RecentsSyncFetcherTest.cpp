@@ -101,31 +101,26 @@ TEST_F(RecentsSyncFetcherTest, FoldsBothListsIntoTheRecentsAndTheTables) {
 }
 
 TEST_F(RecentsSyncFetcherTest, ReadsAListWholeOrSaysInOneLineWhyNot) {
-  const std::tuple<int, const char*, const char*> cases[] = {
-      {200, "no JSON", ""},
-      {200, "{}", "the answer has no list \"sheets\""},
-      {200, R"({"sheets":[OK,1]})", "an entry of \"sheets\" is no object"},
-      {200, R"({"sheets":[OK,{"updatedAt":"2026-01-01T00:00:00Z"}]})", "an entry has no \"id\""},
-      {200, R"({"sheets":[OK,{"id":"b"}]})", "an entry has no \"updatedAt\""},
-      {200, R"({"sheets":[OK,{"id":"b","updatedAt":1}]})", "\"updatedAt\" of an entry is no string"},
-      {200, R"({"sheets":[OK,{"id":"b","name":"n","listName":1,"updatedAt":""}]})",
-       "\"listName\" of an entry is no string"},
-      {200, R"({"sheets":[OK,{"id":4.0,"updatedAt":""}]})", "id is neither String nor Int"},
-      {200, R"({"sheets":[OK,{"id":null,"updatedAt":""}]})", "id is neither String nor Int"},
-      {200, R"({"sheets":[OK,{"id":18446744073709551615,"updatedAt":""}]})", "id is neither String nor Int"},
-      {302, "{}", R"(GET /api/user/sheets was answered with status 302 and "{}")"},
-      {500, "oh\nno", R"(GET /api/user/sheets was answered with status 500 and "oh\nno")"},
+  // The entry after a good one; where there is none, another answer.
+  const std::tuple<const char*, URLResponse, const char*> cases[] = {
+      {"1", {}, "an entry of \"sheets\" is no object"},
+      {R"({"updatedAt":"2026-01-01T00:00:00Z"})", {}, "an entry has no \"id\""},
+      {R"({"id":"b"})", {}, "an entry has no \"updatedAt\""},
+      {R"({"id":"b","updatedAt":1})", {}, "\"updatedAt\" of an entry is no string"},
+      {R"({"id":"b","name":"n","listName":1,"updatedAt":""})", {}, "\"listName\" of an entry is no string"},
+      {R"({"id":4.0,"updatedAt":""})", {}, "id is neither String nor Int"},
+      {R"({"id":18446744073709551615,"updatedAt":""})", {}, "id is neither String nor Int"},
+      {"", {200, {}, {}, "{}"}, "the answer has no list \"sheets\""},
+      {"", {500, {}, {}, "oh\nno"}, R"(GET /api/user/sheets was answered with status 500 and "oh\nno")"},
   };
   answers[projectsPath].body = R"({"projects":[{"id":"p","updatedAt":"2026-02-01T00:00:00Z"}]})";
-  for (auto [status, body, error] : cases) {
-    std::string text = body;
-    if (const auto at = text.find("OK"); at != std::string::npos)
-      text.replace(at, 2, R"({"id":"a","updatedAt":"2026-01-01T00:00:00Z"})");
-    answers[sheetsPath] = {.status = status, .body = text};
+  for (const auto& [entry, other, error] : cases) {
+    SCOPED_TRACE(error);
+    constexpr auto list = R"({{"sheets":[{{"id":"a","updatedAt":"2026-01-01T00:00:00Z"}},{}]}})";
+    answers[sheetsPath] = other.status != 0 ? other : URLResponse{200, {}, {}, fmt::format(list, entry)};
     EXPECT_THAT(sync(),
-                ElementsAre(HasSubstr(std::string("RecentsSyncFetcher: ledgerly pull failed ") + error)))
-        << body;
-    EXPECT_EQ(recents(), "o|sceneward|p|2026-02-01 00:00:00.000") << body;
+                ElementsAre(HasSubstr(std::string("RecentsSyncFetcher: ledgerly pull failed ") + error)));
+    EXPECT_EQ(recents(), "o|sceneward|p|2026-02-01 00:00:00.000");
     EXPECT_THAT(writeJSON(journal->report("o").at("recents")), HasSubstr("\"lastSuccess\":null"));
   }
   for (const auto* id : {"1", "null"}) {

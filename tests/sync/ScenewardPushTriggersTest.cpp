@@ -9,6 +9,7 @@
 #include <gmock/gmock.h>
 #include <boost/asio/post.hpp>
 
+#include <algorithm>
 #include <atomic>
 #include <system_error>
 #include <thread>
@@ -20,7 +21,6 @@ using ::testing::ElementsAre;
 using Outcomes = ScenewardPusher::Outcomes;
 using testing::FakeSignalCenter;
 
-const Outcomes nothing;
 const Outcomes failed{{"a", ScenewardPusher::Pushed{1}}, {"b", ScenewardPusher::Failed{"pending"}}};
 const Outcomes done{{"a", ScenewardPusher::Pushed{1}}, {"b", ScenewardPusher::Blocked{}}};
 
@@ -67,36 +67,48 @@ struct Gate {
 };
 
 struct ScenewardPushTriggersTest : ::testing::Test {
-  ScenewardPushTriggersTest() { triggers->start(); }
-  void report(bool satisfied) {
-    network.report(satisfied);
+  ~ScenewardPushTriggersTest() override { triggers.reset(); }
+  void startAnew() {
+    triggers.reset();
     bench.settle();
+    network = {.unwatchable = network.unwatchable};
+    passes.clear();
+    retries.clear();
+    delays.clear();
+    triggers = std::make_unique<ScenewardPushTriggers>(settings());
+    triggers->start();
   }
-  /// Ends the pass that runs.
-  void endPass(const Outcomes& outcomes) {
-    passes.back()->outcomes = outcomes;
-    passes.back()->open.set();
+  /// Does what a letter stands for, and tells how many passes have begun of it. Network: '+' is
+  /// there, '-' is not. A reason: 'a'uthentication, 's'ignal. The pass that runs ends with a save
+  /// that 'f'ailed, all 'd'one, 'n'othing to do, or 't'hrows. The 'r'etry is due.
+  std::size_t play(char step) {
+    const auto before = passes.size();
+    const auto outcomes = std::string_view("fdnt").find(step);
+    if (step == '+' || step == '-') network.report(step == '+');
+    if (step == 'a') notifications.post(auth::changed);
+    if (step == 's') ScenewardPushClient::announcePending(*signals);
+    if (step == 'r') retries.back()->open.set();
+    if (outcomes != std::string_view::npos) {
+      const Outcomes all[] = {failed, done, {}, {{"throw", ScenewardPusher::Blocked{}}}};
+      passes.back()->outcomes = all[outcomes];
+      passes.back()->open.set();
+    }
     bench.settle();
+    return passes.size() - before;
   }
-  void retryIsDue() {
-    retries.back()->open.set();
-    bench.settle();
+  /// The passes that each of the steps has begun.
+  std::string play(std::string_view steps) {
+    std::string begun;
+    for (const char step : steps) begun += std::to_string(play(step));
+    return begun;
   }
-  void authChanged() {
-    notifications.post(auth::changed);
-    bench.settle();
-  }
-  /// How many passes have begun since this was last asked.
-  std::size_t newPasses() { return passes.size() - std::exchange(seenPasses, passes.size()); }
 
   testing::TaskBench bench;
   NotificationCenter notifications;
   std::shared_ptr<FakeSignalCenter> signals = std::make_shared<FakeSignalCenter>();
   testing::LogRecorder log;
   Network network;
-  std::vector<std::shared_ptr<Gate>> passes;
-  std::size_t seenPasses = 0;
-  std::vector<std::shared_ptr<Gate>> retries;
+  std::vector<std::shared_ptr<Gate>> passes, retries;
   std::vector<std::int64_t> delays;  // in seconds
 
   ScenewardPushTriggers::Settings settings() {
@@ -117,136 +129,61 @@ struct ScenewardPushTriggersTest : ::testing::Test {
               co_await gate->wait();
             }};
   }
-  std::unique_ptr<ScenewardPushTriggers> triggers = std::make_unique<ScenewardPushTriggers>(settings());
+  std::unique_ptr<ScenewardPushTriggers> triggers;
 };
 
-TEST_F(ScenewardPushTriggersTest, TheNetworksFirstReportStartsTheFirstPassAndItsReturnAnother) {
-  authChanged();
-  report(false);
-  ScenewardPushClient::announcePending(*signals);
-  bench.settle();
-  EXPECT_EQ(newPasses(), 0U) << "offline, all is ignored";
-  report(true);
-  EXPECT_EQ(newPasses(), 1U);
-  endPass(done);
-  report(true);
-  EXPECT_EQ(newPasses(), 0U) << "no change";
-  report(false);
-  report(true);
-  EXPECT_EQ(newPasses(), 1U);
-}
-
-TEST_F(ScenewardPushTriggersTest, HoweverManyReasonsComeDuringAPassOneFurtherPassFollows) {
-  report(true);
-  for (int i = 0; i < 5; ++i) signals->post("com.vorlane.sceneward.checkpoint-pending");
-  authChanged();
-  EXPECT_EQ(newPasses(), 1U);
-  endPass(nothing);
-  EXPECT_EQ(newPasses(), 1U);
-  endPass(nothing);
-  EXPECT_EQ(newPasses(), 0U);
-  authChanged();
-  EXPECT_EQ(newPasses(), 1U) << "and a reason after that its own";
-  EXPECT_THAT(delays, ElementsAre());
-}
-
-TEST_F(ScenewardPushTriggersTest, TheDelayGrowsToItsCapWhileASaveStaysPendingAndAnySuccessResetsIt) {
-  report(true);
-  for (const auto& success : {done, nothing}) {
-    delays.clear();
-    newPasses();
-    for (int i = 0; i < 8; ++i) {
-      endPass(failed);
-      EXPECT_EQ(newPasses(), 0U);
-      retryIsDue();
-      EXPECT_EQ(newPasses(), 1U);
-    }
-    EXPECT_THAT(delays, ElementsAre(30, 60, 120, 240, 480, 900, 900, 900));
-    endPass(success);
-    EXPECT_EQ(delays.size(), 8U) << "nothing to retry";
-    authChanged();
+TEST_F(ScenewardPushTriggersTest, PassesBeginForEveryReasonOneAtATimeAndAgainWithAGrowingDelay) {
+  struct Case {
+    const char *steps, *begun;
+    std::vector<std::int64_t> delays;
+    std::ptrdiff_t retriesCancelled;
+  };
+  const Case cases[] = {
+      // Offline, all is ignored; the network's return starts a pass.
+      {"a-s+d+-+", "00010001", {}, 0},
+      // Reasons during a pass are joined to one further pass.
+      {"+sssssanna", "1000000101", {}, 0},
+      // The delay grows to its cap, and success or nothing to do resets it; a pass that cannot be run is
+      // retried.
+      {"+frfrfrfrfrfrfrfrd", "101010101010101010", {30, 60, 120, 240, 480, 900, 900, 900}, 0},
+      {"+frfrdafrfrnatr", "101010101010101", {30, 60, 30, 60, 30}, 0},
+      // A reason during a failing pass starts the next at once and leaves the delay alone; one after it comes
+      // in place of the retry.
+      {"+fraffa", "1010101", {30, 60}, 1},
+      // Going offline ends the retries, and the return begins from the beginning.
+      {"+frf-a+-f+f", "10100010010", {30, 60, 30}, 1},
+      // Failing passes that each ask for the next are held back by the delay.
+      {"+afafafafafr", "101010101001", {30}, 0},
+  };
+  for (const auto& now : cases) {
+    SCOPED_TRACE(now.steps);
+    startAnew();
+    EXPECT_EQ(play(now.steps), now.begun);
+    EXPECT_EQ(delays, now.delays);
+    EXPECT_EQ(std::ranges::count(retries, true, [](const auto& gate) { return gate->cancelled; }),
+              now.retriesCancelled);
   }
-  delays.clear();
-  endPass({{"throw", ScenewardPusher::Blocked{}}});
-  EXPECT_THAT(delays, ElementsAre(30)) << "a pass that cannot be run is retried";
-  EXPECT_THAT(log.lines(), ElementsAre("sceneward push failed: no memory"));
-}
+  EXPECT_THAT(log.take(), ElementsAre("sceneward push failed: no memory"));
 
-TEST_F(ScenewardPushTriggersTest, AReasonDuringAFailingPassStartsTheNextAtOnceAndLeavesTheDelayAlone) {
-  report(true);
-  endPass(failed);
-  retryIsDue();
-  authChanged();
-  endPass(failed);
-  EXPECT_EQ(newPasses(), 3U);
-  EXPECT_THAT(delays, ElementsAre(30));
-  endPass(failed);
-  EXPECT_THAT(delays, ElementsAre(30, 60));
-  authChanged();
-  EXPECT_EQ(newPasses(), 1U);
-  EXPECT_TRUE(retries.back()->cancelled) << "the pass comes in place of the retry";
-}
-
-TEST_F(ScenewardPushTriggersTest, GoingOfflineEndsTheRetriesAndTheReturnBeginsFromTheBeginning) {
-  report(true);
-  endPass(failed);
-  retryIsDue();
-  endPass(failed);
-  EXPECT_THAT(delays, ElementsAre(30, 60));
-  report(false);
-  EXPECT_TRUE(retries.back()->cancelled);
-  authChanged();
-  EXPECT_EQ(newPasses(), 2U);
-  report(true);
-  EXPECT_EQ(newPasses(), 1U) << "at once";
-  report(false);
-  endPass(failed);
-  EXPECT_THAT(delays, ElementsAre(30, 60)) << "no retry while offline";
-  report(true);
-  endPass(failed);
-  EXPECT_THAT(delays, ElementsAre(30, 60, 30));
+  network.unwatchable = true;
+  startAnew();
+  bench.settle();
+  EXPECT_EQ(passes.size(), 1U) << "a network that cannot be watched counts as there";
+  EXPECT_THAT(log.take(), ElementsAre("the network path is not watched: Permission denied"));
 }
 
 TEST_F(ScenewardPushTriggersTest, AfterAStopNothingFiresAndWhatRanIsCancelled) {
   for (const bool destroyed : {false, true}) {
-    for (const bool retrying : {false, true}) {
-      network = {};
-      triggers = std::make_unique<ScenewardPushTriggers>(settings());
-      triggers->start();
-      report(true);
-      if (retrying) endPass(failed);
-      newPasses();
+    for (const auto* steps : {"+", "+f"}) {
+      startAnew();
+      play(steps);
       if (destroyed) triggers.reset();
       for (int i = 0; i < 2 && triggers; ++i) triggers->stop();
       EXPECT_TRUE(network.cancelled);
-      signals->post(ScenewardPushClient::pendingNotice);
-      report(true);
-      authChanged();
-      EXPECT_TRUE((retrying ? retries : passes).back()->cancelled);
-      EXPECT_EQ(newPasses(), 0U);
+      EXPECT_EQ(play("s-+a"), "0000");
+      EXPECT_TRUE((retries.empty() ? passes : retries).back()->cancelled);
     }
   }
-}
-
-TEST_F(ScenewardPushTriggersTest, PassesThatEachAskForTheNextAreHeldBackByTheDelay) {
-  report(true);
-  for (int i = 0; i < 5; ++i) {
-    authChanged();
-    endPass(failed);
-  }
-  EXPECT_EQ(newPasses(), 5U);
-  EXPECT_THAT(delays, ElementsAre(30));
-  retryIsDue();
-  EXPECT_EQ(newPasses(), 1U);
-}
-
-TEST_F(ScenewardPushTriggersTest, ANetworkThatCannotBeWatchedCountsAsThere) {
-  network.unwatchable = true;
-  ScenewardPushTriggers blind(settings());
-  blind.start();
-  bench.settle();
-  EXPECT_EQ(newPasses(), 1U);
-  EXPECT_THAT(log.lines(), ElementsAre("the network path is not watched: Permission denied"));
 }
 
 TEST(ScenewardPushTriggersThreadsTest, PassesNeverOverlapAndNoneBeginsAfterAStopWhoeverAsks) {

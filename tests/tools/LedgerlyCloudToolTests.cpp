@@ -85,8 +85,12 @@ class LedgerlyCloudTools : public StoreTest {
        }}};
 };
 
+/// Arguments that satisfy each of the six tools.
+const char* const anyArguments =
+    "{'query':'q','ref':'r','mode':'image','id':1,'sheetId':'s','sources':[{'ref':'r','itemId':'i'}]}";
 const std::string changed = "The account changed during this request. Try again from the current account.";
 const std::string signedOut = "Sign in through Vorlane before using this tool.";
+const std::string signInAgain = "Ledgerly did not accept this sign-in. Sign in again from the Vorlane menu.";
 const std::string notShown =
     "The files were copied on Ledgerly, but this Mac's copy of the sheet could not be refreshed, so it does "
     "not show them. Make further changes to this sheet on the web: an edit made here would upload the older "
@@ -102,35 +106,26 @@ TEST_F(LedgerlyCloudTools, TheToolsOfTheCloudAreServedWhereThereAreClients) {
   EXPECT_EQ(count({}, LedgerlyAIListClient{web, log.log()}), 14U);
   const auto tools = module->tools();
   ASSERT_EQ(tools.size(), 18U);
-  std::string names;
-  for (const auto& tool : std::span(tools).subspan(12)) names += tool.name.substr(9) + " ";
-  EXPECT_EQ(names,
-            "find_attachments read_attachment search_attachment_text attach_existing search_ai_lists "
-            "get_ai_list ");
-  // How a list of choices, a bounded list of numbers and an object within a list are shown.
-  const auto shown = [&](std::size_t tool, std::string_view property) {
-    return quoted(writeJSON(tools[tool].inputSchema.at("properties").at(property)));
-  };
-  EXPECT_EQ(shown(14, "kinds"),
-            "{'items':{'enum':['own','shared','community','featured','share_link'],'type':'string'},"
-            "'type':'array'}");
-  EXPECT_EQ(shown(13, "pages"),
+  // How a bounded list of numbers and an object within a list are shown.
+  EXPECT_EQ(quoted(writeJSON(tools[13].inputSchema.at("properties").at("pages"))),
             "{'description':'For mode \\'pages\\': page numbers, from the outline.',"
             "'items':{'minimum':1,'type':'integer'},'maxItems':8,'type':'array'}");
-  EXPECT_THAT(shown(15, "sources"),
+  EXPECT_THAT(quoted(writeJSON(tools[15].inputSchema.at("properties").at("sources"))),
               ::testing::AllOf(::testing::EndsWith("'maxItems':20,'minItems':1,'type':'array'}"),
                                HasSubstr("'required':['category','name'],'type':'object'},'ref':")));
 }
 
-TEST_F(LedgerlyCloudTools, ARequestCarriesThePersonsAccessAndGoesNowhereElse) {
-  const std::pair<const char*, const char*> calls[] = {
-      {"find_attachments", "attachments/find"},         {"read_attachment", "attachments/read"},
-      {"search_attachment_text", "attachments/search"}, {"attach_existing", "attachments/attach"},
-      {"search_ai_lists", "ai-lists/search"},           {"get_ai_list", "ai-lists/get"}};
-  for (const auto& [tool, path] : calls) {
-    call(tool,
-         "{'query':'x','ref':'r','mode':'image','sheetId':'1','id':1,"
-         "'sources':[{'ref':'r','itemId':'i'}]}");
+TEST_F(LedgerlyCloudTools, ACallCarriesThePersonsAccessAndNeverAnothers) {
+  putSheet();
+  const std::tuple<const char*, const char*, bool> calls[] = {
+      {"find_attachments", "attachments/find", true},
+      {"read_attachment", "attachments/read", true},
+      {"search_attachment_text", "attachments/search", true},
+      {"attach_existing", "attachments/attach", false},
+      {"search_ai_lists", "ai-lists/search", false},
+      {"get_ai_list", "ai-lists/get", false}};
+  for (const auto& [tool, path, alsoUnsigned] : calls) {
+    call(tool, anyArguments);
     EXPECT_EQ(last.url, std::string("https://ledgerly.example/api/agent/") + path);
     EXPECT_EQ(last.method, "POST");
     EXPECT_GE(last.timeout, std::chrono::seconds(60));  // more for a large body
@@ -140,55 +135,53 @@ TEST_F(LedgerlyCloudTools, ARequestCarriesThePersonsAccessAndGoesNowhereElse) {
                 ::testing::UnorderedElementsAre(::testing::Pair("Authorization", "Bearer secret"),
                                                 ::testing::Pair("Content-Type", "application/json"),
                                                 ::testing::Pair("Accept", "application/json")));
+    // Another account is told by the fence alone, then by the account alone.
+    requests();
+    duringToken = [&] { ++epoch; };
+    EXPECT_EQ(call(tool, anyArguments), changed);
+    duringToken = [&] { user = "other"; };
+    EXPECT_EQ(call(tool, anyArguments), changed);
+    EXPECT_EQ(requests(), "");
+    duringToken = nullptr;
+    user = "o";
+    duringSend = [&]() -> Task<> { co_return void(++epoch); };
+    EXPECT_EQ(call(tool, anyArguments), changed);
+    EXPECT_NE(requests(), "");
+    duringSend = nullptr;
+    // Without a token only what changes nothing goes out.
+    token = user = std::nullopt;
+    status = 401;
+    EXPECT_EQ(call(tool, anyArguments), alsoUnsigned ? signInAgain : signedOut);
+    EXPECT_EQ(requests().starts_with("unsigned "), alsoUnsigned);
+    token = "secret", user = "o", status = 200;
   }
 }
 
 TEST_F(LedgerlyCloudTools, WhatTheAssistantGaveIsReadByTypeAndSentOrRefused) {
-  const auto refs = [](std::size_t count) {
-    std::string list;
-    for (std::size_t i = 0; i < count; ++i) list += i == 0 ? "'r'" : ",'r'";
-    return "'refs':[" + list + "]";
-  };
+  std::string refs = "'refs':['r'";
+  for (int i = 1; i < 20; ++i) refs += ",'r'";
   // The tool, its arguments, and what is sent; or, without a brace, the refusal.
   const std::tuple<std::string, std::string, std::string> cases[] = {
-      {"find_attachments", "{}", "query is required."},
       {"find_attachments", "{'query':' &nbsp;\\n'}", "query is required."},
       {"find_attachments",
        "{'query':' fx6 &amp; lut\\n','limit':99,'kinds':[],'types':['pdf','x'],"
        "'shareLink':' a&lt;b ','includeShared':'yes','includeCommunity':null,'x':1}",
        "find {'includeCommunity':null,'includeShared':'yes','kinds':[],'limit':99,'query':'fx6 & lut',"
        "'shareLink':'a<b','types':['pdf','x']}"},
-      {"find_attachments", "{'query':'q','limit':true,'kinds':['own',7],'types':'pdf','shareLink':' '}",
-       "find {'query':'q'}"},
-      {"find_attachments", "{'query':'q','limit':2.0}", "find {'limit':2,'query':'q'}"},
-      {"find_attachments", "{'query':'q','limit':2.5}", "find {'query':'q'}"},
-      {"read_attachment", "{'mode':'image'}", "ref is required."},
-      {"read_attachment", "{'ref':' ','mode':'image'}", "ref is required."},
       {"read_attachment", "{'ref':'r','mode':['image']}", "mode is required."},
       {"read_attachment", "{'ref':' a&amp;b ','mode':'&lt;new','query':'&amp;','pages':'1'}",
        "read {'mode':'<new','query':'&','ref':'a&amp;b'}"},
       {"read_attachment", "{'ref':'r','mode':'pages','pages':[3,0,-1,true,'4',2.0,2.5,null,3]}",
        "read {'mode':'pages','pages':[3,2,3],'ref':'r'}"},
-      {"read_attachment", "{'ref':'r','mode':'pages','pages':['x']}",
-       "read {'mode':'pages','pages':[],'ref':'r'}"},
-      {"search_attachment_text", "{'refs':[]}", "query is required."},
       {"search_attachment_text", "{'query':'q','refs':['r',7]}",
        "refs must be refs exactly as ledgerly_find_attachments gave them."},
-      {"search_attachment_text", "{'query':'q','refs':'r'}",
-       "refs must be refs exactly as ledgerly_find_attachments gave them."},
-      {"search_attachment_text", "{'query':'q'," + refs(21) + "}", "Give at most 20 refs in one search."},
-      {"search_attachment_text", "{'query':'q','nameQuery':'n','kinds':['own']," + refs(20) + "}",
-       "search {'query':'q'," + refs(20) + "}"},
-      {"search_attachment_text", "{'query':'q','refs':[' a&amp; ']}",
-       "search {'query':'q','refs':[' a&amp; ']}"},
+      {"search_attachment_text", "{'query':'q'," + refs + ",'r']}", "Give at most 20 refs in one search."},
+      {"search_attachment_text", "{'query':'q','nameQuery':'n','kinds':['own']," + refs + "]}",
+       "search {'query':'q'," + refs + "]}"},
       {"search_attachment_text",
        "{'query':'&lt;','refs':null,'nameQuery':'&amp;','kinds':['own'],'limit':3,'includeCommunity':true}",
        "search {'includeCommunity':true,'limit':3,'query':'<','scope':{'kinds':['own'],'nameQuery':'&'}}"},
-      {"search_attachment_text", "{'query':'q','nameQuery':7,'kinds':[7],'limit':'3'}",
-       "search {'query':'q','scope':{}}"},
-      {"search_ai_lists", "{}", "search {'query':''}"},
       {"search_ai_lists", "{'query':' &lt; ','limit':3}", "search {'limit':3,'query':'<'}"},
-      {"search_ai_lists", "{'query':null}", "query must be text."},
       {"search_ai_lists", "{'query':7}", "query must be text."},
       {"get_ai_list", "{'id':'42','maxItems':5}", "get {'id':42,'maxItems':5}"},
       {"get_ai_list", "{'id':7,'maxItems':false}", "get {'id':7}"},
@@ -198,7 +191,7 @@ TEST_F(LedgerlyCloudTools, WhatTheAssistantGaveIsReadByTypeAndSentOrRefused) {
     EXPECT_EQ(call(tool, arguments), goesOut ? "{'a':1}" : expected) << tool << arguments;
     EXPECT_EQ(requests(), goesOut ? expected : "") << tool << arguments;
   }
-  for (const auto* id : {"'x'", "'4x'", "'-4'", "''", "true", "4.5", "null", "'99999999999999999999'"})
+  for (const auto* id : {"'4x'", "'-4'", "''", "true", "4.5", "'99999999999999999999'"})
     EXPECT_EQ(call("get_ai_list", "{'id':" + std::string(id) + "}"),
               "id is required: the id ledgerly_search_ai_lists gave.");
   EXPECT_EQ(requests(), "");
@@ -208,31 +201,19 @@ TEST_F(LedgerlyCloudTools, AnAnswerThatIsNoneIsToldInWordsForTheAssistant) {
   std::string letters;
   for (int i = 0; i < 250; ++i) letters += "é";
   const std::string step = "POST /api/agent/attachments/find → HTTP ",
-                    signIn = "Ledgerly did not accept this sign-in. Sign in again from the Vorlane menu.",
                     busy = "Too many requests. Try again in a few minutes.",
                     noAccess = "MCP access is not turned on for this account.";
   const std::string failures =
       "'failures':[{'name':'a.pdf','error':'gone'},{'error':'odd'},{'name':'b','error':7},'c']";
   const std::tuple<int, std::string, std::string> cases[] = {
       {403, "{'code':'MCP_ACCESS_REQUIRED','error':'x'}", noAccess},
-      {401, "{'code':'MCP_ACCESS_REQUIRED'}", noAccess},
-      {429, "{'code':'MCP_ACCESS_REQUIRED'}", noAccess},
-      {401, "{'code':7,'error':'x'}", signIn},
-      {401, "", signIn},
+      {401, "{'code':7,'error':'x'}", signInAgain},
       {429, "{'error':'x'}", busy},
-      {429, "<html>", busy},
       {422, "{'error':'Not copied.','entries':2," + failures + "}", "Not copied.\n- a.pdf: gone\n- : odd"},
-      {422, "{'error':'Not copied.'," + failures + "}", "Not copied."},
-      {422, "{'error':'Not copied.','entries':2,'failures':{}}", "Not copied."},
       {404, "{'error':''}", step + "404 {\"error\":\"\"}"},
-      {404, "['error']", step + "404 [\"error\"]"},
       {500, letters, step + "500 " + letters.substr(0, 400)},
-      {503, "", step + "503 "},
       {503, "\xff\xfe", step + "503 "},
-      {302, "moved", step + "302 moved"},
-      {200, "[]", step + "200 the answer was not JSON"},
       {204, "", step + "204 the answer was not JSON"},
-      {200, "{'a':", step + "200 the answer was not JSON"},
       {0, "", "nobody listens there"},
   };
   for (const auto& [code, body, text] : cases) {
@@ -242,56 +223,18 @@ TEST_F(LedgerlyCloudTools, AnAnswerThatIsNoneIsToldInWordsForTheAssistant) {
   }
 }
 
-TEST_F(LedgerlyCloudTools, APictureIsShownAndOtherAnswersStayAsTheyAre) {
-  const std::pair<const char*, const char*> cases[] = {
-      {"{'b':2,'image':{'base64':'QUJD','mimeType':'image/png','w':3},'a':1}",
-       "[{'text':'{\\'a\\':1,\\'b\\':2}','type':'text'},"
-       "{'data':'QUJD','mimeType':'image/png','type':'image'}]"},
-      {"{'image':{'base64':'QUJD','mimeType':7}}",
-       "[{'text':'{}','type':'text'},{'data':'QUJD','mimeType':'image/jpeg','type':'image'}]"},
-      {"{'image':{'base64':''},'text':'t'}", "{'image':{'base64':''},'text':'t'}"},
-      {"{'budgetExhausted':true,'image':'QUJD'}", "{'budgetExhausted':true,'image':'QUJD'}"},
+TEST_F(LedgerlyCloudTools, APictureIsShownByTheReadingToolAndOtherAnswersStayAsTheyAre) {
+  const std::string picture = "{'b':2,'image':{'base64':'QUJD','mimeType':7,'w':3}}",
+                    none = "{'budgetExhausted':true,'image':'QUJD'}";
+  const std::tuple<const char*, std::string, std::string> cases[] = {
+      {"read_attachment", picture,
+       "[{'text':'{\\'b\\':2}','type':'text'},{'data':'QUJD','mimeType':'image/jpeg','type':'image'}]"},
+      {"read_attachment", none, none},
+      {"find_attachments", picture, picture},
   };
-  for (const auto& [given, shown] : cases) {
+  for (const auto& [tool, given, shown] : cases) {
     answer = given;
-    EXPECT_EQ(call("read_attachment", "{'ref':'r','mode':'image'}"), shown);
-  }
-  // Only the reading tool shows pictures.
-  answer = "{'image':{'base64':'QUJD'}}";
-  EXPECT_EQ(call("find_attachments", "{'query':'q'}"), answer);
-}
-
-TEST_F(LedgerlyCloudTools, WithoutATokenOnlyWhatChangesNothingGoesOut) {
-  putSheet();
-  token = user = std::nullopt;
-  status = 401;
-  for (const auto* tool : {"find_attachments", "read_attachment", "search_attachment_text"}) {
-    EXPECT_EQ(call(tool, "{'query':'q','ref':'r','mode':'outline'}"),
-              "Ledgerly did not accept this sign-in. Sign in again from the Vorlane menu.");
-    EXPECT_THAT(requests(), ::testing::StartsWith("unsigned "));
-  }
-  for (const auto* tool : {"attach_existing", "search_ai_lists", "get_ai_list"})
-    EXPECT_EQ(call(tool, "{'sheetId':'s','id':1,'sources':[{'ref':'r','itemId':'i'}]}"), signedOut);
-  EXPECT_EQ(requests(), "");
-}
-
-TEST_F(LedgerlyCloudTools, ACallNeverGoesOutWithAnotherAccountsToken) {
-  const char* arguments =
-      "{'query':'q','ref':'r','mode':'outline','id':1,'sheetId':'1','sources':[{'ref':'r','itemId':'i'}]}";
-  for (const auto* tool : {"find_attachments", "read_attachment", "search_attachment_text", "attach_existing",
-                           "search_ai_lists", "get_ai_list"}) {
-    // Told by the fence alone, then by the account alone.
-    duringToken = [&] { ++epoch; };
-    EXPECT_EQ(call(tool, arguments), changed);
-    duringToken = [&] { user = "other"; };
-    EXPECT_EQ(call(tool, arguments), changed);
-    EXPECT_EQ(requests(), "");
-    duringToken = nullptr;
-    user = "o";
-    duringSend = [&]() -> Task<> { co_return void(++epoch); };
-    EXPECT_EQ(call(tool, arguments), changed);
-    EXPECT_NE(requests(), "");
-    duringSend = nullptr;
+    EXPECT_EQ(call(tool, anyArguments), shown);
   }
 }
 
@@ -305,17 +248,12 @@ TEST_F(LedgerlyCloudTools, EverySourceIsCheckedBeforeAnyRequest) {
   for (int i = 1; i < 20; ++i) twenty += "," + one;
   const std::pair<std::string, std::string> cases[] = {
       {"", none},
-      {"7", none},
-      {"{" + one, none},
       {one + ",7", none},
       {twenty + "," + one, "Attach at most 20 files in one call."},
       {twenty, "[" + twenty + "]"},
       {one + ",{'ref':7,'itemId':'i'}", "Source 2 needs the ref ledgerly_find_attachments gave."},
       {one + ",{'ref':'r'}", itemless},
-      {one + ",{'ref':'r','itemId':' '}", itemless},
-      {one + ",{'ref':'r','newItem':'x'}", nameless},
       {one + ",{'ref':'r','newItem':{'category':'c','name':' '}}", nameless},
-      {one + ",{'ref':'r','newItem':{'name':'n','subcategory':'s'}}", nameless},
       {"{'ref':' a&amp;b ','name':'&lt;n ','itemId':' &amp;i','newItem':7,'x':1},"
        "{'ref':'r','name':7,'itemId':7,'newItem':{'category':'&lt;c','name':'n','subcategory':' ','x':1}},"
        "{'ref':'r','newItem':{'category':'c','name':'n','subcategory':'&amp;s'}}",
@@ -324,65 +262,48 @@ TEST_F(LedgerlyCloudTools, EverySourceIsCheckedBeforeAnyRequest) {
   };
   for (const auto& [sources, expected] : cases) {
     const bool goesOut = expected.starts_with('[');
-    const auto list = sources.starts_with("{{") ? sources.substr(1) : "[" + sources + "]";
-    EXPECT_EQ(call("attach_existing", "{'sheetId':' s ','sources':" + list + "}"),
+    EXPECT_EQ(call("attach_existing", "{'sheetId':' s ','sources':[" + sources + "]}"),
               goesOut ? "{'sheet':null,'sheetId':'s'}" : expected);
     EXPECT_EQ(requests(), goesOut ? "attach {'sheetId':9,'sources':" + expected + "}" : "");
   }
-  EXPECT_EQ(call("attach_existing", "{'sheetId':' ','sources':[" + one + "]}"), "sheetId is required.");
 }
 
 TEST_F(LedgerlyCloudTools, OnlyASheetInStepWithTheCloudIsAttachedTo) {
   const std::string unsynced = "This sheet has not synced to Ledgerly yet. Try again in a minute.",
                     dirty = "This sheet has changes that have not synced yet. Try again in a minute.";
   putSheet("o", "{}", "made", std::nullopt);
-  putSheet("o", "{}", "s", 9);
+  putSheet();
   putSheet("o", "{}", "77", std::nullopt);
   putSheet("other", "{}", "theirs", 11);
-  await(queries.save({"never", "o", "T", "{}", present, present, {}, 12}));
   await(
       queries.save({"edited", "o", "T", "{}", present, present + std::chrono::milliseconds(1), present, 13}));
-  answer = "{'a':1,'sheet':{'id':1,'data':{'categories':[]}}}";
-  // The id, the number that is sent when one is, and the answer.
-  const std::tuple<std::string, std::string, std::string> cases[] = {
-      {"made", "", unsynced},
-      {"unknown", "", unsynced},
-      {"", "", "sheetId is required."},
-      {"never", "", dirty},
-      {"edited", "", dirty},
-      {"13", "", dirty},  // found by its number
-      {"s", "9", "{'a':1,'sheet':null,'sheetId':'s'}"},
-      {"9", "9", "{'a':1,'sheet':null,'sheetId':'9'}"},
-      {"77", "77", "{'a':1,'sheet':null,'sheetId':'77'}"},
-      // What this machine has none of its own of is the cloud's to judge, and nothing here gets stale.
-      {"123", "123", "{'a':1,'sheet':null,'sheetId':'123'}"},
-      {"theirs", "", unsynced},
-      {"11", "11", "{'a':1,'sheet':null,'sheetId':'11'}"},
-  };
-  for (const auto& [sheetID, number, answered] : cases) {
+  answer = "{'sheet':{'id':1,'data':{'categories':[]}}}";
+  // The id, and the number that is sent or the refusal. What this machine has none of its own of
+  // is the cloud's to judge, and nothing here gets stale.
+  const std::pair<std::string, std::string> cases[] = {{"made", unsynced},   {"unknown", unsynced},
+                                                       {"theirs", unsynced}, {"edited", dirty},
+                                                       {"13", dirty},        {"s", "9"},
+                                                       {"9", "9"},           {"77", "77"},
+                                                       {"123", "123"},       {"11", "11"}};
+  for (const auto& [sheetID, expected] : cases) {
+    const bool goesOut = expected.size() < 4;
     EXPECT_EQ(call("attach_existing", "{'sheetId':'" + sheetID + "','sources':[{'ref':'r','itemId':'i'}]}"),
-              answered);
+              goesOut ? "{'sheet':null,'sheetId':'" + sheetID + "'}" : expected);
     EXPECT_EQ(requests(),
-              number.empty() ? "" : "attach {'sheetId':" + number + ",'sources':[{'itemId':'i','ref':'r'}]}");
+              goesOut ? "attach {'sheetId':" + expected + ",'sources':[{'itemId':'i','ref':'r'}]}" : "");
   }
   EXPECT_EQ(inFile("SELECT id FROM ledgerly_sheets WHERE data <> '{}' ORDER BY id"), "77 s");
 }
 
 TEST_F(LedgerlyCloudTools, TheSheetIsRefreshedWithWhatTheCloudAnswered) {
-  const auto attach = [&] {
-    return call("attach_existing", "{'sheetId':'s','sources':[{'ref':'r','itemId':'i'}]}");
-  };
-  const std::string done = "{'sheet':null,'sheetId':'s'}",
+  const auto attach = [&] { return call("attach_existing", anyArguments); };
+  const std::string done = "{'sheet':null,'sheetId':'s'}", kept = "{'categories':[{'id':'c'}],'k':1}|1|-",
                     noted = "{'note':'" + notShown + "','sheet':null,'sheetId':'s'}";
   const std::pair<const char*, const char*> answers[] = {
       {"{'sheet':{'data':{'k':1,'categories':[{'id':'c'}]}}}", "{'categories':[{'id':'c'}],'k':1}"},
       {R"({'sheet':{'data':'{\'k\':1,\'categories\':[{}]}'}})", "{'categories':[{}],'k':1}"},
       {"{'sheet':{'data':{'k':1}}}", ""},
-      {"{'sheet':{'data':{'categories':null}}}", ""},
-      {"{'sheet':{'data':'no JSON'}}", ""},
       {"{'sheet':{'data':'[]'}}", ""},
-      {"{'sheet':{'data':7}}", ""},
-      {"{'sheet':7}", ""},
       {"{}", ""},
   };
   for (const auto& [given, stored] : answers) {
@@ -413,30 +334,19 @@ TEST_F(LedgerlyCloudTools, TheSheetIsRefreshedWithWhatTheCloudAnswered) {
   status = 200;
   duringSend = [&] { return queries.deleteSheet("s"); };
   EXPECT_EQ(attach(), noted);
-  EXPECT_EQ(row(), "");
-}
-
-TEST_F(LedgerlyCloudTools, WhatWasAttachedIsKeptAlsoWhenTheAccountChangesMeanwhile) {
-  answer = "{'sheet':{'data':{'categories':[]}}}";
-  const auto attach = [&] {
-    putSheet();
-    return call("attach_existing", "{'sheetId':'s','sources':[{'ref':'r','itemId':'i'}]}");
-  };
-  duringToken = [&] { ++epoch; };
-  EXPECT_EQ(attach(), changed);
-  EXPECT_EQ(requests() + row(), "{}|1|-");
-  duringToken = nullptr;
+  // What was attached is kept also when the account changes meanwhile: during the request, then
+  // while the sheet is written, as the signal of the refresh is posted within the call.
+  putSheet();
   duringSend = [&]() -> Task<> { co_return void(++epoch); };
   EXPECT_EQ(attach(), changed);
-  EXPECT_EQ(row(), "{'categories':[]}|1|-");
+  EXPECT_EQ(row(), kept);
   duringSend = nullptr;
-  // While the sheet is written: the signal of the refresh is posted within the call.
   putSheet();
   auto observation = signals->observe(watched, [&] {
     if (!row().starts_with("{}")) ++epoch;
   });
   EXPECT_EQ(attach(), changed);
-  EXPECT_EQ(row(), "{'categories':[]}|1|-");
+  EXPECT_EQ(row(), kept);
 }
 
 TEST_F(LedgerlyCloudTools, AnImportedListIsFiledForWhoImportedItOrNotAtAll) {
@@ -457,21 +367,18 @@ TEST_F(LedgerlyCloudTools, AnImportedListIsFiledForWhoImportedItOrNotAtAll) {
       "record {'categories':[{'items':[{'name':'n'}],'name':'C'}],'name':'N','prompt':'w','sheetId':'s'}";
   import();
   EXPECT_EQ(file(), filed);
-  EXPECT_EQ(last.url, "https://ledgerly.example/api/agent/ai-lists/record");
+  EXPECT_THAT(last.url, ::testing::EndsWith("/api/agent/ai-lists/record"));
   // The account changes after the call, then while the token is fetched; then nobody is signed in.
-  import();
-  user = "other";
-  EXPECT_EQ(file(), failed + changed);
-  user = "o";
-  import();
-  duringToken = [&] { user = "other"; };
-  EXPECT_EQ(file(), failed + changed);
-  duringToken = nullptr;
-  user = "o";
-  import();
-  token = std::nullopt;
-  EXPECT_EQ(file(), failed + signedOut);
-  token = "secret";
+  const std::tuple<std::optional<std::string>, bool, std::string> who[] = {
+      {"secret", false, changed}, {"secret", true, changed}, {std::nullopt, true, signedOut}};
+  for (const auto& [held, stays, text] : who) {
+    import();
+    token = held;
+    if (!stays) user = "other";
+    if (stays && held) duringToken = [&] { user = "other"; };
+    EXPECT_EQ(file(), failed + text);
+    token = "secret", user = "o", duringToken = nullptr;
+  }
   // The service fails: the list stays, and its words fill no log.
   const std::string words(5000, 'x');
   for (const auto& [code, body, text] :
