@@ -1,5 +1,6 @@
 #pragma once
 
+#include "base/Failure.h"
 #include "base/Json.h"
 #include "base/tasks/Task.h"
 #include "platform/URLSession.h"
@@ -8,6 +9,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 
 namespace vorlane {
 
@@ -33,6 +35,24 @@ void setJSONBody(URLRequest& request, std::string body);
 void setJSONBody(URLRequest& request, const JSONMap& body);
 
 bool isSuccess(const URLResponse& response);
+
+/// A cloud's answer that is none that can be used: what was asked, as "METHOD path", the
+/// status, and the body as text. Each API has a kind and a description of its own.
+class AnswerFailure : public Failure {
+ public:
+  const std::string& step() const noexcept { return step_; }
+  int status() const noexcept { return status_; }
+  const std::string& body() const noexcept { return body_; }
+
+ protected:
+  AnswerFailure(std::string description, std::string step, int status, std::string body)
+      : Failure(std::move(description)), step_(std::move(step)), status_(status), body_(std::move(body)) {}
+
+ private:
+  std::string step_;
+  int status_;
+  std::string body_;
+};
 
 /// The body as text, empty when it is not valid UTF-8.
 std::string bodyText(const URLResponse& response);

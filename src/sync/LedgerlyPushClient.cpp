@@ -33,12 +33,10 @@ std::optional<std::int64_t> newSheetID(const URLResponse& response) {
 
 }  // namespace
 
-LedgerlyPushClient::HTTPFailure::HTTPFailure(std::string step, int status, std::string body)
-    : Failure(fmt::format("HTTPFailure(step: {}, status: {}, body: {})", cloud::quoted(step), status,
-                          cloud::quoted(body))),
-      step_(std::move(step)),
-      status_(status),
-      body_(std::move(body)) {}
+LedgerlyPushClient::HTTPFailure::HTTPFailure(const std::string& step, int status, const std::string& body)
+    : AnswerFailure(fmt::format("HTTPFailure(step: {}, status: {}, body: {})", cloud::quoted(step), status,
+                                cloud::quoted(body)),
+                    step, status, body) {}
 
 LedgerlyPushClient::SheetGone::SheetGone(std::int64_t remoteID)
     : Failure(fmt::format("sheet {} is gone server-side", remoteID)), remoteID_(remoteID) {}

@@ -15,17 +15,9 @@ namespace vorlane {
 /// outlive the requests that it runs, each of which goes out on its caller's task.
 struct LedgerlyPushClient {
   /// The answer was no receipt: its status, or what the body lacks.
-  class HTTPFailure : public Failure {
+  class HTTPFailure : public cloud::AnswerFailure {
    public:
-    HTTPFailure(std::string step, int status, std::string body);
-    const std::string& step() const noexcept { return step_; }
-    int status() const noexcept { return status_; }
-    const std::string& body() const noexcept { return body_; }
-
-   private:
-    std::string step_;
-    int status_;
-    std::string body_;
+    HTTPFailure(const std::string& step, int status, const std::string& body);
   };
 
   /// The person has deleted the sheet in the cloud.

@@ -1,5 +1,6 @@
 #include "platform/linux/CurlDriver.h"
 
+#include <curl/curl.h>
 #include <pthread.h>
 #include <boost/asio/error.hpp>
 #include <boost/system/system_error.hpp>
@@ -29,6 +30,10 @@ std::exception_ptr failure(const char* description) {
 }  // namespace
 
 CurlDriver::CurlDriver() : multi_(makeMulti()) {}
+
+void CurlDriver::FreeMulti::operator()(void* multi) const {
+  curl_multi_cleanup(multi);
+}
 
 CurlDriver::~CurlDriver() {
   {
@@ -116,7 +121,7 @@ void CurlDriver::begin(const std::shared_ptr<CurlTransfer>& transfer) {
 }
 
 /// Takes a transfer out; null when it is not under way.
-std::shared_ptr<CurlTransfer> CurlDriver::remove(CURL* handle) {
+std::shared_ptr<CurlTransfer> CurlDriver::remove(void* handle) {
   const auto found =
       std::ranges::find(running_, handle, [](const auto& transfer) { return transfer->handle(); });
   if (found == running_.end()) return nullptr;

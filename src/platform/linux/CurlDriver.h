@@ -30,17 +30,17 @@ class CurlDriver {
     bool cancels = false;
   };
   struct FreeMulti {
-    void operator()(CURLM* multi) const { curl_multi_cleanup(multi); }
+    void operator()(void* multi) const;
   };
 
   void give(Command command);
   void run();
   bool takeCommands();
   void begin(const std::shared_ptr<CurlTransfer>& transfer);
-  std::shared_ptr<CurlTransfer> remove(CURL* handle);
+  std::shared_ptr<CurlTransfer> remove(void* handle);
   void collectEnded();
 
-  const std::unique_ptr<CURLM, FreeMulti> multi_;
+  const std::unique_ptr<void, FreeMulti> multi_;  // libcurl's
   // The driver's thread alone.
   std::vector<std::shared_ptr<CurlTransfer>> running_;
 

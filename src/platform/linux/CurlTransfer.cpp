@@ -2,6 +2,7 @@
 
 #include "base/Text.h"
 
+#include <curl/curl.h>
 #include <fmt/format.h>
 #include <sys/socket.h>
 
@@ -62,6 +63,14 @@ CurlTransfer::CurlTransfer(URLRequest request, const CurlTrust& trust, const std
   configure(trust, noProxy);
   configureBody();
   addHeaders();
+}
+
+void CurlTransfer::FreeHandle::operator()(void* easy) const {
+  curl_easy_cleanup(easy);
+}
+
+void CurlTransfer::FreeList::operator()(curl_slist* list) const {
+  curl_slist_free_all(list);
 }
 
 void CurlTransfer::configure(const CurlTrust& trust, const std::string& noProxy) {
@@ -191,14 +200,15 @@ bool CurlTransfer::takeBody(std::string_view bytes) {
   return true;
 }
 
-TransportFailure CurlTransfer::failureOf(CURLcode code) const {
+TransportFailure CurlTransfer::failureOf(int code) const {
   if (!ownFailure_.empty()) {
     return {code, fmt::format("The answer of {} was refused: {}.", host_, ownFailure_)};
   }
-  return {code, fmt::format("The request to {} failed: {}.", host_, curl_easy_strerror(code))};
+  return {code, fmt::format("The request to {} failed: {}.", host_,
+                            curl_easy_strerror(static_cast<CURLcode>(code)))};
 }
 
-void CurlTransfer::finish(CURLcode result) {
+void CurlTransfer::finish(int result) {
   if (result != CURLE_OK) return fail(std::make_exception_ptr(failureOf(result)));
   auto finish = std::exchange(finish_, nullptr);
   if (!finish) return;

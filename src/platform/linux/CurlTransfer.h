@@ -3,12 +3,12 @@
 #include "platform/URLSession.h"
 #include "platform/linux/CurlTrust.h"
 
-#include <curl/curl.h>
-
 #include <exception>
 #include <functional>
 #include <memory>
 #include <string>
+
+struct curl_slist;
 
 namespace vorlane {
 
@@ -24,26 +24,27 @@ class CurlTransfer {
   CurlTransfer(const CurlTransfer&) = delete;
   CurlTransfer& operator=(const CurlTransfer&) = delete;
 
-  CURL* handle() const { return easy_.get(); }
+  /// libcurl's.
+  void* handle() const { return easy_.get(); }
 
   void onFinish(Finish finish) { finish_ = std::move(finish); }
-  /// Tells the end, once; later calls do nothing. `result` is libcurl's.
-  void finish(CURLcode result);
+  /// Tells the end, once; later calls do nothing. `result` is a CURLcode.
+  void finish(int result);
   void fail(std::exception_ptr failure);
 
  private:
   struct FreeHandle {
-    void operator()(CURL* easy) const { curl_easy_cleanup(easy); }
+    void operator()(void* easy) const;
   };
   struct FreeList {
-    void operator()(curl_slist* list) const { curl_slist_free_all(list); }
+    void operator()(curl_slist* list) const;
   };
 
   void configure(const CurlTrust& trust, const std::string& noProxy);
   void configureBody();
   void addHeaders();
   void addHeader(const std::string& line);
-  TransportFailure failureOf(CURLcode code) const;
+  TransportFailure failureOf(int code) const;
   bool takeHeader(std::string_view line);
   bool takeBody(std::string_view bytes);
 
@@ -58,7 +59,7 @@ class CurlTransfer {
   std::size_t headerBytes_ = 0;
   std::string ownFailure_;  // why we cut the transfer, when it was us
   std::unique_ptr<curl_slist, FreeList> headers_;
-  std::unique_ptr<CURL, FreeHandle> easy_;
+  std::unique_ptr<void, FreeHandle> easy_;
   Finish finish_;
 };
 

@@ -3,6 +3,7 @@
 #include "base/Failure.h"
 #include "platform/linux/Files.h"
 
+#include <curl/curl.h>
 #include <fcntl.h>
 #include <fmt/format.h>
 
@@ -44,7 +45,7 @@ CurlTrust::CurlTrust(const std::optional<std::string>& caFile) {
   merged_ += extra;
 }
 
-void CurlTrust::install(CURL* easy) const {
+void CurlTrust::install(void* easy) const {
   if (!systemFolder_.empty()) {
     curl_easy_setopt(easy, CURLOPT_CAPATH, systemFolder_.c_str());
     curl_easy_setopt(easy, CURLOPT_CAINFO, extraFile_.empty() ? nullptr : extraFile_.c_str());

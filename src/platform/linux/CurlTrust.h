@@ -1,7 +1,5 @@
 #pragma once
 
-#include <curl/curl.h>
-
 #include <optional>
 #include <string>
 
@@ -13,8 +11,8 @@ class CurlTrust {
   /// Throws Failure naming `caFile` when it cannot be read or holds no certificate.
   explicit CurlTrust(const std::optional<std::string>& caFile);
 
-  /// The trust has to outlive the handle.
-  void install(CURL* easy) const;
+  /// `easy` is libcurl's handle of a transfer; the trust has to outlive it.
+  void install(void* easy) const;
 
  private:
   // A folder of hashed certificates is asked for single ones, where a bundle

@@ -63,11 +63,8 @@ Task<std::optional<std::string>> tokenFor(LedgerlyWebClient client, std::string 
 
 }  // namespace
 
-LedgerlyWebClient::Failure::Failure(std::string step, int status, std::string body)
-    : vorlane::Failure(assistantText(step, status, body)),
-      step_(std::move(step)),
-      status_(status),
-      body_(std::move(body)) {}
+LedgerlyWebClient::Failure::Failure(const std::string& step, int status, const std::string& body)
+    : AnswerFailure(assistantText(step, status, body), step, status, body) {}
 
 Task<JSONMap> LedgerlyWebClient::post(std::string path, JSONMap body, std::string ownerID,
                                       WithoutToken rule) const {
@@ -78,10 +75,10 @@ Task<JSONMap> LedgerlyWebClient::post(std::string path, JSONMap body, std::strin
   // Nothing is awaited between the token and the sending, so that its account is still the one asked for.
   cloud::setBearer(request, co_await tokenFor(*this, std::move(ownerID), rule));
   const auto response = co_await send(std::move(request));
-  auto step = "POST " + path;
-  if (!cloud::isSuccess(response)) throw Failure(std::move(step), response.status, cloud::bodyText(response));
+  const auto step = "POST " + path;
+  if (!cloud::isSuccess(response)) throw Failure(step, response.status, cloud::bodyText(response));
   auto answer = parsedObject(response.body);
-  if (!answer) throw Failure(std::move(step), response.status, "the answer was not JSON");
+  if (!answer) throw Failure(step, response.status, "the answer was not JSON");
   co_return std::move(*answer);
 }
 

@@ -17,18 +17,9 @@ namespace vorlane {
 /// the requests that it sends.
 struct LedgerlyWebClient {
   /// The API's answer is none that can be used. The description is for the assistant.
-  class Failure : public vorlane::Failure {
+  class Failure : public cloud::AnswerFailure {
    public:
-    /// `step`: the method and the path; `body`: as text.
-    Failure(std::string step, int status, std::string body);
-    const std::string& step() const noexcept { return step_; }
-    int status() const noexcept { return status_; }
-    const std::string& body() const noexcept { return body_; }
-
-   private:
-    std::string step_;
-    int status_;
-    std::string body_;
+    Failure(const std::string& step, int status, const std::string& body);
   };
 
   /// What becomes of a request that there is no token for.
