@@ -75,17 +75,23 @@ std::optional<sys_days> readDay(Reader& in) {
   return sys_days(ymd);
 }
 
-/// "HH:mm", then ":ss" which may be missing when `secondsOptional`.
+/// "HH:mm", then ":ss" which may be missing when `secondsOptional`, and a fraction if there is one.
 std::optional<microseconds> readTime(Reader& in, bool secondsOptional) {
   const auto h = in.digits(2);
   if (!h || *h > 23 || !in.take(':')) return std::nullopt;
   const auto m = in.digits(2);
   if (!m || *m > 59) return std::nullopt;
   microseconds time = hours(*h) + minutes(*m);
-  if (!in.take(':')) return secondsOptional ? std::optional(time) : std::nullopt;
-  const auto s = in.digits(2);
-  if (!s || *s > 60) return std::nullopt;  // 60: a leap second
-  return time + seconds(*s);
+  if (in.take(':')) {
+    const auto s = in.digits(2);
+    if (!s || *s > 60) return std::nullopt;  // 60: a leap second
+    time += seconds(*s);
+  } else if (!secondsOptional) {
+    return std::nullopt;
+  }
+  if (!in.take('.')) return time;
+  const auto fraction = in.fraction();
+  return fraction ? std::optional(time + *fraction) : std::nullopt;
 }
 
 std::optional<minutes> readZone(Reader& in) {
@@ -139,14 +145,8 @@ std::optional<Date> dateFromStorage(std::string_view text) {
   const auto day = readDay(in);
   if (!day || !in.take(' ')) return std::nullopt;
   const auto time = readTime(in, true);
-  if (!time) return std::nullopt;
-  Date date = *day + *time;
-  if (in.take('.')) {
-    const auto fraction = in.fraction();
-    if (!fraction) return std::nullopt;
-    date += *fraction;
-  }
-  return in.atEnd() ? std::optional(date) : std::nullopt;
+  if (!time || !in.atEnd()) return std::nullopt;
+  return *day + *time;
 }
 
 Date storageRounded(Date date) {
@@ -168,15 +168,9 @@ std::optional<Date> dateFromISO8601(std::string_view text) {
   if (!day || !(in.take('T') || in.take('t'))) return std::nullopt;
   const auto time = readTime(in, false);
   if (!time) return std::nullopt;
-  Date date = *day + *time;
-  if (in.take('.')) {
-    const auto fraction = in.fraction();
-    if (!fraction) return std::nullopt;
-    date += *fraction;
-  }
   const auto zone = readZone(in);
   if (!zone || !in.atEnd()) return std::nullopt;
-  return date - *zone;
+  return *day + *time - *zone;
 }
 
 double secondsSince2001(Date date) {

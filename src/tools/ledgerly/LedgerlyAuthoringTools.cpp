@@ -152,10 +152,6 @@ Task<JSONMap> toggleCheck(LedgerlyQueries queries, JSONMap arguments, Identity) 
 
 constexpr ToolProperty newSheet[] = {{"title", "string"}, {"sheetId", "string"}};
 
-constexpr ToolProperty linkProperties[] = {{"url", "string"}, {"title", "string"}};
-constexpr std::string_view linkRequired[] = {"url"};
-constexpr ToolSchema link{linkProperties, linkRequired};
-
 constexpr ToolProperty newItem[] = {
     {"sheetId", "string"},
     {"categoryId", "string"},
@@ -167,7 +163,7 @@ constexpr ToolProperty newItem[] = {
     {"links", "array",
      "Reference links: the page the item came from, or a Google search address for it when there is none. "
      "Never an invented address.",
-     &link},
+     &ledgerlyLink},
 };
 constexpr std::string_view newItemRequired[] = {"sheetId", "name"};
 

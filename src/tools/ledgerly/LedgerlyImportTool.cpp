@@ -5,10 +5,10 @@
 #include "base/tasks/Spawn.h"
 #include "base/tasks/TaskContext.h"
 #include "store/SnapshotCodec.h"
-#include "tools/ToolTable.h"
 #include "tools/ledgerly/LedgerlyDocument.h"
 #include "tools/ledgerly/LedgerlyImportPayload.h"
 #include "tools/ledgerly/LedgerlyText.h"
+#include "tools/ledgerly/LedgerlyTool.h"
 
 #include <boost/asio/post.hpp>
 #include <boost/json/monotonic_resource.hpp>
@@ -144,10 +144,6 @@ Task<JSONMap> importSheet(Services services, JSONMap arguments, Identity identit
   co_return co_await importAsNew(std::move(services), std::move(import), std::move(identity));
 }
 
-constexpr ToolProperty linkProperties[] = {{"url", "string"}, {"title", "string"}};
-constexpr std::string_view linkRequired[] = {"url"};
-constexpr ToolSchema link{linkProperties, linkRequired};
-
 constexpr ToolProperty itemProperties[] = {
     {"id", "string"},
     {"name", "string"},
@@ -155,7 +151,7 @@ constexpr ToolProperty itemProperties[] = {
     {"price", "number"},
     {"checked", "boolean"},
     {"notes", "string"},
-    {"links", "array", {}, &link},
+    {"links", "array", {}, &ledgerlyLink},
     {"tags", "array", {}, nullptr, "string"},
     {"vendor", "string"},
     {"location", "string"},
