@@ -122,4 +122,8 @@ From a shell:
 curl -s --noproxy '*' $endpoint -H 'Authorization: Bearer $token' -d '$list'
 
 TXT
-wait -n || true
+ended=0 status=0
+wait -n -p ended || status=$?
+[ "$ended" = "${children[0]}" ] && program=cloud || program=agent
+echo "run.sh: the demo's $program has ended with $status; see $VORLANE_SHELL_LOG" >&2
+finish "$status"

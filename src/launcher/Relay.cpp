@@ -21,8 +21,9 @@ constexpr std::size_t roomSize = 65536;
 constexpr auto patience = 2s;
 constexpr auto pauseBetweenAttempts = 25ms;
 
-/// Clients that close the input wait about two seconds before they use force;
-/// requests from a pipe should still be answered.
+/// How long after the end of input, or after anything moved since, answers are waited
+/// for. Clients that close the input wait about two seconds before they use force;
+/// requests from a pipe should still be answered, however many they are.
 constexpr auto patienceAfterInput = 1s;
 
 constexpr char agentAbsent[] =
@@ -51,8 +52,20 @@ Relay::Relay(int input, int output, Places places)
 void Relay::run() {
   do {
     deliver();
-    if (!print() || finished()) return;
+    if (!print()) return;
+    if (finished()) return sayWhatIsLeft();
   } while (wait());
+}
+
+void Relay::sayWhatIsLeft() const {
+  if (!pending_.empty() || input().contains('\n') || !answers_.ready().empty()) {
+    notice("ended before every request was answered, since nothing moved any more");
+  }
+}
+
+/// Bytes went on in some direction.
+void Relay::moved() {
+  if (deadline_) deadline_ = Clock::now() + patienceAfterInput;
 }
 
 bool Relay::finished() const {
@@ -103,6 +116,7 @@ void Relay::readInput() {
   const auto count = ::read(input_, room_.get() + end_, roomSize - end_);
   if (count > 0) {
     end_ += static_cast<std::size_t>(count);
+    moved();
   } else if (count == 0 || !wouldWait(errno)) {
     inputEnded_ = true;
     clientLeft();
@@ -157,6 +171,7 @@ void Relay::sendInput() {
       return;
     }
     used_ = true;
+    moved();
     for (auto left = static_cast<std::size_t>(count); left > 0;) {
       const auto before = begin_;
       auto message = passInput(left);
@@ -174,6 +189,7 @@ void Relay::receive() {
                        });
   if (count > 0) {
     used_ = true;
+    moved();
   } else if (count == 0 || !wouldWait(errno)) {
     lost();
   }
@@ -215,6 +231,7 @@ bool Relay::print() {
     const auto count = output_.write(answers_.ready());
     if (count < 0) return wouldWait(errno);
     answers_.printed(static_cast<std::size_t>(count));
+    moved();
   }
   return true;
 }

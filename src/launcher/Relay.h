@@ -55,6 +55,8 @@ class Relay {
   void refuse(const Message& message);
 
   bool print();
+  void moved();
+  void sayWhatIsLeft() const;
   bool wait();
   int timeout() const;
   bool finished() const;
@@ -84,7 +86,7 @@ class Relay {
   /// Until then a line waits for the agent to come (back), with pauses between
   /// the attempts; later each line that comes makes one.
   Clock::time_point patience_;
-  /// Set once the input has ended: when to end, whatever is still missing.
+  /// Set once the input has ended: when to end, whatever is still missing, unless something moves.
   std::optional<Clock::time_point> deadline_;
   /// The client has gone; and everything that it wrote was read.
   bool hungUp_ = false;

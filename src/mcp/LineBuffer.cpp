@@ -10,8 +10,6 @@ void LineBuffer::append(std::string_view bytes) {
     searched_ -= start_;
     start_ = 0;
   }
-  // After a line of many megabytes its room is given back.
-  if (bytes_.empty() && bytes_.capacity() > (std::size_t{1} << 20)) bytes_.shrink_to_fit();
   bytes_.append(bytes);
 }
 
@@ -27,6 +25,12 @@ std::optional<std::string> LineBuffer::next() {
     start_ = bytes_.rfind('\n') + 1;
   }
   searched_ = bytes_.size();
+  // After a line of many megabytes its room is given back at once: the client may be quiet for days.
+  // Assigning an empty string would keep the room.
+  if (start_ == bytes_.size() && bytes_.capacity() > (std::size_t{1} << 20)) {
+    std::string().swap(bytes_);
+    start_ = searched_ = 0;
+  }
   return std::nullopt;
 }
 

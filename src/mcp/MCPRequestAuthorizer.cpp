@@ -39,12 +39,13 @@ Task<bool> MCPRequestAuthorizer::isAllowedByBackEnd(AdminAccessRequirement requi
   request.url = sources_.endpoint;
   request.headers = {{"Authorization", "Bearer " + *token}};
   request.timeout = std::chrono::seconds(15);
+  request.followRedirects = false;  // rights come from the endpoint or not at all
   const auto response = co_await sources_.runner(std::move(request));
 
   const auto cancelled = (co_await boost::asio::this_coro::cancellation_state).cancelled();
   if (cancelled != boost::asio::cancellation_type::none) co_return false;
   if (!isSameAccount(generation, userID) || !sources_.gate->isEnabled(userID)) co_return false;
-  // What came from anywhere else after a redirect is not read.
+  // What came from anywhere else is not read.
   if (response.status != 200 || response.url != sources_.endpoint) co_return false;
   co_return SuiteAdminSnapshot::decode(response.body).allows(requirement, sources_.now());
 }

@@ -75,6 +75,7 @@ Task<Finding> fetch(Run run, std::optional<std::string> user) {
   request.url = run->endpoint;
   request.headers = {{"Authorization", "Bearer " + *token}};
   request.timeout = std::chrono::seconds(15);
+  request.followRedirects = false;  // rights come from the endpoint or not at all
   const auto response = co_await unlessFailed([&] { return run->runner(std::move(request)); });
   if (!response) co_return Finding{.denial = "network unavailable"};
   if (response->status < 200 || response->status > 299) co_return Finding{.denial = "response unavailable"};

@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <chrono>
 #include <utility>
 
 namespace vorlane {
@@ -24,10 +25,12 @@ constexpr std::size_t readSize = 65536;
 constexpr std::size_t answerBound = std::size_t{1} << 20;
 constexpr std::size_t lineByteBound = std::size_t{1} << 20;
 constexpr std::size_t lineBound = 1024;
-/// How many of the concurrent executor's threads one connection occupies with
-/// starting its lines, and how many lines each starts before others have their turn.
-constexpr std::size_t runnersAtMost = 4;
+/// How many of the concurrent executor's threads, which are four at the least, one connection
+/// occupies with starting its lines; and how many lines each starts, and for how long, before
+/// others have their turn. A call that works without waiting is over when the next is started.
+constexpr std::size_t runnersAtMost = 3;
 constexpr int linesATurn = 16;
+constexpr std::chrono::milliseconds timeATurn{2};
 /// Bytes of answers that a worker sends by itself, and that the I/O thread sends before
 /// others have their turn.
 constexpr std::size_t sentAtOnce = 65536;
@@ -114,7 +117,9 @@ bool SocketConnection::mayStart() const {
 /// Starts lines one after another. Most calls read the database where they stand and
 /// end before the next is started; one that waits for something goes on by itself.
 void SocketConnection::runLines() {
-  for (int count = 0; count < linesATurn; ++count) {
+  using Steady = std::chrono::steady_clock;
+  const auto end = Steady::now() + timeATurn;
+  for (int count = 0; count == 0 || (count < linesATurn && Steady::now() < end); ++count) {
     std::string line;
     if (!nextLine(line)) return;
     spawn(MCPRequestContext::executorForCall(settings_->concurrent), "mcp: socket request",

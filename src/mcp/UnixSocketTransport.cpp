@@ -67,11 +67,15 @@ void UnixSocketTransport::start() {
   ::unlink(socketPath_.c_str());
   auto socket = listenOnUnixSocket(address, socketPath_, std::nullopt);
   connections_ = std::make_shared<Connections>(settings_);
-  listener_ = std::make_shared<Listener>(settings_->io, std::move(socket), "mcp: UDS",
-                                         [weak = std::weak_ptr(connections_)](FileDescriptor accepted) {
-                                           if (const auto connections = weak.lock())
-                                             connections->accept(std::move(accepted));
-                                         });
+  auto accept = [weak = std::weak_ptr(connections_)](FileDescriptor accepted) {
+    if (const auto connections = weak.lock()) connections->accept(std::move(accepted));
+  };
+  try {
+    listener_ = std::make_shared<Listener>(settings_->io, std::move(socket), "mcp: UDS", std::move(accept));
+  } catch (...) {
+    ::unlink(socketPath_.c_str());  // nobody listens behind it
+    throw;
+  }
   listener_->start();
 }
 

@@ -10,6 +10,7 @@
 #include "shell/AgentStatus.h"
 #include "shell/ClientConfiguration.h"
 #include "shell/CommandLine.h"
+#include "shell/ProcessSetup.h"
 #include "store/AgentStore.h"
 
 #include <fmt/format.h>
@@ -106,7 +107,8 @@ std::string signal(const Context& context) {
     // Nobody reads any more.
     if (std::fflush(stdout) != 0) ::_exit(1);
   });
-  // Until somebody ends the program.
+  // Until somebody ends the program, which is no failure here.
+  endAtOnceOnTermination();
   std::binary_semaphore(0).acquire();
   return {};
 }

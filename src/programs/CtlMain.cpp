@@ -22,7 +22,6 @@ int run(std::vector<std::string> arguments, const char* programPath) {
   const auto places = Places::resolve(options, processEnvironment());
   requireKnownVault(places);
   setUpProcess(places, programPath);
-  endAtOnceOnTermination();
   ctl::Context context{
       .places = places, .deployment = {}, .arguments = {arguments.begin() + 1, arguments.end()}};
   try {

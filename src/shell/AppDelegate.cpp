@@ -197,11 +197,13 @@ MCPLifecycle::Environment AppDelegate::lifecycleEnvironment() const {
   };
 }
 
-LedgerlyWebClient AppDelegate::ledgerlyWebClient() const {
-  return {.base = settings_.deployment.ledgerlyBase.value_or(""),
-          .bearer = account_.bearer(),
-          .send = ledgerlyNetwork_,
-          .currentUser = account_.currentUser()};
+/// Without the web API's address there is no client, and none of the tools that need it.
+std::optional<LedgerlyWebClient> AppDelegate::ledgerlyWebClient() const {
+  if (!settings_.deployment.ledgerlyBase) return std::nullopt;
+  return LedgerlyWebClient{.base = *settings_.deployment.ledgerlyBase,
+                           .bearer = account_.bearer(),
+                           .send = ledgerlyNetwork_,
+                           .currentUser = account_.currentUser()};
 }
 
 std::function<void(const std::shared_ptr<ToolRegistry>&)> AppDelegate::moduleMaker() const {
@@ -210,9 +212,14 @@ std::function<void(const std::shared_ptr<ToolRegistry>&)> AppDelegate::moduleMak
           concurrent = runtime_.concurrent()](const std::shared_ptr<ToolRegistry>& registry) {
     registry->registerModule(
         std::make_shared<ScenewardToolModule>(ScenewardQueries(store, notifications), registry));
+    std::optional<LedgerlyAttachmentClient> attachments;
+    std::optional<LedgerlyAIListClient> archive;
+    if (web) {
+      attachments.emplace(*web);
+      archive.emplace(*web, shellLog);
+    }
     registry->registerModule(std::make_shared<LedgerlyToolModule>(
-        LedgerlyQueries(store, notifications), LedgerlyAttachmentClient{.web = web},
-        LedgerlyAIListClient{.web = web, .log = shellLog}, concurrent));
+        LedgerlyQueries(store, notifications), std::move(attachments), std::move(archive), concurrent));
     registry->registerModule(
         std::make_shared<VorlaneToolModule>(RecentsQueries(store, notifications), profile));
   };

@@ -14,6 +14,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -60,7 +61,7 @@ class AppDelegate {
   void startLedgerlyPusher();
   void startRecents();
   MCPLifecycle::Environment lifecycleEnvironment() const;
-  LedgerlyWebClient ledgerlyWebClient() const;
+  std::optional<LedgerlyWebClient> ledgerlyWebClient() const;
   std::function<void(const std::shared_ptr<ToolRegistry>&)> moduleMaker() const;
   std::function<std::unique_ptr<SocketTransport>(std::shared_ptr<MCPServer>)> socketMaker() const;
 

@@ -1,14 +1,10 @@
 #include "shell/AppRecentsHolder.h"
 
 #include "base/Failure.h"
-#include "base/Identifiers.h"
+#include "shell/ThrowAwayFolder.h"
 #include "store/AgentStore.h"
 
-#include <sys/stat.h>
-
 #include <chrono>
-#include <filesystem>
-#include <system_error>
 #include <utility>
 
 namespace vorlane {
@@ -17,27 +13,6 @@ namespace {
 constexpr std::chrono::seconds pollInterval{1800};
 
 }  // namespace
-
-class AppRecentsHolder::ThrowAwayFolder {
- public:
-  ThrowAwayFolder()
-      : path_(std::filesystem::temp_directory_path() / ("vorlane-fallback-" + newUppercaseUUID())),
-        made_(::mkdir(path_.c_str(), S_IRWXU) == 0) {}
-  ~ThrowAwayFolder() {
-    std::error_code ignored;
-    if (made_) std::filesystem::remove_all(path_, ignored);
-  }
-  ThrowAwayFolder(const ThrowAwayFolder&) = delete;
-  ThrowAwayFolder& operator=(const ThrowAwayFolder&) = delete;
-
-  std::string path() const { return path_.string(); }
-
- private:
-  std::filesystem::path path_;
-  /// Whatever else may lie at that path is not ours to remove; opening a store there
-  /// tells what is wrong.
-  bool made_;
-};
 
 AppRecentsHolder::AppRecentsHolder(Settings settings) : settings_(std::move(settings)) {
   try {

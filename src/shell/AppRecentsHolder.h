@@ -21,6 +21,7 @@
 namespace vorlane {
 
 class AgentStore;
+class ThrowAwayFolder;
 
 /// What the list of recents stands on: a store of its own, apart from the services', the
 /// list and what fetches it. When the store cannot be opened the list stands on one that
@@ -66,7 +67,6 @@ class AppRecentsHolder {
 
  private:
   /// A folder in the system's temporary directory, removed again with the object.
-  class ThrowAwayFolder;
 
   const Settings settings_;
   std::unique_ptr<ThrowAwayFolder> folder_;  // goes after what lies in it

@@ -46,18 +46,22 @@ std::vector<std::string> DocumentTable::pendingIDs(const std::string& ownerID) c
 }
 
 DocumentTable::Opened DocumentTable::open(Database& database, const std::string& id,
-                                          const DomainFailure& notFound) const {
+                                          const EditRefusals& refusals) const {
   std::optional<Opened> opened;
+  bool wasSynced = false;
   // The document is parsed where the database holds it; it may be megabytes.
   const RowVisitor visit = [&](const Row& row) {
     opened.emplace(Opened{.ownerID = row.get<std::string>("owner_id"),
                           .updatedAt = row.get<Date>("updated_at"),
                           .document = SnapshotCodec::decode(row.get<std::string_view>("data"))});
+    wasSynced = row.get<std::optional<Date>>("synced_at").has_value();
     return false;
   };
-  database.forEachRow(fmt::format("SELECT owner_id, data, updated_at FROM {} WHERE id = ?", kind_->table),
-                      visit, id);
-  if (!opened) throw notFound;
+  database.forEachRow(
+      fmt::format("SELECT owner_id, data, updated_at, synced_at FROM {} WHERE id = ?", kind_->table), visit,
+      id);
+  if (!opened) throw refusals.notFound;
+  if (refusals.onlyInCloud && wasSynced && opened->document.empty()) throw *refusals.onlyInCloud;
   return std::move(*opened);
 }
 

@@ -29,6 +29,15 @@ struct DocumentTableKind {
   StoreScope (*scope)(const std::string& ownerID);
 };
 
+/// What an edit of a document that cannot be made is answered with.
+struct EditRefusals {
+  /// When there is no such row.
+  DomainFailure notFound;
+  /// When the row is a stub: the cloud has a document, and all that is here of it is a title.
+  /// Without this failure a stub is edited like an empty document.
+  std::optional<DomainFailure> onlyInCloud = std::nullopt;
+};
+
 /// What the query objects of the tables of documents share: how a document is edited,
 /// which rows the cloud has to be sent, and what its answers do to them. A small
 /// value, copied freely, usable from any thread. Reads run where they stand; writes
@@ -105,14 +114,14 @@ class DocumentTable {
   /// one idempotent upload. Read, edit and write are one transaction, so that no other
   /// edit is lost, and other columns keep what a push writes meanwhile. Returns what the
   /// transform returns. The transform runs on the writer thread and must own all that it
-  /// uses; when it throws, nothing is written. Throws `notFound` when there is no such row.
+  /// uses; when it throws, nothing is written. Throws what `refusals` hold.
   template <class Transform>
-  auto mutate(std::string id, DomainFailure notFound, Transform transform) const
+  auto mutate(std::string id, EditRefusals refusals, Transform transform) const
       -> Task<std::invoke_result_t<Transform&, JSONMap&>> {
     using Report = std::invoke_result_t<Transform&, JSONMap&>;
-    return pool().writeAsync([table = *this, id = std::move(id), notFound = std::move(notFound),
+    return pool().writeAsync([table = *this, id = std::move(id), refusals = std::move(refusals),
                               transform = std::move(transform)](Database& database) mutable -> Report {
-      auto opened = table.open(database, id, notFound);
+      auto opened = table.open(database, id, refusals);
       if constexpr (std::is_void_v<Report>) {
         transform(opened.document);
         table.writeBack(database, id, opened);
@@ -162,7 +171,7 @@ class DocumentTable {
     Date updatedAt;
     JSONMap document;
   };
-  Opened open(Database& database, const std::string& id, const DomainFailure& notFound) const;
+  Opened open(Database& database, const std::string& id, const EditRefusals& refusals) const;
   /// The time of an edit of a row: now, but always later than the edit before, also when
   /// the clock has been set back.
   Date editTime(Date previousEdit) const;

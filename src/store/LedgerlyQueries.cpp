@@ -34,6 +34,13 @@ DomainFailure LedgerlyQueries::sheetNotFound(const std::string& id) {
   return {"ledgerly", 404, "sheet " + id + " not found"};
 }
 
+DomainFailure LedgerlyQueries::sheetOnlyInCloud(const std::string& id) {
+  return {"ledgerly", 409,
+          "only the title of sheet " + id +
+              " is on this computer: its contents are in the cloud, and an edit here would replace them. "
+              "Nothing was changed."};
+}
+
 std::optional<LedgerlySheetRow> LedgerlyQueries::fetch(const std::string& id) const {
   return sheets_.fetch<LedgerlySheetRow>(id);
 }

@@ -19,6 +19,12 @@
 
 namespace vorlane {
 
+/// How much of a sheet's document an edit decides.
+enum class SheetEdit {
+  part,   ///< the rest stays, so that it has to be here
+  whole,  ///< everything that a sheet shows is replaced
+};
+
 /// The one way to the table `ledgerly_sheets`. A small value, copied freely, usable
 /// from any thread. Reads run where they stand; writes are tasks, each one
 /// transaction, which is made even when its awaiter is cancelled. After a commit that
@@ -32,6 +38,8 @@ class LedgerlyQueries {
 
   /// DomainFailure ("ledgerly", 404), "sheet ID not found".
   static DomainFailure sheetNotFound(const std::string& id);
+  /// DomainFailure ("ledgerly", 409): the sheet is a stub.
+  static DomainFailure sheetOnlyInCloud(const std::string& id);
 
   /// The present, by the clock that stamps the rows.
   Date now() const { return sheets_.now(); }
@@ -61,12 +69,14 @@ class LedgerlyQueries {
   Task<> rename(std::string id, std::string title) const;
 
   /// Edits a sheet's document in one transaction, see DocumentTable::mutate. Throws
-  /// `sheetNotFound` when there is no such sheet.
+  /// `sheetNotFound` when there is no such sheet, and `sheetOnlyInCloud` for an edit of a
+  /// part of a stub: the next pass would put that part in the place of the whole sheet.
   template <class Transform>
-  auto mutateDocument(std::string id, Transform transform) const
+  auto mutateDocument(std::string id, Transform transform, SheetEdit edit = SheetEdit::part) const
       -> Task<std::invoke_result_t<Transform&, JSONMap&>> {
-    auto notFound = sheetNotFound(id);
-    return sheets_.mutate(std::move(id), std::move(notFound), std::move(transform));
+    EditRefusals refusals{.notFound = sheetNotFound(id)};
+    if (edit == SheetEdit::part) refusals.onlyInCloud = sheetOnlyInCloud(id);
+    return sheets_.mutate(std::move(id), std::move(refusals), std::move(transform));
   }
 
   /// The cloud took the document as it was at `at`, the row's `updatedAt` from before

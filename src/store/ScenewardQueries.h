@@ -50,7 +50,8 @@ class ScenewardQueries {
   template <class Transform>
   auto mutateDocument(std::string id, Transform transform) const
       -> Task<std::invoke_result_t<Transform&, JSONMap&>> {
-    return projects_.mutate(ScenewardID::canonical(id), sceneNotFound(id), std::move(transform));
+    return projects_.mutate(ScenewardID::canonical(id), {.notFound = sceneNotFound(id)},
+                            std::move(transform));
   }
 
   /// What a push by rows would have to send, the oldest edit first.

@@ -132,13 +132,14 @@ std::shared_ptr<LedgerlyPusher::Upload> LedgerlyPusher::prepare(const LedgerlyQu
     body = row->remoteID ? LedgerlyPushClient::updateBody(row->title, std::move(sheet))
                          : LedgerlyPushClient::createBody(row->title, std::move(sheet));
   }
-  return std::make_shared<Upload>(Upload{.id = std::move(row->id),
-                                         .title = std::move(row->title),
-                                         .remoteID = row->remoteID,
-                                         .at = row->updatedAt,
-                                         .syncedAt = row->syncedAt,
-                                         .pushBlockedAt = row->pushBlockedAt,
-                                         .body = std::move(body)});
+  return std::make_shared<Upload>(
+      Upload{.id = id,  // as it is stored; the row has it as text that is safe to show
+             .title = std::move(row->title),
+             .remoteID = row->remoteID,
+             .at = row->updatedAt,
+             .syncedAt = row->syncedAt,
+             .pushBlockedAt = row->pushBlockedAt,
+             .body = std::move(body)});
 }
 
 /// Reading and shaping a sheet takes as long as a quick cloud's answer, and is done while

@@ -4,10 +4,15 @@
 
 #include <fmt/format.h>
 
+#include <cstddef>
 #include <utility>
 
 namespace vorlane {
 namespace {
+
+/// A profile and a receipt are a few hundred bytes. An answer is parsed as a whole, which
+/// takes some twenty times its size.
+constexpr std::size_t longestAnswer = std::size_t{1} << 20;
 
 using Kind = ScenewardPushClient::Failure::Kind;
 
@@ -52,6 +57,7 @@ URLRequest ScenewardPushClient::requestFor(std::string method, std::string_view 
   auto request = cloud::request(std::move(method), base, path);
   cloud::setBearer(request, token);
   request.headers.emplace_back(sourceHeader, sourceValue);
+  request.maximumBody = longestAnswer;
   identify(request);
   return request;
 }

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Reads the includes of src/ and fails on an arrow that points up, sideways
 # without leave, or out of a folder that stands alone. The table is the picture
-# of docs/architecture.md; since every arrow in it points down, no circle can close.
+# of README.md; since every arrow in it points down, no circle can close.
 set -euo pipefail
 
 awk '

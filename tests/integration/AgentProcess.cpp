@@ -2,15 +2,12 @@
 
 #include "base/Failure.h"
 #include "base/JsonArguments.h"
+#include "tests/mcp/RawClient.h"
 
-#include <arpa/inet.h>
 #include <fcntl.h>
 #include <fmt/format.h>
-#include <netinet/in.h>
-#include <poll.h>
 #include <signal.h>
 #include <spawn.h>
-#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -121,9 +118,13 @@ BackgroundProgram::BackgroundProgram(const std::string& name, const std::vector<
     : out_(temporaryFile()), pid_(spawnProgram(name, arguments, environment, out_, -1)) {}
 
 BackgroundProgram::~BackgroundProgram() {
-  ::kill(pid_, SIGKILL);
-  waited(pid_);
+  if (pid_ > 0) stop(SIGKILL);
   ::close(out_);
+}
+
+int BackgroundProgram::stop(int signal) {
+  ::kill(pid_, signal);
+  return waited(std::exchange(pid_, -1));
 }
 
 std::string BackgroundProgram::out() const {
@@ -163,10 +164,6 @@ void AgentProcess::start(std::vector<std::string> extra) {
   if (!listening) throw Failure("the agent does not listen; its log:\n" + log());
 }
 
-void AgentProcess::launch(std::vector<std::string> words) {
-  launchWith(std::move(words), environment());
-}
-
 void AgentProcess::launchWith(std::vector<std::string> words, const EnvironmentMap& environment) {
   words.insert(words.begin(), "--headless");
   pid_ = spawnProgram("vorlane-agent", words, environment, -1, -1);
@@ -186,36 +183,13 @@ std::string AgentProcess::token() const {
   return json::stringOr(parseJSONMap(finished.out), "token");
 }
 
-std::string exchangeBytes(std::uint16_t port, std::string_view bytes) {
-  const int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_port = htons(port);
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  std::string answer;
-  if (::connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0) {
-    while (!bytes.empty()) {
-      const auto sent = ::send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL);
-      if (sent <= 0) break;
-      bytes.remove_prefix(static_cast<std::size_t>(sent));
-    }
-    char buffer[65536];
-    pollfd waiting{fd, POLLIN, 0};
-    while (::poll(&waiting, 1, 30'000) > 0) {
-      const auto got = ::recv(fd, buffer, sizeof buffer, 0);
-      if (got <= 0) break;
-      answer.append(buffer, static_cast<std::size_t>(got));
-    }
-  }
-  ::close(fd);
-  return answer;
-}
-
 Answer post(std::uint16_t port, const std::string& token, std::string_view body) {
-  const auto raw =
-      exchangeBytes(port, fmt::format("POST /rpc HTTP/1.1\r\nHost: 127.0.0.1\r\nAuthorization: Bearer {}\r\n"
-                                      "Content-Length: {}\r\n\r\n{}",
-                                      token, body.size(), body));
+  RawClient client(port);
+  client.send(
+      fmt::format("POST /rpc HTTP/1.1\r\nHost: 127.0.0.1\r\nAuthorization: Bearer {}\r\n"
+                  "Content-Length: {}\r\n\r\n{}",
+                  token, body.size(), body));
+  const auto raw = client.receiveAll();
   Answer answer;
   if (raw.starts_with("HTTP/1.1 ")) answer.status = std::stoi(raw.substr(9, 3));
   if (const auto at = raw.find("\r\n\r\n"); at != std::string::npos) answer.body = raw.substr(at + 4);

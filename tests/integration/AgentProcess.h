@@ -54,6 +54,8 @@ class BackgroundProgram {
   BackgroundProgram& operator=(const BackgroundProgram&) = delete;
   /// What it has printed so far.
   std::string out() const;
+  /// Sends the signal and waits for the end; the exit code, or minus the signal.
+  int stop(int signal);
 
  private:
   int out_;
@@ -72,7 +74,7 @@ class AgentProcess {
   /// Starts the agent and waits until it listens. `extra` goes to the command line.
   void start(std::vector<std::string> extra = {});
   /// Starts the agent with these words behind "--headless" and does not wait.
-  void launch(std::vector<std::string> words);
+  void launch(std::vector<std::string> words) { launchWith(std::move(words), environment()); }
   void launchWith(std::vector<std::string> words, const EnvironmentMap& environment);
   /// Sends the signal and waits for the end; the exit code, or minus the signal.
   int stop(int signal);
@@ -92,10 +94,6 @@ class AgentProcess {
   pid_t pid_ = -1;
   std::uint16_t port_ = 0;
 };
-
-/// One HTTP exchange on a connection of its own: the bytes are sent as they are
-/// and everything that comes back is returned.
-std::string exchangeBytes(std::uint16_t port, std::string_view bytes);
 
 struct Answer {
   int status = 0;

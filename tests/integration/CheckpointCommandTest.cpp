@@ -1,13 +1,17 @@
 #include "AgentProcess.h"
 
 #include "base/Digest.h"
-#include "base/Json.h"
+#include "base/FileDescriptor.h"
+#include "tests/support/CheckpointPayload.h"
 
+#include <fcntl.h>
 #include <fmt/format.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sqlite3.h>
+#include <sys/stat.h>
 
+#include <csignal>
 #include <fstream>
 
 namespace vorlane::test {
@@ -22,19 +26,8 @@ const std::string operation = "AAAAAAAA-0000-4000-8000-000000000001",
                   project = "bbbbbbbb-0000-4000-8000-000000000002";
 
 std::string payload() {
-  return writeJSON(JSONMap{{"operationId", operation},
-                           {"expectedRevision", 0},
-                           {"checkpoint",
-                            {{"schemaVersion", 1},
-                             {"id", project},
-                             {"projectDocument", {{"id", project}, {"scenes", JSONArray()}}},
-                             {"contentHash", std::string(64, 'a')},
-                             {"assets",
-                              {JSONMap{{"kind", "project-archive"},
-                                       {"id", "project-archive"},
-                                       {"data", ""},
-                                       {"bytes", 0},
-                                       {"sha256", sha256Hex("")}}}}}}});
+  static const auto once = checkpointPayload(project, operation, 0);
+  return once;
 }
 
 class CheckpointCommand : public testing::Test {
@@ -60,14 +53,11 @@ class CheckpointCommand : public testing::Test {
 
 TEST_F(CheckpointCommand, QueuesListsAndTakesBackWithAndWithoutAnAgent) {
   const auto save = file("save.json", payload());
-  const std::vector<std::string> enqueue{"enqueue", "--owner", "o", "--project=" + project, save};
-  for (const bool agentRuns : {false, true}) {
-    if (agentRuns) agent.start();
-    const std::string owner = agentRuns ? "second" : "o";
-    auto words = enqueue;
-    words[2] = owner;
+  for (const std::string owner : {"o", "second"}) {
+    if (owner == "second") agent.start();
+    const std::vector<std::string> enqueue{"enqueue", "--owner", owner, "--project=" + project, save};
     for (int repeat = 0; repeat < 2; ++repeat) {
-      const auto queued = run(words);
+      const auto queued = run(enqueue);
       EXPECT_EQ(queued.exitCode, 0) << queued.error;
       EXPECT_EQ(queued.out, "{\"operationId\":\"" + kept + "\"}\n");
       EXPECT_TRUE(takeSignal());
@@ -77,21 +67,25 @@ TEST_F(CheckpointCommand, QueuesListsAndTakesBackWithAndWithoutAnAgent) {
         AllOf(StartsWith(fmt::format(R"({{"checkpoints":[{{"bytes":{},"createdAt":"20)", payload().size())),
               HasSubstr(fmt::format(R"(Z","operationId":"{}","projectId":"{}","status":"pending"}}]}})", kept,
                                     project))));
-    const std::vector<std::string> places{"--project", project, "--owner", owner};
-    const auto with = [&](const std::string& action) {
-      std::vector<std::string> all{action};
-      all.insert(all.end(), places.begin(), places.end());
-      return all;
-    };
-    EXPECT_EQ(run(with("cancel")).exitCode, 0);
+    EXPECT_EQ(run({"cancel", "--owner", owner, "--project", project}).exitCode, 0);
     EXPECT_EQ(run({"list", "--owner", owner}).out, "{\"checkpoints\":[]}\n");
-    EXPECT_EQ(run(with("restore")).exitCode, 0);
-    EXPECT_THAT(run(words).error, StartsWith("vorlanectl: invalidRequest: the save " + kept));
+    EXPECT_EQ(run({"restore", "--project", project, "--owner", owner}).exitCode, 0);
+    EXPECT_THAT(run(enqueue).error, StartsWith("vorlanectl: invalidRequest: the save " + kept));
     EXPECT_EQ(run({"erase", "--owner", owner}).exitCode, 0);
-    const auto refused = run(with("restore"));
+    const auto refused = run({"restore", "--owner", owner, "--project", project});
     EXPECT_EQ(refused.exitCode, 1);
     EXPECT_EQ(refused.error, "vorlanectl: invalidRequest: the saves of this owner were erased for good\n");
   }
+}
+
+TEST_F(CheckpointCommand, IsNoSuccessWhenItIsEndedMidway) {
+  const auto pipe = (folder.path() / "pipe").string();
+  ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
+  BackgroundProgram enqueue("vorlanectl",
+                            {"checkpoint", "enqueue", "--owner", "o", "--project", project, pipe},
+                            agent.environment());
+  const FileDescriptor writing(::open(pipe.c_str(), O_WRONLY | O_CLOEXEC));  // once it reads
+  EXPECT_EQ(enqueue.stop(SIGTERM), -SIGTERM);
 }
 
 TEST_F(CheckpointCommand, NamesWhatIsWrong) {
@@ -109,7 +103,6 @@ TEST_F(CheckpointCommand, NamesWhatIsWrong) {
       {{}, 2, "checkpoint takes"},
       {{"dance", "--owner", "o"}, 2, "checkpoint takes"},
       {{"list"}, 2, "checkpoint list takes --owner O"},
-      {{"list", "--owner"}, 2, "the option --owner needs a value"},
       {{"list", "--owner="}, 2, "the option --owner needs a value"},
       {{"erase", "--owner", "--project"}, 2, "the option --owner needs a value"},
       {{"erase", "--owner", "o", "--owner=p"}, 2, "the option --owner is given twice"},
@@ -117,9 +110,7 @@ TEST_F(CheckpointCommand, NamesWhatIsWrong) {
        2,
        "the option --project is given twice"},
       {{"erase", "--owner", "\xff"}, 2, "the value of --owner is not UTF-8"},
-      {{"cancel", "--owner", "o", "--project=\xff"}, 2, "the value of --project is not UTF-8"},
       {{"cancel", "--owner", "o", "--project", "p"}, 1, "invalidRequest: the project id \"p\" is no UUID"},
-      {{"restore", "--owner", "o", "--project=p"}, 1, "invalidRequest: the project id \"p\" is no UUID"},
       {{"erase", "--owner", "o", "--project", project}, 2, "checkpoint erase takes"},
       {{"restore", "--owner", "o", "--project", project, "x"}, 2, "checkpoint restore takes"},
       {{"enqueue", "--owner", "o", "--project", project}, 2, "checkpoint enqueue takes"},
@@ -129,7 +120,6 @@ TEST_F(CheckpointCommand, NamesWhatIsWrong) {
       {enqueue(large), 1, "invalidRequest: " + large + " is larger than 67108864 bytes"},
       {enqueue("/dev/zero"), 1, "invalidRequest: /dev/zero is larger than 67108864 bytes"},
       {enqueue(file("cut.json", "{")), 1, "invalid JSON at byte 1"},
-      {enqueue(file("empty.json", "{}")), 1, "invalidRequest: operationId must be a UUID"},
       {{"cancel", "--owner", "o", "--project", project, operation, "x"},
        1,
        "invalidRequest: the operation id \"x\" is no UUID"},

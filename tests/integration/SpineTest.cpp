@@ -5,33 +5,21 @@
 #include <fmt/format.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sqlite3.h>
 
 #include <csignal>
-#include <fstream>
 #include <thread>
 
 namespace vorlane::test {
 namespace {
 
-using devcloud::Fault;
-using devcloud::FaultCut;
 using testing::HasSubstr;
 using testing::Not;
-
-std::vector<std::string> names(const JSONMap& response) {
-  std::vector<std::string> names;
-  for (const auto& tool : response.at("result").at("tools").as_array())
-    names.emplace_back(tool.at("name").as_string());
-  return names;
-}
 
 TEST(Spine, AnAssistantListsReadsAndEditsSheetsAndTheyOutliveAKill) {
   Spine spine;
   spine.startServing();
-  const auto tools = names(parseJSONMap(post(spine.agent.port(), spine.token, listTools).body));
-  EXPECT_EQ(tools.size(), 46U);
-  EXPECT_TRUE(std::ranges::is_sorted(tools));
+  const auto listed = parseJSONMap(post(spine.agent.port(), spine.token, listTools).body);
+  EXPECT_EQ(listed.at("result").at("tools").as_array().size(), 46U);
 
   const auto sheet = spine.result("ledgerly_create_sheet", {{"title", "Stage &amp; light — é"}});
   const auto id = std::string(sheet.at("sheet").at("id").as_string());
@@ -84,49 +72,27 @@ TEST(Spine, OnlyTheSignedInPersonWithAccessIsServed) {
   EXPECT_TRUE(spine.eventuallyAnswers(503));
 }
 
-TEST(Spine, WhateverTheProfileEndpointDoesWrongTurnsAccessOff) {
-  Fault failing{.path = "/api/user/profile", .times = 100, .status = 500};
-  Fault cut{.path = "/api/user/profile", .times = 100, .cut = FaultCut::body};
-  Fault garbage{.path = "/api/user/profile", .times = 100, .garbage = true};
-  Fault unsuccessful{.path = "/api/user/profile",
-                     .times = 100,
-                     .status = 200,
-                     .body = R"({"success":false,"profile":{"mcpAccess":true}})"};
-  const std::pair<Fault, const char*> cases[] = {
-      {failing, "mcp: profile sync denied — response unavailable"},
-      {cut, "mcp: profile sync denied — network unavailable"},
-      {garbage, "mcp: profile sync denied — invalid response"},
-      {unsuccessful, "mcp: profile sync — mcpAccess=false"},
-  };
+TEST(Spine, AnEndpointThatFailsTurnsAccessOffUntilTheNextGoodAnswer) {
   Spine spine;
   spine.startServing();
-  for (const auto& [fault, line] : cases) {
-    spine.cloud.addFault(fault);
+  const devcloud::Headers elsewhere{{"Location", "/elsewhere"}};
+  for (const int status : {500, 302}) {
+    spine.cloud.addFault({.path = "/api/user/profile", .times = 100, .status = status, .headers = elsewhere});
+    spine.cloud.addFault({.path = "/elsewhere",
+                          .times = 100,
+                          .status = 200,
+                          .body = R"({"success":true,"profile":{"mcpAccess":true}})"});
     spine.agent.stop(SIGTERM);
     spine.agent.start();
-    EXPECT_TRUE(spine.eventuallyAnswers(503)) << line;
-    EXPECT_THAT(spine.agent.log(), HasSubstr(line));
+    EXPECT_TRUE(spine.eventuallyAnswers(503)) << status;
+    EXPECT_THAT(spine.agent.log(), HasSubstr("mcp: profile sync denied — response unavailable"));
+    EXPECT_TRUE(spine.cloud.requests({.path = "/elsewhere"}).empty())
+        << "rights come from the endpoint alone";
     spine.cloud.clearFaults();
     spine.agent.stop(SIGTERM);
     spine.agent.start();
-    ASSERT_TRUE(spine.eventuallyAnswers(200)) << line;
+    EXPECT_TRUE(spine.eventuallyAnswers(200)) << status;
   }
-}
-
-TEST(Spine, ASyncThatAnAccountChangeOvertakesLeavesTheGateAlone) {
-  Spine spine;
-  spine.person("auth0|ana", true);
-  spine.person("auth0|bea", false);
-  spine.signIn("auth0|ana");
-  spine.cloud.addFault({.path = "/api/user/profile", .times = 1, .hold = true});
-  spine.agent.start();
-  spine.cloud.waitForRequests({.method = "GET", .path = "/api/user/profile"}, 1);
-  spine.signIn("auth0|bea");
-  spine.cloud.waitForRequests({.method = "GET", .path = "/api/user/profile"}, 2);
-  spine.cloud.release();
-  ASSERT_TRUE(eventually([&] { return spine.agent.log().find("mcpAccess=false") != std::string::npos; }));
-  EXPECT_THAT(spine.agent.log(), Not(HasSubstr("mcpAccess=true")));
-  EXPECT_TRUE(spine.eventuallyAnswers(503));
 }
 
 TEST(Spine, TokensAreRefreshedOnceStoredAndNeverLogged) {
@@ -147,20 +113,6 @@ TEST(Spine, TokensAreRefreshedOnceStoredAndNeverLogged) {
     }
   }
   EXPECT_THAT(log, Not(HasSubstr(spine.token)));
-}
-
-TEST(Spine, ASignOutDuringARefreshStaysASignOut) {
-  Spine spine;
-  spine.person("auth0|ana", true);
-  spine.signIn("auth0|ana", 30);
-  spine.cloud.addFault({.path = "/oauth/token", .hold = true});
-  spine.agent.start();
-  spine.cloud.waitForRequests({.method = "POST", .path = "/oauth/token"}, 1);
-  spine.signOut();
-  spine.cloud.release();
-  ASSERT_TRUE(spine.eventuallyAnswers(503));
-  EXPECT_FALSE(std::filesystem::exists(spine.vaultFile()));
-  EXPECT_EQ(spine.status().at("account"), nullptr);
 }
 
 TEST(Spine, ADeadGrantSignsOutAndAFlakyProviderDoesNot) {
@@ -184,46 +136,6 @@ TEST(Spine, ADeadGrantSignsOutAndAFlakyProviderDoesNot) {
   ASSERT_TRUE(eventually(
       [&] { return spine.agent.log().find("AuthSession: SIGNED OUT — auth0 ") != std::string::npos; }));
   EXPECT_TRUE(eventually([&] { return !std::filesystem::exists(spine.vaultFile()); }));
-}
-
-/// Another program of the suite that holds the database's write lock.
-class WriteLock {
- public:
-  explicit WriteLock(const std::filesystem::path& container) {
-    EXPECT_EQ(sqlite3_open((container / "Vorlane.sqlite").c_str(), &db_), SQLITE_OK);
-    EXPECT_EQ(sqlite3_exec(db_, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr), SQLITE_OK);
-  }
-  ~WriteLock() { sqlite3_close(db_); }
-  WriteLock(const WriteLock&) = delete;
-  WriteLock& operator=(const WriteLock&) = delete;
-
- private:
-  sqlite3* db_ = nullptr;
-};
-
-TEST(Spine, WritersWaitForAnotherProgramsLockWhileReadersGoOn) {
-  Spine spine;
-  spine.startServing();
-  const auto id = std::string(spine.result("ledgerly_create_sheet").at("sheet").at("id").as_string());
-  std::vector<std::thread> writers;
-  std::atomic<int> written{0};
-  {
-    const WriteLock lock(spine.agent.container());
-    for (int i = 0; i < 20; ++i) {
-      writers.emplace_back([&, i] {
-        spine.result("ledgerly_add_item",
-                     {{"sheetId", id}, {"name", fmt::format("item {}", i)}, {"categoryId", "c"}});
-        ++written;
-      });
-    }
-    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(2);
-    while (std::chrono::steady_clock::now() < end) {
-      EXPECT_EQ(spine.result("ledgerly_list_sheets").at("sheets").as_array().size(), 1U);
-    }
-    EXPECT_EQ(written, 0);
-  }
-  for (auto& writer : writers) writer.join();
-  EXPECT_EQ(spine.result("ledgerly_list_items", {{"sheetId", id}}).at("items").as_array().size(), 20U);
 }
 
 TEST(Spine, EveryAcknowledgedWriteIsThereAfterAKillInAStorm) {

@@ -1,6 +1,7 @@
 #include "LauncherFixture.h"
 
 #include <future>
+#include <thread>
 
 namespace vorlane {
 namespace {
@@ -123,9 +124,15 @@ TEST_F(LauncherTest, OutlivesTheAgentAndLeavesNoRequestWithoutItsAnswer) {
   launcher.input.write(request("9"));
   socket = agent->accept();
   EXPECT_EQ(socket.line(), request("9"));
+  // After the end of input it stays for as long as anything moves.
+  launcher.input.write(request("10"));
+  EXPECT_EQ(socket.line(), request("10"));
   launcher.input.close();
-  socket.write(answer("9"));
-  EXPECT_EQ(launcher.output.line(), answer("9"));
+  for (const auto* id : {"9", "10"}) {
+    std::this_thread::sleep_for(700ms);
+    socket.write(answer(id));
+    EXPECT_EQ(launcher.output.line(), answer(id));
+  }
   EXPECT_EQ(launcher.ended(), 0);
 }
 
@@ -181,6 +188,8 @@ TEST_F(LauncherTest, EndsAtOnceWithZero) {
     // Although the agent takes nothing, and every room between here and there is full.
     while (ready(full.input.get(), POLLOUT, 200)) full.input.write(request("1"));
     full.input.close();
+    EXPECT_THAT(full.said(), ::testing::EndsWith("ended before every request was answered, since nothing "
+                                                 "moved any more\n"));
     EXPECT_EQ(full.ended(), 0);
   }
   Launcher idle(variables);

@@ -1,5 +1,6 @@
 #include "shell/AppRecentsHolder.h"
 #include "shell/RecentsViewModel.h"
+#include "shell/ThrowAwayFolder.h"
 
 #include "auth/AuthNotifications.h"
 #include "store/StoreFixture.h"
@@ -190,6 +191,7 @@ TEST_F(RecentsViewModelTest, StandsOnAFolderThatGoesWithItWhenItsStoreCannotBeOp
   ::setenv("TMPDIR", temporary.path.c_str(), 1);
   std::ofstream(temporary.path + "/file") << "kept";
   std::ofstream(temporary.path + "/container") << "no folder";
+  std::filesystem::create_directory(temporary.path + "/vorlane-fallback-of an agent that was killed");
   const auto entries = [&] {
     std::vector<std::string> names;
     for (const auto& entry : std::filesystem::directory_iterator(temporary.path))
@@ -202,6 +204,10 @@ TEST_F(RecentsViewModelTest, StandsOnAFolderThatGoesWithItWhenItsStoreCannotBeOp
     if (container) chosen.hydrator = nullptr;
     AppRecentsHolder fallen(std::move(chosen));
     EXPECT_THAT(entries(), ElementsAre("container", "file", "vorlane-fallback-"));
+    {
+      const ThrowAwayFolder ofAnotherAgent;
+      EXPECT_THAT(entries(), ElementsAre("container", "file", "vorlane-fallback-", "vorlane-fallback-"));
+    }
     EXPECT_FALSE(fallen.store() || fallen.fetcher());
     fallen.startPolling();
     becomes("o");

@@ -101,7 +101,8 @@ Task<JSONMap> importInto(Services services, LedgerlySheetRow row, Import import,
     list.insert(list.end(), std::make_move_iterator(categories.begin()),
                 std::make_move_iterator(categories.end()));
   };
-  co_await services.queries.mutateDocument(row.id, std::move(land));
+  co_await services.queries.mutateDocument(row.id, std::move(land),
+                                           import.append ? SheetEdit::part : SheetEdit::whole);
   if (name != row.title) co_await services.queries.rename(row.id, name);
   fileInArchive(services, identity, std::move(entry));
   co_return result;
