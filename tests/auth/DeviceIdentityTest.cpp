@@ -2,6 +2,7 @@
 
 #include "support/FakeUserDefaults.h"
 #include "support/FakeVault.h"
+#include "support/LogRecorder.h"
 
 #include <gmock/gmock.h>
 
@@ -15,55 +16,49 @@ constexpr char mirror[] = "com.vorlane.device.id";
 const std::string one = "9B2F6C1E-1111-4000-8000-000000000001",
                   other = "9b2f6c1e-1111-4000-8000-000000000002";
 
+/// A device of which nothing is known yet.
+struct Device {
+  std::shared_ptr<testing::FakeVault> vault = std::make_shared<testing::FakeVault>();
+  std::shared_ptr<testing::FakeUserDefaults> defaults = std::make_shared<testing::FakeUserDefaults>();
+  testing::LogRecorder log;
+  DeviceIdentity identity{vault, defaults,
+                          []() -> std::optional<std::string> { return "Ana’s  “desk” 🎬🎬 é x"; }, log.log()};
+};
+
 TEST(DeviceIdentity, TakesTheSharedIdThenTheMirrorThenANewOneAndLeavesItInBoth) {
-  struct Case {
-    const char* name;
-    std::optional<std::string> shared, mirrored;
-    std::string expected;  // empty: any new one
-    int logged;
+  // What is shared and mirrored, the id, empty for any new one, and whether sharing it failed.
+  using Text = std::optional<std::string>;
+  const std::tuple<Text, Text, std::string, bool> cases[] = {
+      {{}, {}, "", false},  {one, other, one, false},  {{}, other, other, false},
+      {{}, "x", "", false}, {"x", other, other, true}, {"", "{" + one + "}", "", true},
   };
-  const Case cases[] = {
-      {"fresh", {}, {}, "", 0},         {"shared", one, other, one, 0},
-      {"mirror", {}, other, other, 0},  {"spoilt mirror", {}, "x", "", 0},
-      {"spoilt", "x", other, other, 1}, {"both spoilt", "", "{" + one + "}", "", 1},
-  };
-  for (const auto& [name, shared, mirrored, expected, logged] : cases) {
-    const auto vault = std::make_shared<testing::FakeVault>();
-    const auto defaults = std::make_shared<testing::FakeUserDefaults>();
-    if (shared) vault->plant(item, *shared);
-    if (mirrored) defaults->apply({{mirror, *mirrored}});
-    std::vector<std::string> log;
-    const DeviceIdentity device(
-        vault, defaults, []() -> std::optional<std::string> { return std::nullopt; },
-        [&](std::string_view line) { log.emplace_back(line); });
+  for (const auto& [shared, mirrored, expected, unshared] : cases) {
+    Device device;
+    if (shared) device.vault->plant(item, *shared);
+    if (mirrored) device.defaults->apply({{mirror, *mirrored}});
     std::vector<std::jthread> users;
-    for (int i = 0; i < 4; ++i) users.emplace_back([&] { EXPECT_EQ(device.id().size(), 36U); });
+    for (int i = 0; i < 4; ++i) users.emplace_back([&] { EXPECT_EQ(device.identity.id().size(), 36U); });
     users.clear();
-    if (!expected.empty()) EXPECT_EQ(device.id(), expected) << name;
-    EXPECT_EQ(defaults->string(mirror), device.id()) << name;
-    if (logged == 0) EXPECT_EQ(vault->bytes(item), device.id()) << name;
-    EXPECT_EQ(log, std::vector<std::string>(
-                       static_cast<std::size_t>(logged),
-                       "DeviceIdentity: shared write status=-25299 (falling back to local mirror)"))
-        << name;
+    const auto& id = device.identity.id();
+    if (!expected.empty()) EXPECT_EQ(id, expected);
+    EXPECT_EQ(device.defaults->string(mirror), id);
+    EXPECT_EQ(device.vault->bytes(item), unshared ? *shared : id);
+    const auto* failure = "DeviceIdentity: shared write status=-25299 (falling back to local mirror)";
+    EXPECT_EQ(device.log.lines(), std::vector<std::string>(unshared ? 1 : 0, failure));
   }
 }
 
 TEST(DeviceIdentity, FollowsTheProcessThatWasFaster) {
-  const auto vault = std::make_shared<testing::FakeVault>();
-  const auto defaults = std::make_shared<testing::FakeUserDefaults>();
-  vault->afterNextRead([&] { vault->plant(item, one); });
-  const DeviceIdentity device(
-      vault, defaults, []() -> std::optional<std::string> { return "Ana’s  “desk” 🎬🎬 é x"; },
-      [](std::string_view) {});
+  Device device;
+  device.vault->afterNextRead([&] { device.vault->plant(item, one); });
   URLRequest request;
-  device.apply(request);
+  device.identity.apply(request);
   const std::vector<std::pair<std::string, std::string>> expected = {
       {"x-vorlane-device-id", one},
       {"x-vorlane-device-class", "computer"},
       {"x-vorlane-device-label", "Ana's \"desk\" x"}};
   EXPECT_EQ(request.headers, expected);
-  EXPECT_EQ(defaults->string(mirror), one);
+  EXPECT_EQ(device.defaults->string(mirror), one);
 }
 
 TEST(DeviceIdentity, LabelsArePlainShortAndNeverBlank) {

@@ -93,6 +93,7 @@ class MCPRequestAuthorizerTest : public AccountTest {
       },
       .runner = [this](URLRequest request) -> Task<URLResponse> {
         asked = request;
+        EXPECT_FALSE(request.followRedirects);
         if (duringRequest) duringRequest();
         co_return response;
       },
@@ -157,32 +158,28 @@ class ProfileSyncerTest : public AccountTest {
     bench.settle();
   }
 
-  Task<URLResponse> answer(URLRequest request) {
-    const URLResponse response{.status = 200, .url = request.url, .body = body};
-    if (hold) co_await hold->wait();
-    co_return response;
-  }
-  Task<> refresh() {
-    log.log()("begin");
-    if (holdRefresh) co_await holdRefresh->wait();
-    log.log()(gate->isOn() ? "on" : "off");
-  }
-  Task<> sleep(std::chrono::milliseconds interval) {
-    sleeps.push_back(interval / std::chrono::seconds(1));
-    const auto mine = wake = std::make_shared<Event>();
-    co_await mine->wait();
-  }
-
   void start() {
     syncer.start({.gate = gate,
                   .currentUser = [this] { return user; },
                   .bearer = []() -> Task<std::optional<std::string>> { co_return "t0k"; },
-                  .runner = [this](URLRequest request) { return answer(std::move(request)); },
+                  .runner = [this](URLRequest request) -> Task<URLResponse> {
+                    const URLResponse response{.status = 200, .url = request.url, .body = body};
+                    if (hold) co_await hold->wait();
+                    co_return response;
+                  },
                   .log = log.log(),
-                  .refreshAction = [this] { return refresh(); },
+                  .refreshAction = [this]() -> Task<> {
+                    log.log()("begin");
+                    if (holdRefresh) co_await holdRefresh->wait();
+                    log.log()(gate->isOn() ? "on" : "off");
+                  },
                   .notifications = &notifications,
                   .executor = bench.executor(),
-                  .sleep = [this](std::chrono::milliseconds interval) { return sleep(interval); }});
+                  .sleep = [this](std::chrono::milliseconds interval) -> Task<> {
+                    sleeps.push_back(interval / std::chrono::seconds(1));
+                    const auto mine = wake = std::make_shared<Event>();
+                    co_await mine->wait();
+                  }});
     bench.settle();
   }
   void letGo(std::shared_ptr<Event> event) {

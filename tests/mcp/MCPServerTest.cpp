@@ -1,14 +1,13 @@
 #include "mcp/MCPServer.h"
 
+#include "TestTools.h"
 #include "base/tasks/Runtime.h"
-#include "base/tasks/Spawn.h"
 #include "base/tasks/Timing.h"
 #include "mcp/JSONRPCCodec.h"
 #include "support/TaskBench.h"
 
 #include <gmock/gmock.h>
-
-#include <latch>
+#include <boost/asio/use_future.hpp>
 
 namespace vorlane {
 namespace {
@@ -25,32 +24,22 @@ std::string content(const std::string& result) {
   return fmt::format(R"({{"id":1,"jsonrpc":"2.0","result":{{"content":{},"isError":false}}}})", result);
 }
 
-struct Tools : ToolModule {
-  std::string toolNamespace() const override { return "t"; }
-  std::vector<ToolDefinition> tools() const override { return list; }
-  std::vector<ToolDefinition> list;
-};
-
 /// A server over rights that each test steers, driven by message texts.
 class MCPServerTest : public ::testing::Test {
  protected:
   MCPServerTest() {
-    add("t_echo", [](JSONMap arguments, Identity) -> Task<JSONMap> { co_return arguments; });
-    add("t_fail", [](JSONMap, Identity) -> Task<JSONMap> { throw Failure("no such sheet"); });
-    add("t_switch", [this](JSONMap arguments, Identity) -> Task<JSONMap> {
+    module->add("t_echo", [](JSONMap arguments) -> Task<JSONMap> { co_return arguments; });
+    module->add("t_fail", [](JSONMap) -> Task<JSONMap> { throw Failure("no such sheet"); });
+    module->add("t_switch", [this](JSONMap arguments) -> Task<JSONMap> {
       ++generation;
       if (arguments.contains("commits")) MCPRequestContext::checkCurrentAccount();
       co_return ++completed, JSONMap();
     });
-    add("t_admin", [](JSONMap, Identity) -> Task<JSONMap> { co_return JSONMap(); });
+    module->add("t_admin", [](JSONMap) -> Task<JSONMap> { co_return JSONMap(); });
     module->list.back().adminAccess = [](const JSONMap& arguments) {
       return AdminAccessRequirement{.scope = {{"count", std::to_string(arguments.size())}}};
     };
     registry->registerModule(module);
-  }
-
-  void add(std::string name, ToolHandler handler) {
-    module->list.push_back({name, "does " + name, {{"type", "object"}}, std::move(handler), nullptr});
   }
 
   Task<bool> authorize(std::optional<AdminAccessRequirement> requirement, Identity identity) {
@@ -79,7 +68,7 @@ class MCPServerTest : public ::testing::Test {
   bool adminGranted = false;
   std::function<void(bool admin)> duringAuthorize;
   std::vector<std::string> asked;
-  std::shared_ptr<Tools> module = std::make_shared<Tools>();
+  std::shared_ptr<TestTools> module = std::make_shared<TestTools>();
   std::shared_ptr<ToolRegistry> registry = std::make_shared<ToolRegistry>();
   MCPServer server{
       registry,
@@ -158,40 +147,39 @@ TEST_F(MCPServerTest, AnswersAndRecordsFailuresOfTheHandler) {
   EXPECT_EQ(status().errorsInLastHour, 3);
 }
 
-/// The number of the call that the running work belongs to, told through its fence.
-thread_local int answeringCall = 0;
-
 // That contexts follow tasks everywhere is tested with them, in base.
 TEST(MCPRequestContext, TheFenceFollowsEachOfManyHandlersAndNeverLeaks) {
-  constexpr int calls = 200;
   Runtime runtime;
   const Executor shared = boost::asio::make_strand(runtime.concurrent());
-  std::atomic<int> right = 0;
-  std::latch ended(calls);
-  const auto check = [&](int call) -> Task<> {
-    answeringCall = 0;
-    if (const auto fence = MCPRequestContext::currentFence()) fence();
-    right += answeringCall == call ? 1 : 0;
-    co_return;
-  };
-  for (int call = 1; call <= calls; ++call) {
-    const auto handler = [&, call]() -> Task<JSONMap> {
-      co_await sleepFor(std::chrono::milliseconds(call % 3));
-      co_await onExecutor(shared, [&, call] { return check(call); });
-      co_await check(call);
+  std::atomic<int> strangers = 0;
+  // The account changes during every second call, in the midst of all the others.
+  const auto call = [&](int number) -> Task<bool> {
+    std::atomic<bool> isCurrent = true;
+    const auto handler = [&]() -> Task<JSONMap> {
+      co_await onExecutor(shared, [number] { return sleepFor(std::chrono::milliseconds(number % 3)); });
+      isCurrent = number % 2 == 0;
+      co_await onExecutor(shared, [&]() -> Task<> {
+        const auto fence = MCPRequestContext::currentFence();
+        co_return void(strangers += fence && fence() == isCurrent ? 0 : 1);
+      });
       co_return JSONMap();
     };
-    spawn(
-        runtime.concurrent(), "call",
-        [&, call, handler]() -> Task<> {
-          co_await MCPRequestContext::run([call] { return (answeringCall = call) > 0; }, handler);
-          co_await onExecutor(shared, [&] { return check(0); });
-        },
-        [&] { ended.count_down(); });
+    bool changed = false;
+    try {
+      co_await MCPRequestContext::run([&] { return isCurrent.load(); }, handler);
+    } catch (const MCPRequestContext::Failure&) {
+      changed = true;
+    }
+    strangers += MCPRequestContext::currentFence() ? 1 : 0;
+    co_return changed;
+  };
+  std::vector<std::future<bool>> changed;
+  for (int number = 0; number < 200; ++number) {
+    changed.push_back(boost::asio::co_spawn(
+        runtime.concurrent(), [&call, number] { return call(number); }, boost::asio::use_future));
   }
-  ended.wait();
-  runtime.stop();
-  EXPECT_EQ(right, calls * 3);
+  for (int number = 0; auto& each : changed) EXPECT_EQ(each.get(), number++ % 2 == 1);
+  EXPECT_EQ(strangers, 0);
 }
 
 TEST(MCPStatusRecorder, CountsTheLastHourAndTheActivityOfNamespaces) {
@@ -227,6 +215,7 @@ TEST(JSONRPCCodec, ReadsEachKindOfIdDropsPositionalParametersAndRefusesWhatIsNoR
   const std::pair<const char*, const char*> refused[] = {
       {R"([{"jsonrpc":"2.0","method":"x"}])", "not a JSON object"},
       {R"({"jsonrpc":2.0,"method":"x"})", "missing jsonrpc/method"},
+      {R"({"jsonrpc":"1.0","method":"x"})", "missing jsonrpc/method"},
       {R"({"jsonrpc":"2.0","method":5})", "missing jsonrpc/method"}};
   for (const auto& [text, description] : refused) {
     EXPECT_THAT([&] { JSONRPCCodec::decodeRequest(text); },
@@ -237,7 +226,7 @@ TEST(JSONRPCCodec, ReadsEachKindOfIdDropsPositionalParametersAndRefusesWhatIsNoR
 
 TEST(ToolRegistry, SortsWhateverTheOrderOfRegistrationAndLetsTheLastOneWin) {
   ToolRegistry registry;
-  const auto module = std::make_shared<Tools>();
+  const auto module = std::make_shared<TestTools>();
   module->list = {{.name = "t_b", .description = "old"}, {.name = "t_a", .description = "old"}};
   registry.registerModule(module);
   const auto held = registry.tool("t_a");

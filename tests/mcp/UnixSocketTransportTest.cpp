@@ -1,6 +1,7 @@
 #include "mcp/UnixSocketTransport.h"
 
 #include "RawClient.h"
+#include "TestTools.h"
 #include "base/tasks/Event.h"
 #include "base/tasks/Runtime.h"
 
@@ -26,26 +27,17 @@ std::string call(const std::string& id, std::string_view tool, std::string_view 
 const std::string ping = R"({"jsonrpc":"2.0","id":"ping","method":"initialized"})";
 const std::string pong = R"({"id":"ping","jsonrpc":"2.0","result":{}})";
 
-std::string parseError(std::string_view text) {
-  return fmt::format(R"({{"error":{{"code":-32700,"message":"{}"}},"id":null,"jsonrpc":"2.0"}})", text);
-}
-
 class SocketTransportTest : public ::testing::Test {
  protected:
-  struct Tools : ToolModule {
-    std::string toolNamespace() const override { return "t"; }
-    std::vector<ToolDefinition> tools() const override { return list; }
-    std::vector<ToolDefinition> list;
-  };
-
   SocketTransportTest() {
-    add("t_count", [this](JSONMap) -> Task<JSONMap> { co_return ++calls, JSONMap(); });
-    add("t_size", [](JSONMap map) -> Task<JSONMap> { co_return JSONMap{{"size", writeJSON(map).size()}}; });
-    add("t_big", [this](JSONMap) -> Task<JSONMap> {
+    tools->add("t_count", [this](JSONMap) -> Task<JSONMap> { co_return ++calls, JSONMap(); });
+    tools->add("t_size",
+               [](JSONMap map) -> Task<JSONMap> { co_return JSONMap{{"size", writeJSON(map).size()}}; });
+    tools->add("t_big", [this](JSONMap) -> Task<JSONMap> {
       ++calls;
       co_return JSONMap{{"text", std::string(bigAnswer, 'x')}};
     });
-    add("t_wait", [this](JSONMap) -> Task<JSONMap> {
+    tools->add("t_wait", [this](JSONMap) -> Task<JSONMap> {
       ++calls;
       co_await finish.wait();
       co_return JSONMap();
@@ -62,13 +54,6 @@ class SocketTransportTest : public ::testing::Test {
   }
   ~SocketTransportTest() override { std::filesystem::remove_all(path); }
 
-  void add(std::string name, std::function<Task<JSONMap>(JSONMap)> run) {
-    tools->list.push_back({std::move(name),
-                           "",
-                           {},
-                           [run](JSONMap arguments, Identity) { return run(std::move(arguments)); },
-                           nullptr});
-  }
   /// What comes back for `bytes`, sorted, up to the answer of a ping sent after them.
   std::multiset<std::string> answers(std::string_view bytes, std::size_t count) {
     RawClient client(path);
@@ -86,25 +71,26 @@ class SocketTransportTest : public ::testing::Test {
 
   std::unique_ptr<Runtime> runtime = std::make_unique<Runtime>();
   const std::string path = fmt::format("{}mcp-{}.sock", testing::TempDir(), ::getpid());
-  std::shared_ptr<Tools> tools = std::make_shared<Tools>();
+  std::shared_ptr<TestTools> tools = std::make_shared<TestTools>();
   std::atomic<int> calls = 0;
   Event finish;
   std::unique_ptr<UnixSocketTransport> transport;
 };
 
 TEST_F(SocketTransportTest, AnswersLinesAndNothingElse) {
+  // Many, since answers come in any order and one might come late.
+  std::string notifications;
+  for (int i = 0; i < 50; ++i) notifications += R"({"jsonrpc":"2.0","method":"initialized"})"s + "\n";
   const std::pair<std::string, std::vector<std::string>> cases[] = {
       {"", {}},
       {"\n\r\n\n", {}},
       {ping + "\r\n", {pong}},
       {ping + "\n\n" + ping + "\n", {pong, pong}},
-      {R"({"jsonrpc":"2.0","method":"initialized"})"s + "\n", {}},
+      {notifications, {}},
       {R"({"jsonrpc":"2.0","method":"initialized","id":null})"s + "\n",
        {R"({"id":null,"jsonrpc":"2.0","result":{}})"}},
-      {"[]\n", {parseError("not a JSON object")}},
-      {R"({"method":"tools/list","id":5})"s + "\n", {parseError("missing jsonrpc/method")}},
-      {R"({"jsonrpc":"2.0","method":"nope","id":3})"s + "\n",
-       {R"({"error":{"code":-32601,"message":"unknown method: nope"},"id":3,"jsonrpc":"2.0"})"}},
+      {R"({"method":"tools/list","id":5})"s + "\n",
+       {R"({"error":{"code":-32700,"message":"missing jsonrpc/method"},"id":null,"jsonrpc":"2.0"})"}},
   };
   for (const auto& [bytes, expected] : cases) {
     std::multiset<std::string> lines;

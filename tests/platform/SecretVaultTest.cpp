@@ -14,7 +14,7 @@
 namespace vorlane {
 namespace {
 
-using namespace std::chrono_literals;
+using namespace std::literals;
 using ::testing::HasSubstr;
 
 const SecretItem tokens{"com.vorlane.auth", "auth0-tokens"};
@@ -26,8 +26,7 @@ struct FileVaultTest : ::testing::Test {
 
 TEST_F(FileVaultTest, NoNameLeavesTheFolderOrMeetsAnother) {
   std::vector<SecretItem> items;
-  for (const auto& name : {std::string(".."), std::string("."), std::string("a/b"), std::string("../../x"),
-                           std::string("%2E."), std::string(".lock"), std::string("\0", 1)}) {
+  for (const auto& name : {".."s, "."s, "a/b"s, "../../x"s, "%2E."s, ".lock"s, "\0"s}) {
     items.push_back({name, "account"});
     items.push_back({"service", name});
   }
@@ -35,8 +34,7 @@ TEST_F(FileVaultTest, NoNameLeavesTheFolderOrMeetsAnother) {
     EXPECT_EQ(secrets->add(item, item.service + "|" + item.account), vault::success);
   for (const auto& item : items) EXPECT_EQ(secrets->read(item).bytes, item.service + "|" + item.account);
   EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder.path()), {}), 1);
-  for (const auto& item :
-       {SecretItem{"", "a"}, SecretItem{"s", ""}, SecretItem{"s", std::string(300, 'x')}}) {
+  for (const SecretItem& item : {SecretItem{"", "a"}, {"s", ""}, {"s", std::string(300, 'x')}}) {
     EXPECT_EQ(secrets->add(item, "x"), vault::notAvailable);
     EXPECT_EQ(secrets->read(item).status, vault::notAvailable);
   }
@@ -249,8 +247,6 @@ TEST_F(SecretServiceTest, WithoutABusThereIsNoKeyringAndFilesAreTaken) {
   EXPECT_EQ(makeVault(places)->read(tokens).status, vault::itemNotFound) << "the keyring is asked";
   places.vault = VaultKind::file;
   EXPECT_EQ(makeVault(places)->read(tokens).bytes, "in a file");
-  places.unknownVault = "keychain";
-  EXPECT_THROW(makeVault(places), Failure);
 }
 
 }  // namespace

@@ -10,9 +10,6 @@ class LedgerlyStore : public StoreTest {
     newSignals();
   }
   LedgerlySheetRow row(const std::string& id) { return queries.fetch(id).value(); }
-  void edit(const std::string& id, std::function<void(JSONMap&)> change) {
-    await(queries.mutateDocument(id, std::move(change)));
-  }
   std::string pending() {
     std::string ids;
     for (const auto& row : queries.pendingPush("o")) ids += row.id + ";";
@@ -65,7 +62,7 @@ TEST_F(LedgerlyStore, TheQueueHoldsWhatTheCloudLacksOldestFirst) {
 TEST_F(LedgerlyStore, MarksTouchTheirOwnColumnsAlone) {
   save({"s", "o", "T", "{}", at(0), at(0)});
   present = at(5);
-  edit("s", [](JSONMap& document) { document["edited"] = 5; });
+  await(queries.mutateDocument("s", [](JSONMap& document) { document["edited"] = 5; }));
   EXPECT_EQ(newSignals(), 1);
   struct Step {
     std::function<Task<>()> mark;
@@ -96,7 +93,7 @@ TEST_F(LedgerlyStore, ARefusedEditWritesNothing) {
                                       {"{\"a\":\"\xff\"}", "invalid JSON"},
                                       {"{}", "UTF-8"}}) {
     save({"s", "o", "T", data, at(0), at(0)});
-    EXPECT_THAT(failureOf([&] { edit("s", half); }), HasSubstr(failure));
+    EXPECT_THAT(failureOf([&] { await(queries.mutateDocument("s", half)); }), HasSubstr(failure));
     EXPECT_EQ(row("s").data, data);
     EXPECT_EQ(row("s").updatedAt, at(0));
   }

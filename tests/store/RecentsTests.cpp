@@ -54,7 +54,6 @@ TEST_F(Recents, KeepOneRowForEachEntityOfAnApplicationAndAPerson) {
     EXPECT_EQ(recent(limit), "");
   EXPECT_EQ(recent(2), "la@5 lb@4 ");
   EXPECT_EQ(recent(Limits::max()), "la@5 lb@4 sa@2 ");
-  EXPECT_EQ(queries.recent("o", 1).front().rowid, 1);
   EXPECT_EQ(changes("o"), 4);
 
   await(queries.clear("o"));
@@ -85,30 +84,18 @@ TEST_F(Recents, AreHydratedFromTheirSheetsAndProjects) {
 
 TEST(RelativeTimes, AreInTheLargestUnitOfWhichThereIsOne) {
   const auto now = at("2026-03-01T12:00:00Z");
-  const Date dates[] = {now,
-                        now - 999ms,
-                        now - 59999ms,
-                        now - 60s,
-                        now - 3599s,
-                        now - 1h,
-                        now - 24h + 1s,
-                        now - 24h,
-                        now - 167h,
-                        now - 168h,
-                        at("2026-02-01T12:00:01Z"),
-                        at("2026-02-01T12:00:00Z"),
-                        at("2025-03-01T12:00:01Z"),
-                        at("2025-03-01T12:00:00Z"),
-                        at("0026-02-01T12:00:00Z"),
-                        now + 2s,
-                        now + 2h,
-                        now + 80h};
+  // Of 28 days in February 2026, and of 365 in the year before it.
+  const std::chrono::milliseconds ages[] = {0ms,        999ms, 59999ms, 60s,  3599s,     1h,
+                                            24h - 1s,   24h,   167h,    168h, 672h - 1s, 672h,
+                                            8760h - 1s, 8760h, -2s,     -2h,  -80h};
   std::string texts;
-  for (const auto& date : dates) texts += abbreviatedRelativeTime(date, now, LocalCalendar("UTC")) + "|";
+  const LocalCalendar calendar("UTC");
+  for (const auto& age : ages) texts += abbreviatedRelativeTime(now - age, now, calendar) + "|";
   EXPECT_EQ(
       texts,
       "0 sec. ago|0 sec. ago|59 sec. ago|1 min. ago|59 min. ago|1 hr. ago|23 hr. ago|1 day ago|6 days ago|"
-      "1 wk. ago|3 wk. ago|1 mo. ago|11 mo. ago|1 yr. ago|2,000 yr. ago|in 2 sec.|in 2 hr.|in 3 days|");
+      "1 wk. ago|3 wk. ago|1 mo. ago|11 mo. ago|1 yr. ago|in 2 sec.|in 2 hr.|in 3 days|");
+  EXPECT_EQ(abbreviatedRelativeTime(at("0026-02-01T12:00:00Z"), now, calendar), "2,000 yr. ago");
   // From ten to ten is a day, also when the clock was set forward in between; in
   // autumn a day is not yet over after 24 hours.
   const std::tuple<const char*, const char*, const char*, const char*> changes[] = {
@@ -122,34 +109,26 @@ TEST(RelativeTimes, AreInTheLargestUnitOfWhichThereIsOne) {
 TEST(RecentsBuckets, DependOnTheDayAndTheWeekOfThePersonsZone) {
   constexpr auto today = RecentsBucket::Kind::today, earlier = RecentsBucket::Kind::earlierToday,
                  week = RecentsBucket::Kind::thisWeek, older = RecentsBucket::Kind::older;
-  struct Case {
-    const char* zone;
-    const char* now;
-    const char* date;
-    RecentsBucket::Kind kind;
-  };
-  const Case cases[] = {{"UTC", "2026-03-01T12:00:00Z", "2026-03-01T12:00:00Z", today},
-                        {"UTC", "2026-03-01T12:00:00Z", "2026-03-01T10:00:00Z", today},
-                        {"UTC", "2026-03-01T12:00:00Z", "2026-03-01T09:59:59.999999Z", earlier},
-                        {"UTC", "2026-03-01T12:00:00Z", "2026-03-01T00:00:00Z", earlier},
-                        {"UTC", "2026-03-01T12:00:00Z", "2026-02-28T23:59:59.999999Z", week},
-                        {"UTC", "2026-03-01T00:00:01Z", "2026-02-28T23:59:59Z", week},
-                        {"UTC", "2026-03-01T12:00:00.0005Z", "2026-02-22T12:00:00.0005Z", week},
-                        {"UTC", "2026-03-01T12:00:00.0005Z", "2026-02-22T12:00:00.0004Z", older},
-                        // Of another machine whose clock is ahead.
-                        {"UTC", "2026-03-01T12:00:00Z", "2026-03-01T23:00:00Z", today},
-                        {"UTC", "2026-03-01T12:00:00Z", "2026-03-02T00:00:00Z", week},
-                        {"America/New_York", "2026-03-01T03:00:00Z", "2026-02-28T12:00:00Z", earlier},
-                        {"UTC", "2026-03-01T03:00:00Z", "2026-02-28T12:00:00Z", week},
-                        // Two hours are counted in seconds over a change of the clock, a week in days.
-                        {"Europe/Berlin", "2026-03-29T04:30:00+02:00", "2026-03-29T01:30:00+01:00", today},
-                        {"Europe/Berlin", "2026-10-25T02:30:00+01:00", "2026-10-25T01:29:00+02:00", earlier},
-                        {"Europe/Berlin", "2026-04-01T10:00:00+02:00", "2026-03-25T09:30:00+01:00", older},
-                        {"Europe/Berlin", "2026-10-28T10:00:00+01:00", "2026-10-21T10:00:00+02:00", week}};
+  const std::tuple<const char*, const char*, const char*, RecentsBucket::Kind> cases[] = {
+      {"UTC", "2026-03-01T12:00:00Z", "2026-03-01T10:00:00Z", today},
+      {"UTC", "2026-03-01T12:00:00Z", "2026-03-01T09:59:59.999999Z", earlier},
+      {"UTC", "2026-03-01T12:00:00Z", "2026-03-01T00:00:00Z", earlier},
+      {"UTC", "2026-03-01T12:00:00Z", "2026-02-28T23:59:59.999999Z", week},
+      {"UTC", "2026-03-01T12:00:00.0005Z", "2026-02-22T12:00:00.0005Z", week},
+      {"UTC", "2026-03-01T12:00:00.0005Z", "2026-02-22T12:00:00.0004Z", older},
+      // Of another machine whose clock is ahead.
+      {"UTC", "2026-03-01T12:00:00Z", "2026-03-01T23:00:00Z", today},
+      {"UTC", "2026-03-01T12:00:00Z", "2026-03-02T00:00:00Z", week},
+      {"America/New_York", "2026-03-01T03:00:00Z", "2026-02-28T12:00:00Z", earlier},
+      {"UTC", "2026-03-01T03:00:00Z", "2026-02-28T12:00:00Z", week},
+      // Two hours are counted in seconds over a change of the clock, a week in days.
+      {"Europe/Berlin", "2026-03-29T04:30:00+02:00", "2026-03-29T01:30:00+01:00", today},
+      {"Europe/Berlin", "2026-10-25T02:30:00+01:00", "2026-10-25T01:29:00+02:00", earlier},
+      {"Europe/Berlin", "2026-04-01T10:00:00+02:00", "2026-03-25T09:30:00+01:00", older},
+      {"Europe/Berlin", "2026-10-28T10:00:00+01:00", "2026-10-21T10:00:00+02:00", week}};
   for (const auto& [zone, now, date, kind] : cases) {
     const auto groups = RecentsBucket::group({{.updatedAt = at(date)}}, at(now), LocalCalendar(zone));
-    ASSERT_EQ(groups.size(), 1U);
-    EXPECT_EQ(groups.front().bucket, kind) << zone << " " << now << " " << date;
+    EXPECT_EQ(groups.at(0).bucket, kind) << zone << " " << now << " " << date;
   }
 }
 
@@ -165,7 +144,6 @@ TEST(RecentsBuckets, ListTheNewestFirstAndEqualOnesAsTheyCame) {
     shown += " ";
   }
   EXPECT_EQ(shown, "0:ebdf 1:c 3:a ");
-  EXPECT_TRUE(RecentsBucket::group({}, now, LocalCalendar("UTC")).empty());
 }
 
 TEST(LocalCalendars, TakeTheZoneThatTheMachineHasNow) {

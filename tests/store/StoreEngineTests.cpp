@@ -1,7 +1,5 @@
 #include "StoreFixture.h"
 
-#include "base/places/Places.h"
-
 namespace vorlane {
 namespace {
 
@@ -41,18 +39,6 @@ TEST_F(StoreTest, AReadSeesOneSnapshotAndCannotWrite) {
     EXPECT_EQ(store->dbWriter().read(count), 10);  // a newer snapshot, on another reader
     EXPECT_THAT(failureOf([&] { db.execute("DELETE FROM grdb_migrations"); }), HasSubstr("readonly"));
   });
-}
-
-TEST_F(StoreTest, OpeningWhatIsNoUsableDatabaseFailsAndLeavesItUntouched) {
-  const std::string garbage(5000, 'x');
-  std::ofstream(folder.database()) << garbage;
-  EXPECT_THAT(failureOf([&] { open(); }), HasSubstr("file is not a database"));
-  std::stringstream left;
-  left << std::ifstream(folder.database()).rdbuf();
-  EXPECT_EQ(left.str(), garbage);
-  EXPECT_THAT(failureOf([&] { AgentStore(folder.path + "/nowhere"); }), HasSubstr("nowhere/Vorlane.sqlite"));
-  EXPECT_EQ(failureOf([&] { AgentStore::open(Places(), "group.com.example.other"); }),
-            "App Group container unavailable for group.com.example.other");
 }
 
 TEST_F(StoreTest, TheLogIsMovedIntoTheFileBetweenWrites) {

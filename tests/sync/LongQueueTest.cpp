@@ -1,24 +1,19 @@
-#include "tests/sync/SaveBench.h"
-
-#include <vector>
+#include "tests/sync/CloudBench.h"
 
 namespace vorlane {
 namespace {
 
-using LongQueue = SaveBench;
+using LongQueue = CloudBench;
 
 TEST_F(LongQueue, ThirtySavesOfTenMegabytesGoUpInTheirOrder) {
-  const auto project = newLowercaseUUID();
-  std::vector<std::string> operations;
+  Texts operations, committed;
   for (int i = 0; i < 30; ++i) {
-    const auto operation = newLowercaseUUID();
+    operations.push_back(newLowercaseUUID());
     const auto archive = std::string(7'500'000, static_cast<char>('a' + i % 26));
-    await(queue.enqueue("auth0|ana", project, checkpointPayload(project, operation, i, archive)));
-    operations.push_back(operation);
+    await(queue.enqueue(ana, project(1), checkpointPayload(project(1), operations.back(), i, archive)));
   }
-  EXPECT_EQ(await(pusher->runOnce()).size(), 30U);
-  std::vector<std::string> committed;
-  for (const auto& commit : cloud.commits("auth0|ana")) committed.push_back(commit.operationID);
+  EXPECT_EQ(await(savePusher->runOnce()).size(), 30U);
+  for (const auto& commit : cloud.commits(ana)) committed.push_back(commit.operationID);
   EXPECT_EQ(committed, operations);
 }
 

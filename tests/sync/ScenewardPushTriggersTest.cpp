@@ -9,7 +9,6 @@
 #include <gmock/gmock.h>
 #include <boost/asio/post.hpp>
 
-#include <algorithm>
 #include <atomic>
 #include <system_error>
 #include <thread>
@@ -22,18 +21,11 @@ using Outcomes = ScenewardPusher::Outcomes;
 using testing::FakeSignalCenter;
 
 const Outcomes failed{{"a", ScenewardPusher::Pushed{1}}, {"b", ScenewardPusher::Failed{"pending"}}};
-const Outcomes done{{"a", ScenewardPusher::Pushed{1}}, {"b", ScenewardPusher::Blocked{}}};
 
 /// What a test holds of the monitor that the triggers own.
 struct Network {
-  Executor executor;
-  NetworkPathMonitor::Handler handler;
-  bool unwatchable = false;
-  bool cancelled = false;
-
-  void report(bool satisfied) {
-    boost::asio::post(executor, [this, satisfied] { handler(satisfied); });
-  }
+  NetworkPathMonitor::Handler report;
+  bool unwatchable = false, cancelled = false;
 };
 
 class FakeMonitor : public NetworkPathMonitor {
@@ -41,8 +33,7 @@ class FakeMonitor : public NetworkPathMonitor {
   explicit FakeMonitor(Network& network) : network_(network) {}
   void start(Executor executor, Handler handler) override {
     if (network_.unwatchable) throw std::system_error(std::make_error_code(std::errc::permission_denied));
-    network_.executor = std::move(executor);
-    network_.handler = std::move(handler);
+    network_.report = [=](bool satisfied) { boost::asio::post(executor, [=] { handler(satisfied); }); };
   }
   void cancel() override { network_.cancelled = true; }
 
@@ -50,57 +41,47 @@ class FakeMonitor : public NetworkPathMonitor {
   Network& network_;
 };
 
-/// Something that a task waits for until the test says so.
-struct Gate {
-  Event open;
-  Outcomes outcomes;
-  bool cancelled = false;
-
-  Task<> wait() {
-    try {
-      co_await open.wait();
-    } catch (const CancelledFailure&) {
-      cancelled = true;
-      throw;
-    }
-  }
-};
-
-struct ScenewardPushTriggersTest : ::testing::Test {
-  ~ScenewardPushTriggersTest() override { triggers.reset(); }
-  void startAnew() {
-    triggers.reset();
-    bench.settle();
-    network = {.unwatchable = network.unwatchable};
-    passes.clear();
-    retries.clear();
-    delays.clear();
-    triggers = std::make_unique<ScenewardPushTriggers>(settings());
+/// The triggers on one thread, with every pass and every delay in the test's hands.
+struct TriggerBench {
+  explicit TriggerBench(bool unwatchable = false) {
+    network.unwatchable = unwatchable;
     triggers->start();
+    bench.settle();
   }
-  /// Does what a letter stands for, and tells how many passes have begun of it. Network: '+' is
+  /// Does what each letter stands for, and tells how many passes have begun of it. Network: '+' is
   /// there, '-' is not. A reason: 'a'uthentication, 's'ignal. The pass that runs ends with a save
   /// that 'f'ailed, all 'd'one, 'n'othing to do, or 't'hrows. The 'r'etry is due.
-  std::size_t play(char step) {
-    const auto before = passes.size();
-    const auto outcomes = std::string_view("fdnt").find(step);
-    if (step == '+' || step == '-') network.report(step == '+');
-    if (step == 'a') notifications.post(auth::changed);
-    if (step == 's') ScenewardPushClient::announcePending(*signals);
-    if (step == 'r') retries.back()->open.set();
-    if (outcomes != std::string_view::npos) {
-      const Outcomes all[] = {failed, done, {}, {{"throw", ScenewardPusher::Blocked{}}}};
-      passes.back()->outcomes = all[outcomes];
-      passes.back()->open.set();
-    }
-    bench.settle();
-    return passes.size() - before;
-  }
-  /// The passes that each of the steps has begun.
   std::string play(std::string_view steps) {
     std::string begun;
-    for (const char step : steps) begun += std::to_string(play(step));
+    for (const char step : steps) {
+      const auto before = passes.size();
+      if (step == '+' || step == '-') network.report(step == '+');
+      if (step == 'a') notifications.post(auth::changed);
+      if (step == 's') ScenewardPushClient::announcePending(*signals);
+      if (step == 'r') retries.back()->set();
+      end = step;
+      if (std::string_view("fdnt").contains(step)) passes.back()->set();
+      bench.settle();
+      begun += std::to_string(passes.size() - before);
+    }
     return begun;
+  }
+  Task<Outcomes> pass() {
+    const auto gate = passes.emplace_back(std::make_shared<Event>());
+    co_await gate->wait();
+    if (end == 't') throw Failure("no memory");
+    if (end == 'f') co_return failed;
+    if (end == 'd') co_return Outcomes{{"a", ScenewardPusher::Pushed{1}}, {"b", ScenewardPusher::Blocked{}}};
+    co_return Outcomes();
+  }
+  Task<> delay(std::chrono::milliseconds delay) {
+    delays.push_back(delay.count() / 1000);
+    const auto gate = retries.emplace_back(std::make_shared<Event>());
+    co_await gate->wait();
+  }
+  /// Whether the task that waited is gone, and not because it might go on.
+  static bool wasCancelled(const std::shared_ptr<Event>& gate) {
+    return gate.use_count() == 1 && !gate->isSet();
   }
 
   testing::TaskBench bench;
@@ -108,41 +89,27 @@ struct ScenewardPushTriggersTest : ::testing::Test {
   std::shared_ptr<FakeSignalCenter> signals = std::make_shared<FakeSignalCenter>();
   testing::LogRecorder log;
   Network network;
-  std::vector<std::shared_ptr<Gate>> passes, retries;
+  std::vector<std::shared_ptr<Event>> passes, retries;
   std::vector<std::int64_t> delays;  // in seconds
-
-  ScenewardPushTriggers::Settings settings() {
-    return {.runOnce = [this]() -> Task<Outcomes> {
-              const auto gate = passes.emplace_back(std::make_shared<Gate>());
-              co_await gate->wait();
-              if (gate->outcomes.contains("throw")) throw Failure("no memory");
-              co_return gate->outcomes;
-            },
-            .monitor = std::make_unique<FakeMonitor>(network),
-            .notifications = notifications,
-            .signals = signals,
-            .executor = bench.executor(),
-            .log = log.log(),
-            .sleep = [this](std::chrono::milliseconds delay) -> Task<> {
-              delays.push_back(delay.count() / 1000);
-              const auto gate = retries.emplace_back(std::make_shared<Gate>());
-              co_await gate->wait();
-            }};
-  }
-  std::unique_ptr<ScenewardPushTriggers> triggers;
+  char end = 0;                      // of the pass that runs
+  std::unique_ptr<ScenewardPushTriggers> triggers =
+      std::make_unique<ScenewardPushTriggers>(ScenewardPushTriggers::Settings{
+          .runOnce = [this] { return pass(); },
+          .monitor = std::make_unique<FakeMonitor>(network),
+          .notifications = notifications,
+          .signals = signals,
+          .executor = bench.executor(),
+          .log = log.log(),
+          .sleep = [this](std::chrono::milliseconds time) { return delay(time); }});
 };
 
-TEST_F(ScenewardPushTriggersTest, PassesBeginForEveryReasonOneAtATimeAndAgainWithAGrowingDelay) {
-  struct Case {
-    const char *steps, *begun;
-    std::vector<std::int64_t> delays;
-    std::ptrdiff_t retriesCancelled;
-  };
-  const Case cases[] = {
+TEST(ScenewardPushTriggersTest, PassesBeginForEveryReasonOneAtATimeAndAgainWithAGrowingDelay) {
+  // The steps, what they begin, the delays, and how many of these are cancelled.
+  const std::tuple<const char*, const char*, std::vector<std::int64_t>, int> cases[] = {
       // Offline, all is ignored; the network's return starts a pass.
       {"a-s+d+-+", "00010001", {}, 0},
       // Reasons during a pass are joined to one further pass.
-      {"+sssssanna", "1000000101", {}, 0},
+      {"+sssssanns", "1000000101", {}, 0},
       // The delay grows to its cap, and success or nothing to do resets it; a pass that cannot be run is
       // retried.
       {"+frfrfrfrfrfrfrfrd", "101010101010101010", {30, 60, 120, 240, 480, 900, 900, 900}, 0},
@@ -151,42 +118,39 @@ TEST_F(ScenewardPushTriggersTest, PassesBeginForEveryReasonOneAtATimeAndAgainWit
       // in place of the retry.
       {"+fraffa", "1010101", {30, 60}, 1},
       // Going offline ends the retries, and the return begins from the beginning.
-      {"+frf-a+-f+f", "10100010010", {30, 60, 30}, 1},
+      {"+frf-a+f-+-f+f-", "101000100100100", {30, 60, 30, 30}, 3},
       // Failing passes that each ask for the next are held back by the delay.
-      {"+afafafafafr", "101010101001", {30}, 0},
+      {"+afafafafafraf", "10101010100101", {30}, 0},
   };
-  for (const auto& now : cases) {
-    SCOPED_TRACE(now.steps);
-    startAnew();
-    EXPECT_EQ(play(now.steps), now.begun);
-    EXPECT_EQ(delays, now.delays);
-    EXPECT_EQ(std::ranges::count(retries, true, [](const auto& gate) { return gate->cancelled; }),
-              now.retriesCancelled);
+  for (const auto& [steps, begun, delays, cancelled] : cases) {
+    SCOPED_TRACE(steps);
+    TriggerBench bench;
+    EXPECT_EQ(bench.play(steps), begun);
+    EXPECT_EQ(bench.delays, delays);
+    EXPECT_EQ(std::ranges::count_if(bench.retries, TriggerBench::wasCancelled), cancelled);
+    const bool threw = std::string_view(steps).contains('t');
+    EXPECT_EQ(bench.log.take(), std::vector<std::string>(threw ? 1 : 0, "sceneward push failed: no memory"));
   }
-  EXPECT_THAT(log.take(), ElementsAre("sceneward push failed: no memory"));
-
-  network.unwatchable = true;
-  startAnew();
-  bench.settle();
-  EXPECT_EQ(passes.size(), 1U) << "a network that cannot be watched counts as there";
-  EXPECT_THAT(log.take(), ElementsAre("the network path is not watched: Permission denied"));
+  TriggerBench bench(true);
+  EXPECT_EQ(bench.passes.size(), 1U) << "a network that cannot be watched counts as there";
+  EXPECT_THAT(bench.log.take(), ElementsAre("the network path is not watched: Permission denied"));
 }
 
-TEST_F(ScenewardPushTriggersTest, AfterAStopNothingFiresAndWhatRanIsCancelled) {
+TEST(ScenewardPushTriggersTest, AfterAStopNothingFiresAndWhatRanIsCancelled) {
   for (const bool destroyed : {false, true}) {
-    for (const auto* steps : {"+", "+f"}) {
-      startAnew();
-      play(steps);
-      if (destroyed) triggers.reset();
-      for (int i = 0; i < 2 && triggers; ++i) triggers->stop();
-      EXPECT_TRUE(network.cancelled);
-      EXPECT_EQ(play("s-+a"), "0000");
-      EXPECT_TRUE((retries.empty() ? passes : retries).back()->cancelled);
+    for (const std::string_view steps : {"+", "+f"}) {
+      TriggerBench bench;
+      bench.play(steps);
+      if (destroyed) bench.triggers.reset();
+      for (int i = 0; i < 2 && bench.triggers; ++i) bench.triggers->stop();
+      EXPECT_TRUE(bench.network.cancelled);
+      EXPECT_EQ(bench.play("s-+a"), "0000");
+      EXPECT_TRUE(TriggerBench::wasCancelled((bench.retries.empty() ? bench.passes : bench.retries).back()));
     }
   }
 }
 
-TEST(ScenewardPushTriggersThreadsTest, PassesNeverOverlapAndNoneBeginsAfterAStopWhoeverAsks) {
+TEST(ScenewardPushTriggersTest, PassesNeverOverlapAndNoneBeginsAfterAStopWhoeverAsks) {
   Runtime runtime;
   Network network;
   std::atomic<int> running = 0, begun = 0;
@@ -210,10 +174,7 @@ TEST(ScenewardPushTriggersThreadsTest, PassesNeverOverlapAndNoneBeginsAfterAStop
   });
   while (begun < 100) std::this_thread::yield();
   triggers.stop();
-  testing::await<bool>(runtime.concurrent(), [&]() -> Task<bool> {
-    co_await triggers.join();
-    co_return true;
-  });
+  boost::asio::co_spawn(runtime.concurrent(), triggers.join(), boost::asio::use_future).get();
   const int all = begun;
   for (int i = 0; i < 1000; ++i) triggers.trigger();
   EXPECT_EQ(begun, all);

@@ -25,6 +25,7 @@ TEST(LinkNormalising, KeepsWebAddressesOfTheFirstFiveElements) {
       {R"([{"url":"http://[::1]:8080/","title":""}])", {"http://[::1]:8080/ ::1"}},
       {R"([{"url":"https:nowhere","title":7}])", {"https:nowhere Link"}},
       {R"(["https://a.example/blue tape?a[]=1|é"])", {"https://a.example/blue tape?a[]=1|é a.example"}},
+      {R"(["https://é.example"])", {"https://é.example é.example"}},
       {R"(["ftp://a.example","a.example/x","//a.example","","https://a b.example","javascript:1"])", {}},
       {R"([7,null,{},{"url":1},["https://a.example"]])", {}},
       {R"(["http://1","x","http://3","","http://5","http://6"])", {"http://1 1", "http://3 3", "http://5 5"}},

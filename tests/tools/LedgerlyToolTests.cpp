@@ -141,17 +141,18 @@ TEST_F(LedgerlyTools, ItemsAreEditedByTheirId) {
 TEST_F(LedgerlyTools, CategoriesAreFoundRemovedAndRenamed) {
   const std::string a = "{'id':'a','items':[{'id':'1'},{'id':'2'}],'name':' Caméra &amp; Co'}",
                     b = "{'id':'b','name':'B','x':1}", two = "[" + a + "," + b + "]",
-                    none = "ledgerly 409 no category matched",
-                    refusal =
-                        "ledgerly 409 category holds 2 item(s) — pass deleteItems: true to remove them "
-                        "along with it";
+                    none = "ledgerly 409 no category matched";
+  const auto refusal = [](int count) {
+    return "ledgerly 409 category holds " + std::to_string(count) +
+           " item(s) — pass deleteItems: true to remove them along with it";
+  };
   expectEdits(
       "delete_category",
       {{two, "'x':1", none, "="},
        {"[{'x':1}]", "'categoryId':'z','categoryName':''", none, "="},
-       {two, "'categoryId':'a','deleteItems':1", refusal, "="},
-       {two, "'categoryId':'z','categoryName':'\\tCAMÉRA & CO '", refusal, "="},
-       {"[{'id':'m','items':[{'id':'1'},7]}]", "'categoryId':'m'", refusal, "="},
+       {two, "'categoryId':'a','deleteItems':1", refusal(2), "="},
+       {two, "'categoryId':'z','categoryName':'\\tCAMÉRA & CO '", refusal(2), "="},
+       {"[{'id':'m','items':[7]}]", "'categoryId':'m'", refusal(1), "="},
        {two, "'categoryId':'b','categoryName':'CAMÉRA & CO'",
         "{'deleted':{'id':'b','itemsRemoved':0,'name':'B'}}", "[" + a + "]"},
        {"[{'id':'','name':'x'}," + a + "]",
