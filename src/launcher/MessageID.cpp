@@ -26,7 +26,7 @@ void appendUTF8(std::string& out, std::uint32_t point) {
   byte(0x80 | (point & 0x3F));
 }
 
-/// Takes "uXXXX" off the front of `raw`.
+/// Takes "u" and four hexadecimal digits off the front of `raw`.
 std::optional<std::uint32_t> takeUnit(std::string_view& raw) {
   if (raw.size() < 5 || raw[0] != 'u') return std::nullopt;
   std::uint32_t unit = 0;

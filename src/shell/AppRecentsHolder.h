@@ -66,8 +66,6 @@ class AppRecentsHolder {
   void startPolling();
 
  private:
-  /// A folder in the system's temporary directory, removed again with the object.
-
   const Settings settings_;
   std::unique_ptr<ThrowAwayFolder> folder_;  // goes after what lies in it
   std::shared_ptr<AgentStore> store_;
