@@ -1,7 +1,7 @@
 #include "bench/LocalAgent.h"
 
+#include "access/KeychainBearerStorage.h"
 #include "base/Failure.h"
-#include "mcp/KeychainBearerStorage.h"
 #include "platform/Platform.h"
 #include "tests/integration/AgentProcess.h"
 #include "tools/ledgerly/LedgerlyToolModule.h"

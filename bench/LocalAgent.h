@@ -1,10 +1,10 @@
 #pragma once
 
 #include "base/tasks/Runtime.h"
-#include "mcp/HTTPTransport.h"
 #include "mcp/MCPServer.h"
 #include "mcp/ToolRegistry.h"
 #include "mcp/UnixSocketTransport.h"
+#include "net/HTTPTransport.h"
 #include "store/AgentStore.h"
 #include "store/LedgerlyQueries.h"
 #include "store/ScenewardQueries.h"
@@ -18,7 +18,7 @@
 
 namespace vorlane::bench {
 
-/// The MCP server behind its doors, over a real store in a folder of its own,
+/// The MCP server behind its transports, over a real store in a folder of its own,
 /// for somebody who may do everything. Rights are asked as they are of the agent's
 /// own server, without an account behind them.
 class LocalAgent {
@@ -32,7 +32,7 @@ class LocalAgent {
   std::uint16_t port() const { return http_->port(); }
   const std::string& token() const { return token_; }
   const std::shared_ptr<MCPServer>& server() const { return server_; }
-  /// The socket's door, in `folder()` as in a container.
+  /// The socket's path, in `folder()` as in a container.
   std::string socketPath() const { return socket_->path(); }
   LedgerlyQueries queries() const { return {store_, notifications_}; }
   ScenewardQueries scenes() const { return {store_, notifications_}; }

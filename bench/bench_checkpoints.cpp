@@ -1,8 +1,9 @@
 // The queue of Cloud Saves: what `enqueue` and `pending` cost over the hashing, decoding,
 // parsing and storing that they cannot do without, each by the library's own call; and how
 // often a payload is held in memory, seen in processes of their own.
-#include "base/Digest.h"
-#include "base/Json.h"
+#include "base/Encodings.h"
+#include "base/JSON.h"
+#include "base/SHA256.h"
 #include "base/tasks/Runtime.h"
 #include "bench/Measure.h"
 #include "store/ScenewardCheckpointQueue.h"

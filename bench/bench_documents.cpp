@@ -1,6 +1,6 @@
 // Documents of 1 MB: what a tool call costs over the parse and the write that it
 // cannot do without.
-#include "base/Json.h"
+#include "base/JSON.h"
 #include "bench/LocalAgent.h"
 #include "bench/Measure.h"
 #include "mcp/JSONRPCCodec.h"

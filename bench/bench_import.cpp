@@ -1,6 +1,6 @@
 // A list of 20,000 items in one call: what it costs over the parse and the write of
 // that payload that it cannot do without.
-#include "base/Json.h"
+#include "base/JSON.h"
 #include "bench/LocalAgent.h"
 #include "bench/Measure.h"
 #include "mcp/JSONRPCCodec.h"

@@ -1,7 +1,7 @@
 // A list of 500 projects of 1 MB against the same SELECT by the sqlite3 library alone, with
 // the index that the store makes and without it; and a batch of 1 000 shape operations
 // against the parse and the sorted write of its scene.
-#include "base/Json.h"
+#include "base/JSON.h"
 #include "bench/LocalAgent.h"
 #include "bench/Measure.h"
 #include "store/ScenewardSceneSeed.h"

@@ -101,7 +101,7 @@ void measure(int to, int from, std::string_view tool, int count, Outcome& outcom
   outcome.seconds.insert(outcome.seconds.end(), times.begin(), times.end());
 }
 
-/// The same calls in this process: bytes in, bytes out, each in a task as the doors start it.
+/// The same calls in this process: bytes in, bytes out, each in a task as the transports start it.
 double inProcess(bench::LocalAgent& agent, int count) {
   std::atomic<int> left = count;
   std::latch done(inFlight);

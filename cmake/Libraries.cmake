@@ -1,4 +1,4 @@
-# vorlane_library(NAME [HEADER_ONLY] SOURCES... [HEADERS...] [DEPENDS libs...] [PRIVATE libs...])
+# vorlane_library(NAME [NO_PCH] SOURCES... [HEADERS...] [DEPENDS libs...] [PRIVATE libs...])
 #
 # One folder, one library. Every header is also compiled alone (target
 # all_verify_interface_header_sets), and the shared precompiled header is used
@@ -43,6 +43,8 @@ function(vorlane_test name)
   endif()
   add_executable(test_${name} ${arg_SOURCES})
   target_link_libraries(test_${name} PRIVATE ${arg_DEPENDS} GTest::gmock GTest::gtest_main)
+  # Fixtures are included as "support/NAME.h" or "store/NAME.h".
+  target_include_directories(test_${name} PRIVATE ${CMAKE_SOURCE_DIR}/tests)
   vorlane_precompiled(test_${name})
   add_test(NAME ${name} COMMAND test_${name})
   set_tests_properties(${name} PROPERTIES TIMEOUT ${arg_TIMEOUT} LABELS "${arg_LABELS}")

@@ -1,6 +1,6 @@
 #include "devcloud/AILists.h"
 
-#include "base/JsonArguments.h"
+#include "base/JSONArguments.h"
 #include "devcloud/Accounts.h"
 #include "devcloud/Fields.h"
 #include "devcloud/People.h"
@@ -131,11 +131,11 @@ AILists::AILists(const Identity& identity, Clock clock, ChangeRecorder changed)
     : identity_(identity), clock_(std::move(clock)), changed_(std::move(changed)) {}
 
 void AILists::addRoutes(Router& router) {
-  router.add("POST", "/api/agent/ai-lists/search", Door::secure,
+  router.add("POST", "/api/agent/ai-lists/search", Scheme::secure,
              [this](const Request& request) { return search(request); });
-  router.add("POST", "/api/agent/ai-lists/get", Door::secure,
+  router.add("POST", "/api/agent/ai-lists/get", Scheme::secure,
              [this](const Request& request) { return get(request); });
-  router.add("POST", "/api/agent/ai-lists/record", Door::secure,
+  router.add("POST", "/api/agent/ai-lists/record", Scheme::secure,
              [this](const Request& request) { return record(request); });
 }
 

@@ -25,9 +25,9 @@ Response adminSnapshot(const Person& person, Date now) {
 }  // namespace
 
 void addAccountRoutes(Router& router, const Identity& identity, const Clock& clock) {
-  router.add("GET", "/api/user/profile", Door::secure,
+  router.add("GET", "/api/user/profile", Scheme::secure,
              [&identity](const Request& request) { return profile(identity.authenticate(request)); });
-  router.add("GET", "/api/ecosystem/admin-access/me", Door::secure,
+  router.add("GET", "/api/ecosystem/admin-access/me", Scheme::secure,
              [&identity, clock](const Request& request) {
                return adminSnapshot(identity.authenticate(request), clock());
              });

@@ -1,6 +1,6 @@
 #include "devcloud/Attachment.h"
 
-#include "base/Digest.h"
+#include "base/Encodings.h"
 #include "base/Text.h"
 #include "devcloud/Fields.h"
 #include "devcloud/SampleFiles.h"

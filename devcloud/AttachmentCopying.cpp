@@ -1,6 +1,6 @@
 #include "devcloud/AttachmentCopying.h"
 
-#include "base/JsonArguments.h"
+#include "base/JSONArguments.h"
 #include "devcloud/Fields.h"
 #include "devcloud/SheetItems.h"
 

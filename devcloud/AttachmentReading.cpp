@@ -1,7 +1,7 @@
 #include "devcloud/AttachmentReading.h"
 
-#include "base/Digest.h"
-#include "base/JsonArguments.h"
+#include "base/Encodings.h"
+#include "base/JSONArguments.h"
 #include "devcloud/Fields.h"
 #include "devcloud/Message.h"
 #include "devcloud/SearchWords.h"

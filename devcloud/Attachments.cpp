@@ -1,6 +1,6 @@
 #include "devcloud/Attachments.h"
 
-#include "base/JsonArguments.h"
+#include "base/JSONArguments.h"
 #include "devcloud/Accounts.h"
 #include "devcloud/AttachmentCopying.h"
 #include "devcloud/AttachmentReading.h"
@@ -108,13 +108,13 @@ Attachments::Attachments(const Identity& identity, Sheets& sheets, Clock clock, 
     : identity_(identity), sheets_(sheets), clock_(std::move(clock)), changed_(std::move(changed)) {}
 
 void Attachments::addRoutes(Router& router) {
-  router.add("POST", "/api/agent/attachments/find", Door::secure,
+  router.add("POST", "/api/agent/attachments/find", Scheme::secure,
              [this](const Request& request) { return find(request); });
-  router.add("POST", "/api/agent/attachments/read", Door::secure,
+  router.add("POST", "/api/agent/attachments/read", Scheme::secure,
              [this](const Request& request) { return read(request); });
-  router.add("POST", "/api/agent/attachments/search", Door::secure,
+  router.add("POST", "/api/agent/attachments/search", Scheme::secure,
              [this](const Request& request) { return search(request); });
-  router.add("POST", "/api/agent/attachments/attach", Door::secure,
+  router.add("POST", "/api/agent/attachments/attach", Scheme::secure,
              [this](const Request& request) { return attach(request); });
 }
 

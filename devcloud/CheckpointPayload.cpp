@@ -1,8 +1,9 @@
 #include "devcloud/CheckpointPayload.h"
 
-#include "base/Digest.h"
+#include "base/Encodings.h"
 #include "base/Identifiers.h"
-#include "base/JsonArguments.h"
+#include "base/JSONArguments.h"
+#include "base/SHA256.h"
 #include "base/Text.h"
 #include "devcloud/Fields.h"
 #include "devcloud/Message.h"

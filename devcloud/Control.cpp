@@ -48,16 +48,16 @@ const Person& personIn(const People& people, const Request& request) {
 }
 
 void addPeople(Router& router, Controlled to) {
-  router.add("GET", "/__control/people", Door::both,
+  router.add("GET", "/__control/people", Scheme::both,
              [to](const Request&) { return Response::json(200, {{"people", to.people.state()}}); });
-  router.add("POST", "/__control/people", Door::both, [to](const Request& request) {
+  router.add("POST", "/__control/people", Scheme::both, [to](const Request& request) {
     return Response::json(200, to.people.update(bodyObject(request)).json());
   });
-  router.add("DELETE", "/__control/people/{sub}", Door::both, [to](const Request& request) {
+  router.add("DELETE", "/__control/people/{sub}", Scheme::both, [to](const Request& request) {
     removePerson(to, std::string(personIn(to.people, request).sub));
     return done();
   });
-  router.add("POST", "/__control/tokens", Door::both, [to](const Request& request) {
+  router.add("POST", "/__control/tokens", Scheme::both, [to](const Request& request) {
     const JSONMap body = bodyObject(request);
     Fields fields(body);
     const std::string sub = fields.requiredString("sub");
@@ -66,14 +66,14 @@ void addPeople(Router& router, Controlled to) {
     if (!to.people.find(sub)) throw FieldFailure("sub", "names nobody");
     return Response::json(200, to.identity.issue(sub, lifetime).storedForm());
   });
-  router.add("DELETE", "/__control/tokens/{sub}", Door::both, [to](const Request& request) {
+  router.add("DELETE", "/__control/tokens/{sub}", Scheme::both, [to](const Request& request) {
     to.identity.revoke(personIn(to.people, request).sub);
     return done();
   });
 }
 
 void addSheets(Router& router, Controlled to) {
-  router.add("GET", "/__control/sheets/{sub}", Door::both, [to](const Request& request) {
+  router.add("GET", "/__control/sheets/{sub}", Scheme::both, [to](const Request& request) {
     JSONArray sheets;
     for (const Sheet& sheet : to.sheets.ownedBy(personIn(to.people, request).sub)) {
       JSONMap map = sheet.json();
@@ -82,55 +82,55 @@ void addSheets(Router& router, Controlled to) {
     }
     return Response::json(200, {{"sheets", std::move(sheets)}});
   });
-  router.add("POST", "/__control/sheets/{sub}", Door::both, [to](const Request& request) {
+  router.add("POST", "/__control/sheets/{sub}", Scheme::both, [to](const Request& request) {
     const Person& person = personIn(to.people, request);
     return Response::json(200, to.sheets.put(sheetFromJSON(bodyObject(request), person.sub)).json());
   });
-  router.add("DELETE", "/__control/sheets/{sub}/{id}", Door::both, [to](const Request& request) {
+  router.add("DELETE", "/__control/sheets/{sub}/{id}", Scheme::both, [to](const Request& request) {
     const auto id = decimalInteger(request.parameter("id"));
     return doneOr404(id && to.sheets.remove(personIn(to.people, request).sub, *id), "there is no such sheet");
   });
 }
 
 void addProjects(Router& router, Controlled to) {
-  router.add("GET", "/__control/projects/{sub}", Door::both, [to](const Request& request) {
+  router.add("GET", "/__control/projects/{sub}", Scheme::both, [to](const Request& request) {
     JSONArray projects;
     for (const Project& project : to.projects.ownedBy(personIn(to.people, request).sub)) {
       projects.push_back(project.json());
     }
     return Response::json(200, {{"projects", std::move(projects)}});
   });
-  router.add("POST", "/__control/projects/{sub}", Door::both, [to](const Request& request) {
+  router.add("POST", "/__control/projects/{sub}", Scheme::both, [to](const Request& request) {
     const Person& person = personIn(to.people, request);
     return Response::json(200, to.projects.put(projectFromJSON(bodyObject(request), person.sub)).json());
   });
-  router.add("DELETE", "/__control/projects/{sub}/{id}", Door::both, [to](const Request& request) {
+  router.add("DELETE", "/__control/projects/{sub}/{id}", Scheme::both, [to](const Request& request) {
     return doneOr404(to.projects.remove(personIn(to.people, request).sub, request.parameter("id")),
                      "there is no such project");
   });
 }
 
 void addAssistantThings(Router& router, Controlled to) {
-  router.add("GET", "/__control/attachments/{sub}", Door::both, [to](const Request& request) {
+  router.add("GET", "/__control/attachments/{sub}", Scheme::both, [to](const Request& request) {
     JSONArray attachments;
     for (const Attachment& each : to.attachments.ownedBy(personIn(to.people, request).sub)) {
       attachments.push_back(each.json());
     }
     return Response::json(200, {{"attachments", std::move(attachments)}});
   });
-  router.add("POST", "/__control/attachments/{sub}", Door::both, [to](const Request& request) {
+  router.add("POST", "/__control/attachments/{sub}", Scheme::both, [to](const Request& request) {
     const Person& person = personIn(to.people, request);
     return Response::json(200,
                           to.attachments.put(attachmentFromJSON(bodyObject(request), person.sub)).json());
   });
-  router.add("GET", "/__control/ai-lists/{sub}", Door::both, [to](const Request& request) {
+  router.add("GET", "/__control/ai-lists/{sub}", Scheme::both, [to](const Request& request) {
     JSONArray lists;
     for (const AIList& list : to.lists.ownedBy(personIn(to.people, request).sub)) {
       lists.push_back(list.json());
     }
     return Response::json(200, {{"lists", std::move(lists)}});
   });
-  router.add("POST", "/__control/ai-lists/{sub}", Door::both, [to](const Request& request) {
+  router.add("POST", "/__control/ai-lists/{sub}", Scheme::both, [to](const Request& request) {
     const Person& person = personIn(to.people, request);
     return Response::json(200, to.lists.add(aiListFromJSON(bodyObject(request), person.sub)).json());
   });
@@ -154,14 +154,14 @@ Task<Response> recordedRequests(RequestLog& log, Request request) {
 }
 
 void addObservation(Router& router, Controlled to) {
-  router.add("GET", "/__control/requests", Door::both, [to](Request request) -> Task<Response> {
+  router.add("GET", "/__control/requests", Scheme::both, [to](Request request) -> Task<Response> {
     return recordedRequests(to.requests, std::move(request));
   });
-  router.add("DELETE", "/__control/requests", Door::both, [to](const Request&) {
+  router.add("DELETE", "/__control/requests", Scheme::both, [to](const Request&) {
     to.requests.clear();
     return done();
   });
-  router.add("GET", "/__control/sleep", Door::both, [](Request request) -> Task<Response> {
+  router.add("GET", "/__control/sleep", Scheme::both, [](Request request) -> Task<Response> {
     const std::int64_t duration = integerQuery(request, "ms", 0, longestWait);
     co_await sleepFor(std::chrono::milliseconds(duration));
     co_return Response::json(200, {{"slept", duration}});
@@ -169,23 +169,23 @@ void addObservation(Router& router, Controlled to) {
 }
 
 void addFaults(Router& router, Controlled to) {
-  router.add("GET", "/__control/faults", Door::both, [to](const Request&) {
+  router.add("GET", "/__control/faults", Scheme::both, [to](const Request&) {
     JSONArray faults;
     for (const Fault& fault : to.faults.all()) faults.push_back(fault.json());
     return Response::json(200, {{"faults", std::move(faults)}});
   });
-  router.add("POST", "/__control/faults", Door::both, [to](const Request& request) {
+  router.add("POST", "/__control/faults", Scheme::both, [to](const Request& request) {
     return Response::json(200, {{"id", to.faults.add(faultFromJSON(bodyObject(request)))}});
   });
-  router.add("DELETE", "/__control/faults", Door::both, [to](const Request&) {
+  router.add("DELETE", "/__control/faults", Scheme::both, [to](const Request&) {
     to.faults.clear();
     return done();
   });
-  router.add("DELETE", "/__control/faults/{id}", Door::both, [to](const Request& request) {
+  router.add("DELETE", "/__control/faults/{id}", Scheme::both, [to](const Request& request) {
     const auto id = decimalInteger(request.parameter("id"));
     return doneOr404(id && to.faults.remove(*id), "there is no such fault");
   });
-  router.add("POST", "/__control/faults/release", Door::both, [to](const Request&) {
+  router.add("POST", "/__control/faults/release", Scheme::both, [to](const Request&) {
     to.faults.release();
     return done();
   });

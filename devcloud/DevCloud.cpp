@@ -1,6 +1,6 @@
 #include "devcloud/DevCloud.h"
 
-#include "base/JsonArguments.h"
+#include "base/JSONArguments.h"
 #include "base/tasks/Timing.h"
 #include "devcloud/Accounts.h"
 #include "devcloud/Attachments.h"

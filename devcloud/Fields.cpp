@@ -1,6 +1,6 @@
 #include "devcloud/Fields.h"
 
-#include "base/JsonArguments.h"
+#include "base/JSONArguments.h"
 
 #include <fmt/format.h>
 

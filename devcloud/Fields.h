@@ -2,7 +2,7 @@
 
 #include "base/Date.h"
 #include "base/Failure.h"
-#include "base/Json.h"
+#include "base/JSON.h"
 
 #include <cstdint>
 #include <optional>

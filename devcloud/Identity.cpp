@@ -1,8 +1,9 @@
 #include "devcloud/Identity.h"
 
-#include "base/Digest.h"
+#include "base/Encodings.h"
 #include "base/Identifiers.h"
-#include "base/JsonArguments.h"
+#include "base/JSONArguments.h"
+#include "base/SHA256.h"
 #include "base/SecureRandom.h"
 #include "base/Text.h"
 #include "devcloud/Router.h"
@@ -77,9 +78,10 @@ Identity::Identity(const People& people, const SigningKey& key, IdentityNames na
       changed_(std::move(changed)) {}
 
 void Identity::addRoutes(Router& router) {
-  router.add("POST", "/oauth/token", Door::secure, [this](const Request& request) { return token(request); });
-  router.add("GET", "/.well-known/jwks.json", Door::secure, [this](const Request&) { return keys(); });
-  router.add("GET", "/.well-known/openid-configuration", Door::secure,
+  router.add("POST", "/oauth/token", Scheme::secure,
+             [this](const Request& request) { return token(request); });
+  router.add("GET", "/.well-known/jwks.json", Scheme::secure, [this](const Request&) { return keys(); });
+  router.add("GET", "/.well-known/openid-configuration", Scheme::secure,
              [this](const Request&) { return discovery(); });
 }
 

@@ -1,8 +1,8 @@
 #include "devcloud/Projects.h"
 
-#include "base/Digest.h"
 #include "base/Identifiers.h"
-#include "base/JsonArguments.h"
+#include "base/JSONArguments.h"
+#include "base/SHA256.h"
 #include "devcloud/CheckpointPayload.h"
 #include "devcloud/Fields.h"
 #include "devcloud/Identity.h"
@@ -98,10 +98,11 @@ Projects::Projects(const Identity& identity, Clock clock, ChangeRecorder changed
     : identity_(identity), clock_(std::move(clock)), changed_(std::move(changed)) {}
 
 void Projects::addRoutes(Router& router) {
-  router.add("GET", "/api/v1/user/me", Door::secure, [this](const Request& request) { return me(request); });
-  router.add("GET", "/api/v1/projects", Door::secure,
+  router.add("GET", "/api/v1/user/me", Scheme::secure,
+             [this](const Request& request) { return me(request); });
+  router.add("GET", "/api/v1/projects", Scheme::secure,
              [this](const Request& request) { return list(request); });
-  router.add("PUT", "/api/v1/projects/{id}/checkpoints", Door::secure,
+  router.add("PUT", "/api/v1/projects/{id}/checkpoints", Scheme::secure,
              [this](const Request& request) { return save(request); });
 }
 

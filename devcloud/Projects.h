@@ -1,7 +1,7 @@
 #pragma once
 
 #include "base/Date.h"
-#include "base/Json.h"
+#include "base/JSON.h"
 #include "devcloud/Journal.h"
 #include "devcloud/Message.h"
 

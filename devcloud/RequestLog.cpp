@@ -1,6 +1,7 @@
 #include "devcloud/RequestLog.h"
 
-#include "base/Digest.h"
+#include "base/Encodings.h"
+#include "base/SHA256.h"
 #include "base/Text.h"
 #include "base/tasks/Timing.h"
 

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "base/Date.h"
-#include "base/Json.h"
+#include "base/JSON.h"
 #include "base/tasks/Event.h"
 #include "base/tasks/Task.h"
 #include "devcloud/Message.h"

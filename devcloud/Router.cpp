@@ -40,12 +40,12 @@ std::optional<Parameters> match(const std::vector<std::string>& pattern,
 
 }  // namespace
 
-void Router::add(std::string method, std::string_view pattern, Door door, Handler handler) {
-  routes_.push_back({std::move(method), segmentsOf(pattern), door, std::move(handler)});
+void Router::add(std::string method, std::string_view pattern, Scheme scheme, Handler handler) {
+  routes_.push_back({std::move(method), segmentsOf(pattern), scheme, std::move(handler)});
 }
 
-void Router::add(std::string method, std::string_view pattern, Door door, PlainHandler handler) {
-  add(std::move(method), pattern, door,
+void Router::add(std::string method, std::string_view pattern, Scheme scheme, PlainHandler handler) {
+  add(std::move(method), pattern, scheme,
       Handler(
           [handler = std::move(handler)](Request request) -> Task<Response> { co_return handler(request); }));
 }
@@ -61,7 +61,7 @@ const Router::Route& Router::find(Request& request) const {
       allowed += (allowed.empty() ? "" : ", ") + route.method;
       continue;
     }
-    if (route.door == Door::secure && !request.secure) {
+    if (route.scheme == Scheme::secure && !request.secure) {
       throw apiError(403, "this route is served over HTTPS alone");
     }
     request.parameters = std::move(*parameters);

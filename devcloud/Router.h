@@ -10,7 +10,7 @@
 namespace vorlane::devcloud {
 
 /// Which of the two ports serve a route.
-enum class Door {
+enum class Scheme {
   /// HTTPS alone, as in the real cloud.
   secure,
   both,
@@ -26,8 +26,8 @@ class Router {
 
   /// `pattern` is a path whose segments may be "{name}"; such a segment matches
   /// anything but an empty one. Of two patterns that match the first wins.
-  void add(std::string method, std::string_view pattern, Door door, Handler handler);
-  void add(std::string method, std::string_view pattern, Door door, PlainHandler handler);
+  void add(std::string method, std::string_view pattern, Scheme scheme, Handler handler);
+  void add(std::string method, std::string_view pattern, Scheme scheme, PlainHandler handler);
 
   /// Finds the handler and runs it. Whatever the handler throws becomes a
   /// response: an HTTPError its own, a wrong field 400, anything else 500.
@@ -37,7 +37,7 @@ class Router {
   struct Route {
     std::string method;
     std::vector<std::string> segments;
-    Door door;
+    Scheme scheme;
     Handler handler;
   };
 

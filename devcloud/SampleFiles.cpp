@@ -1,6 +1,6 @@
 #include "devcloud/SampleFiles.h"
 
-#include "base/Digest.h"
+#include "base/Encodings.h"
 #include "base/Text.h"
 #include "devcloud/SearchWords.h"
 

@@ -32,12 +32,12 @@ tcp::acceptor listenOn(asio::io_context& context, std::uint16_t port, boost::sys
   return acceptor;
 }
 
-struct Doors {
+struct Listeners {
   tcp::acceptor secure;
   tcp::acceptor plain;
 };
 
-Doors openDoors(asio::io_context& context, std::uint16_t wanted) {
+Listeners openListeners(asio::io_context& context, std::uint16_t wanted) {
   constexpr std::uint16_t last = std::numeric_limits<std::uint16_t>::max();
   if (wanted == last) throw Failure(fmt::format("port {} has no next port", wanted));
   for (int attempt = 1;; ++attempt) {
@@ -60,9 +60,9 @@ Doors openDoors(asio::io_context& context, std::uint16_t wanted) {
 
 struct Server::Loop {
   Loop(const Certificates& certificates, std::uint16_t port)
-      : tls(makeTLSContext(certificates)), doors(openDoors(context, port)) {
-    securePort = doors.secure.local_endpoint().port();
-    plainPort = doors.plain.local_endpoint().port();
+      : tls(makeTLSContext(certificates)), listeners(openListeners(context, port)) {
+    securePort = listeners.secure.local_endpoint().port();
+    plainPort = listeners.plain.local_endpoint().port();
   }
 
   Task<> accept(tcp::acceptor& acceptor, bool secure) {
@@ -98,7 +98,7 @@ struct Server::Loop {
   asio::io_context context{1};
   asio::executor_work_guard<asio::io_context::executor_type> guard = asio::make_work_guard(context);
   std::unique_ptr<TLSContext, void (*)(TLSContext*)> tls;
-  Doors doors;
+  Listeners listeners;
   std::uint16_t securePort = 0;
   std::uint16_t plainPort = 0;
   std::thread thread;
@@ -130,8 +130,8 @@ bool Server::onServerThread() const {
 void Server::run(Handler handler) {
   Loop* const loop = loop_.get();
   loop->handler = std::move(handler);
-  spawn(executor(), "accepting", [loop] { return loop->accept(loop->doors.secure, true); });
-  spawn(executor(), "accepting", [loop] { return loop->accept(loop->doors.plain, false); });
+  spawn(executor(), "accepting", [loop] { return loop->accept(loop->listeners.secure, true); });
+  spawn(executor(), "accepting", [loop] { return loop->accept(loop->listeners.plain, false); });
   loop->thread = std::thread([loop] { loop->work(); });
 }
 

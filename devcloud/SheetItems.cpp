@@ -1,7 +1,7 @@
 #include "devcloud/SheetItems.h"
 
 #include "base/Identifiers.h"
-#include "base/JsonArguments.h"
+#include "base/JSONArguments.h"
 
 namespace vorlane::devcloud {
 namespace {

@@ -1,7 +1,7 @@
 #include "devcloud/Sheets.h"
 
 #include "base/Identifiers.h"
-#include "base/JsonArguments.h"
+#include "base/JSONArguments.h"
 #include "devcloud/Fields.h"
 #include "devcloud/Identity.h"
 #include "devcloud/Router.h"
@@ -84,11 +84,11 @@ Sheets::Sheets(const Identity& identity, Clock clock, ChangeRecorder changed)
 void Sheets::addRoutes(Router& router) {
   constexpr std::string_view all = "/api/user/sheets";
   constexpr std::string_view one = "/api/user/sheets/{id}";
-  router.add("GET", all, Door::secure, [this](const Request& request) { return list(request); });
-  router.add("POST", all, Door::secure, [this](const Request& request) { return create(request); });
-  router.add("GET", one, Door::secure, [this](const Request& request) { return read(request); });
-  router.add("PUT", one, Door::secure, [this](const Request& request) { return replace(request); });
-  router.add("DELETE", one, Door::secure, [this](const Request& request) { return erase(request); });
+  router.add("GET", all, Scheme::secure, [this](const Request& request) { return list(request); });
+  router.add("POST", all, Scheme::secure, [this](const Request& request) { return create(request); });
+  router.add("GET", one, Scheme::secure, [this](const Request& request) { return read(request); });
+  router.add("PUT", one, Scheme::secure, [this](const Request& request) { return replace(request); });
+  router.add("DELETE", one, Scheme::secure, [this](const Request& request) { return erase(request); });
 }
 
 std::vector<Sheet> Sheets::ownedBy(std::string_view owner) const {

@@ -1,6 +1,7 @@
 #include "devcloud/SigningKey.h"
 
-#include "base/Digest.h"
+#include "base/Encodings.h"
+#include "base/SHA256.h"
 #include "devcloud/Files.h"
 #include "devcloud/OpenSSL.h"
 

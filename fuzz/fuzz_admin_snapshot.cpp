@@ -1,7 +1,7 @@
 // Any body: refused by a failure, or a snapshot whose answer can be asked for.
 // One that has run out allows nothing.
+#include "access/SuiteAdminSnapshot.h"
 #include "base/Failure.h"
-#include "mcp/SuiteAdminSnapshot.h"
 
 #include <cstdlib>
 

@@ -1,9 +1,10 @@
 // Any payload: read in one pass it is taken or refused as a reader of its tree would, with
 // the same fields.
-#include "base/Digest.h"
+#include "base/Encodings.h"
 #include "base/Identifiers.h"
-#include "base/Json.h"
-#include "base/JsonArguments.h"
+#include "base/JSON.h"
+#include "base/JSONArguments.h"
+#include "base/SHA256.h"
 #include "store/ScenewardCheckpointRequest.h"
 
 #include <cstdint>

@@ -1,6 +1,6 @@
 // Whatever a deployment file holds, it is either taken or refused with a Failure,
 // and what is taken has no base with a slash at its end.
-#include "platform/Deployment.h"
+#include "cloud/Deployment.h"
 
 #include <cstdint>
 #include <cstdlib>

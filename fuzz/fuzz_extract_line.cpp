@@ -1,7 +1,7 @@
 // A stream of bytes, whole and in pieces: the same lines come out, each is what
 // lies between two newlines, and the buffer of a connection yields them too.
 #include "mcp/JSONRPCCodec.h"
-#include "mcp/LineBuffer.h"
+#include "net/LineBuffer.h"
 
 #include <cstdlib>
 #include <vector>

@@ -1,7 +1,7 @@
 // Feeds a connection's bytes in pieces and compares with a parse of all of them
 // at once after each piece: the two must agree on when a request comes, and which.
 #include "base/Text.h"
-#include "mcp/HTTPRequestParser.h"
+#include "net/HTTPRequestParser.h"
 
 #include <cstdint>
 #include <cstdlib>

@@ -1,6 +1,6 @@
 // Any text: the parser refuses it, or gives a document that is written and read
 // back as the same document.
-#include "base/Json.h"
+#include "base/JSON.h"
 
 #include <cstdlib>
 

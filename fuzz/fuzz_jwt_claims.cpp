@@ -1,6 +1,6 @@
 // Claims of tokens, whole and as the payload of one.
 #include "auth/JWTClaims.h"
-#include "base/Digest.h"
+#include "base/Encodings.h"
 
 #include <cstdint>
 #include <cstdlib>

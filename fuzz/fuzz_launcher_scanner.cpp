@@ -1,6 +1,6 @@
 // One line of a client, whole and in pieces: the launcher takes it for what the
 // agent takes it for, and finds the request again by the answer's id.
-#include "base/Json.h"
+#include "base/JSON.h"
 #include "launcher/MessageID.h"
 #include "launcher/MessageScanner.h"
 #include "mcp/JSONRPCCodec.h"

@@ -1,6 +1,6 @@
 // The stored record and the answers of the token endpoint.
 #include "auth/AuthRefreshClient.h"
-#include "base/Json.h"
+#include "base/JSON.h"
 #include "base/Text.h"
 
 #include <chrono>

@@ -7,7 +7,7 @@ shift
 
 # The precompiled header is made anew in each build folder; its users are the
 # same all the same, and relative paths let two clones share what was compiled.
-export CCACHE_SLOPPINESS=pch_defines,time_macros CCACHE_BASEDIR=$here
+export CCACHE_SLOPPINESS=pch_defines,time_macros CCACHE_BASEDIR=$here CCACHE_NOHASHDIR=1
 
 cd "$here"
 [ -f "build/$preset/build.ninja" ] || cmake --preset "$preset" >/dev/null

@@ -1,7 +1,7 @@
 #include "auth/AuthRefreshClient.h"
 
-#include "base/Json.h"
-#include "base/JsonArguments.h"
+#include "base/JSON.h"
+#include "base/JSONArguments.h"
 #include "base/Text.h"
 
 #include <fmt/format.h>

@@ -3,7 +3,7 @@
 #include "auth/AuthError.h"
 #include "auth/AuthNotifications.h"
 #include "auth/JWTClaims.h"
-#include "base/JsonArguments.h"
+#include "base/JSONArguments.h"
 
 #include <fmt/format.h>
 

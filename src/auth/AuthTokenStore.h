@@ -2,7 +2,7 @@
 
 #include "auth/AuthAccountEpoch.h"
 #include "auth/AuthTokens.h"
-#include "base/Json.h"
+#include "base/JSON.h"
 #include "base/ShellLog.h"
 #include "platform/SecretVault.h"
 #include "platform/SignalCenter.h"

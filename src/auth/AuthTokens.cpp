@@ -1,7 +1,7 @@
 #include "auth/AuthTokens.h"
 
-#include "base/Json.h"
-#include "base/JsonArguments.h"
+#include "base/JSON.h"
+#include "base/JSONArguments.h"
 
 #include <fmt/format.h>
 

@@ -1,7 +1,7 @@
 #include "auth/JWTClaims.h"
 
-#include "base/Digest.h"
-#include "base/JsonArguments.h"
+#include "base/Encodings.h"
+#include "base/JSONArguments.h"
 #include "base/Text.h"
 
 #include <fmt/format.h>

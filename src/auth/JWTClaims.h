@@ -1,7 +1,7 @@
 #pragma once
 
 #include "auth/AuthTokens.h"
-#include "base/Json.h"
+#include "base/JSON.h"
 
 #include <optional>
 #include <string>

@@ -1,6 +1,6 @@
 #include "base/SHA256.h"
 
-#include "base/Digest.h"
+#include "base/Encodings.h"
 #include "base/Failure.h"
 
 #include <openssl/evp.h>
@@ -15,6 +15,12 @@ void require(int answer) {
 }
 
 }  // namespace
+
+std::string sha256Hex(std::string_view bytes) {
+  SHA256 digest;
+  digest.add(bytes);
+  return digest.finish();
+}
 
 void SHA256::Free::operator()(evp_md_ctx_st* context) const noexcept {
   EVP_MD_CTX_free(context);

@@ -8,6 +8,9 @@ struct evp_md_ctx_st;
 
 namespace vorlane {
 
+/// The lower-case hexadecimal SHA-256 of `bytes`.
+std::string sha256Hex(std::string_view bytes);
+
 /// The SHA-256 of bytes that arrive in parts. For bytes in one piece see sha256Hex.
 class SHA256 {
  public:

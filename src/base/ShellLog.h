@@ -27,7 +27,7 @@ class ShellLog {
   std::string processName_;
 };
 
-/// The process's own log, for the places that no constructor reaches (a failure
+/// The process's own log, for the paths that no constructor reaches (a failure
 /// of a spawned task). Silent until the program has installed one at its start.
 void installShellLog(ShellLog log);
 void shellLog(std::string_view message);

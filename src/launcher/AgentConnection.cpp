@@ -49,11 +49,11 @@ int connectSocket(int socket, const std::string& folder, const std::string& path
 
 std::vector<std::string> AgentConnection::containers() const {
   std::vector<std::string> found;
-  if (!places_.containerNamed && places_.launcherPointer) {
-    if (auto pointed = pointedTo(*places_.launcherPointer); !pointed.empty()) found.push_back(pointed);
+  if (!paths_.containerNamed && paths_.launcherPointer) {
+    if (auto pointed = pointedTo(*paths_.launcherPointer); !pointed.empty()) found.push_back(pointed);
   }
-  if (places_.container && std::ranges::find(found, *places_.container) == found.end()) {
-    found.push_back(*places_.container);
+  if (paths_.container && std::ranges::find(found, *paths_.container) == found.end()) {
+    found.push_back(*paths_.container);
   }
   return found;
 }
@@ -65,9 +65,9 @@ bool AgentConnection::connect() {
 }
 
 bool AgentConnection::connectTo(const std::string& container) {
-  Places places;
-  places.container = container;
-  const auto path = places.assistantsSocket();
+  Paths paths;
+  paths.container = container;
+  const auto path = paths.assistantsSocket();
   socket_ = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
   // The limit holds for connecting; sending never waits.
   constexpr timeval patience{.tv_sec = 1, .tv_usec = 0};

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "base/places/Places.h"
+#include "base/paths/Paths.h"
 
 #include <sys/types.h>
 
@@ -16,7 +16,7 @@ namespace vorlane {
 /// at most, when the agent has let its queue of new connections run full.
 class AgentConnection {
  public:
-  explicit AgentConnection(Places places) : places_(std::move(places)) {}
+  explicit AgentConnection(Paths paths) : paths_(std::move(paths)) {}
   ~AgentConnection() { close(); }
   AgentConnection(const AgentConnection&) = delete;
   AgentConnection& operator=(const AgentConnection&) = delete;
@@ -39,7 +39,7 @@ class AgentConnection {
   std::vector<std::string> containers() const;
   bool connectTo(const std::string& container);
 
-  Places places_;
+  Paths paths_;
   int socket_ = -1;
   std::string reason_;
 };

@@ -62,18 +62,18 @@ NumberShape shapeOfNumber(std::string_view text) {
   if (whole == 0 || (whole > 1 && text[at] == '0')) return shape;
   at += whole;
   if (at < text.size() && text[at] == '.') {
-    const auto places = digitsAt(text, at + 1);
-    if (places == 0) return shape;
+    const auto paths = digitsAt(text, at + 1);
+    if (paths == 0) return shape;
     shape.integer = false;
-    at += 1 + places;
+    at += 1 + paths;
   }
   if (at < text.size() && (text[at] == 'e' || text[at] == 'E')) {
     ++at;
     if (at < text.size() && (text[at] == '+' || text[at] == '-')) ++at;
-    const auto places = digitsAt(text, at);
-    if (places == 0) return shape;
+    const auto paths = digitsAt(text, at);
+    if (paths == 0) return shape;
     shape.integer = false;
-    at += places;
+    at += paths;
   }
   shape.valid = at == text.size();
   return shape;

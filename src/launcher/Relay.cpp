@@ -42,10 +42,10 @@ bool wouldWait(int error) {
 
 }  // namespace
 
-Relay::Relay(int input, int output, Places places)
+Relay::Relay(int input, int output, Paths paths)
     : input_(input),
       output_(output),
-      agent_(std::move(places)),
+      agent_(std::move(paths)),
       room_(std::make_unique_for_overwrite<char[]>(roomSize)),
       patience_(Clock::now() + patience) {}
 

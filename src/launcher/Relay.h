@@ -28,7 +28,7 @@ namespace vorlane {
 class Relay {
  public:
   /// The descriptors stay the caller's.
-  Relay(int input, int output, Places places);
+  Relay(int input, int output, Paths paths);
 
   /// Returns at the end of input, or when nobody reads the output any more.
   void run();

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "base/Failure.h"
-#include "base/Json.h"
+#include "base/JSON.h"
 
 #include <cstdint>
 #include <functional>
@@ -60,7 +60,7 @@ struct JSONRPCResponse {
 /// The codes that this server puts into JSONRPCError.
 namespace JSONRPCErrorCode {
 inline constexpr long parseError = -32700;
-/// Stays inside a decode failure: the doors answer each of these with parseError.
+/// Stays inside a decode failure: the transports answer each of these with parseError.
 inline constexpr long invalidRequest = -32600;
 inline constexpr long methodNotFound = -32601;
 inline constexpr long invalidParams = -32602;

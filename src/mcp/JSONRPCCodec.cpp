@@ -110,17 +110,4 @@ std::string encodeParseError(std::string description) {
   return encodeResponse(response);
 }
 
-Line extractLine(std::string_view buffer) {
-  std::size_t start = 0;
-  while (start < buffer.size()) {
-    const auto newline = buffer.find('\n', start);
-    if (newline == std::string_view::npos) break;
-    auto candidate = buffer.substr(start, newline - start);
-    if (candidate.ends_with('\r')) candidate.remove_suffix(1);
-    start = newline + 1;
-    if (!candidate.empty()) return {std::string(candidate), start};
-  }
-  return {};
-}
-
 }  // namespace vorlane::JSONRPCCodec

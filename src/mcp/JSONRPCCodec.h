@@ -1,6 +1,7 @@
 #pragma once
 
 #include "mcp/JSONRPC.h"
+#include "net/LineBuffer.h"
 
 #include <cstddef>
 #include <optional>
@@ -23,14 +24,6 @@ std::string encodeResponse(const JSONRPCResponse& response);
 /// parseError and this text. Throws as encodeResponse does.
 std::string encodeParseError(std::string description);
 
-struct Line {
-  std::optional<std::string> line;
-  /// How many bytes the caller has to remove from the front of its buffer.
-  std::size_t consumed = 0;
-};
-
-/// Cuts the first line that is not blank off a stream, without its 0x0A and one
-/// 0x0D before that. No line and nothing consumed while none is complete.
-Line extractLine(std::string_view buffer);
+using vorlane::extractLine;
 
 }  // namespace vorlane::JSONRPCCodec

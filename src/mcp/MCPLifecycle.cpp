@@ -1,7 +1,10 @@
 #include "mcp/MCPLifecycle.h"
 
 #include "base/Failure.h"
-#include "mcp/HTTPTransport.h"
+#include "mcp/MCPRequestContext.h"
+#include "mcp/RPCRoute.h"
+#include "mcp/UnixSocketTransport.h"
+#include "net/HTTPTransport.h"
 
 #include <fmt/format.h>
 
@@ -85,10 +88,10 @@ std::shared_ptr<MCPServer> MCPLifecycle::makeServer(const Environment& environme
 }
 
 void MCPLifecycle::startSocket(const Environment& environment) {
-  if (!environment.makeSocket) return;
+  if (!environment.socketPath) return;
   try {
-    uds_ = environment.makeSocket(server_);
-    if (!uds_) return;
+    uds_ = std::make_unique<UnixSocketTransport>(server_, *environment.socketPath, environment.io,
+                                                 environment.concurrent);
     uds_->start();
     environment.log("mcp: UDS listening at " + uds_->path());
   } catch (const std::exception& error) {
@@ -99,9 +102,11 @@ void MCPLifecycle::startSocket(const Environment& environment) {
 
 void MCPLifecycle::startHTTP(const Environment& environment) {
   const auto listen = [&](std::uint16_t port) {
-    auto http = std::make_shared<HTTPTransport>(server_, environment.bearerStore, port, environment.io,
-                                                environment.concurrent);
-    if (environment.makeRenderRoutes) http->setRenderRoutes(environment.makeRenderRoutes());
+    auto routes = environment.routes;
+    routes.add("/rpc", std::make_shared<RPCRoute>(server_, environment.bearerStore));
+    auto http = std::make_shared<HTTPTransport>(
+        std::move(routes), port, environment.io,
+        [concurrent = environment.concurrent] { return MCPRequestContext::executorForCall(concurrent); });
     http->start();
     http_ = std::move(http);
   };

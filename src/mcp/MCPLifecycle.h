@@ -1,13 +1,13 @@
 #pragma once
 
+#include "access/AccessGate.h"
+#include "access/AgentBearerStore.h"
+#include "access/MCPRequestAuthorizer.h"
 #include "base/ShellLog.h"
-#include "mcp/AccessGate.h"
-#include "mcp/AgentBearerStore.h"
-#include "mcp/MCPRequestAuthorizer.h"
 #include "mcp/MCPServer.h"
 #include "mcp/MCPStatusSnapshot.h"
-#include "mcp/SocketTransport.h"
 #include "mcp/ToolRegistry.h"
+#include "net/HTTPRoutes.h"
 
 #include <atomic>
 #include <cstdint>
@@ -19,11 +19,11 @@
 namespace vorlane {
 
 class HTTPTransport;
-class RenderHTTPRoutes;
+class UnixSocketTransport;
 
 /// The switch of the MCP server: wires registry, server and transports together,
 /// takes them down and builds them anew. The HTTP transport comes up also while
-/// access is off, since it carries the render routes. Main executor only.
+/// access is off, since it carries other routes too. Main executor only.
 class MCPLifecycle {
  public:
   /// What a start is given. The makers stand for what lies above this folder.
@@ -40,10 +40,10 @@ class MCPLifecycle {
     std::string adminEndpoint;
     /// Puts every tool module into the registry, in its order.
     std::function<void(const std::shared_ptr<ToolRegistry>&)> registerModules;
-    /// Null, or giving null, where there is no place for a socket.
-    std::function<std::unique_ptr<SocketTransport>(std::shared_ptr<MCPServer>)> makeSocket;
-    /// Null, or giving null, without a render service.
-    std::function<std::shared_ptr<RenderHTTPRoutes>()> makeRenderRoutes;
+    /// Where the assistants' socket lies; nothing where there is no container for it.
+    std::optional<std::string> socketPath;
+    /// What HTTP serves beside `/rpc`.
+    HTTPRoutes routes;
     /// 0 lets the system choose; a later start then asks for the same port again.
     std::uint16_t port = 17800;
     Executor io;
@@ -82,7 +82,7 @@ class MCPLifecycle {
   std::shared_ptr<MCPServer> server_;
   /// True until the server is stopped; its fences look at it from any thread.
   std::shared_ptr<std::atomic<bool>> running_;
-  std::unique_ptr<SocketTransport> uds_;
+  std::unique_ptr<UnixSocketTransport> uds_;
   std::shared_ptr<HTTPTransport> http_;
   /// What the system chose when it was asked for any port.
   std::uint16_t chosenPort_ = 0;

@@ -18,7 +18,7 @@ namespace asio = boost::asio;
 struct CallContext : TaskContext {
   CallContext() = default;
   explicit CallContext(AccountFence held) : fence(std::move(held)), taken(true) {}
-  /// Gives the context of a door's task its fence, once. False when it has one.
+  /// Gives the context of a transport's task its fence, once. False when it has one.
   bool take(AccountFence held) const {
     if (taken.exchange(true)) return false;
     fence = std::move(held);

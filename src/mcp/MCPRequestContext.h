@@ -1,7 +1,7 @@
 #pragma once
 
 #include "base/Failure.h"
-#include "base/Json.h"
+#include "base/JSON.h"
 #include "base/tasks/Task.h"
 
 #include <functional>
@@ -35,7 +35,7 @@ AccountFence currentFence();
 /// remote service. Does nothing outside a handler.
 void checkCurrentAccount();
 
-/// What a door spawns the task of one request on, which nobody cancels: `run` puts the
+/// What a transport spawns the task of one request on, which nobody cancels: `run` puts the
 /// fence there in place. Elsewhere it starts a child for it, which costs a small call a tenth of its time.
 Executor executorForCall(Executor inner);
 

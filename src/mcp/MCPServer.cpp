@@ -1,6 +1,6 @@
 #include "mcp/MCPServer.h"
 
-#include "base/JsonArguments.h"
+#include "base/JSONArguments.h"
 #include "base/Text.h"
 
 #include <exception>

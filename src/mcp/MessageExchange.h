@@ -8,7 +8,7 @@
 
 namespace vorlane {
 
-/// What became of one message, as every door needs it.
+/// What became of one message, as every transport needs it.
 struct MessageExchange {
   /// The JSON text of the response; empty when not even the failure could be written.
   std::string answer;

@@ -28,7 +28,7 @@ constexpr std::size_t lineBound = 1024;
 /// How many of the concurrent executor's threads, which are four at the least, one connection
 /// occupies with starting its lines; and how many lines each starts, and for how long, before
 /// others have their turn. A call that works without waiting is over when the next is started.
-constexpr std::size_t runnersAtMost = 3;
+constexpr std::size_t workersAtMost = 3;
 constexpr int linesATurn = 16;
 constexpr std::chrono::milliseconds timeATurn{2};
 /// Bytes of answers that a worker sends by itself, and that the I/O thread sends before
@@ -92,13 +92,13 @@ void SocketConnection::take(std::string_view bytes) {
     lineBytes_ += line.size();
     lines_.push_back(std::move(line));
   }
-  wakeRunners();
+  wakeWorkers();
 }
 
 /// Under the lock. Sees to it that as many workers take lines as may and can.
-void SocketConnection::wakeRunners() {
+void SocketConnection::wakeWorkers() {
   if (!mayStart()) return;
-  for (; runners_ < std::min(lines_.size(), runnersAtMost); ++runners_) {
+  for (; workers_ < std::min(lines_.size(), workersAtMost); ++workers_) {
     boost::asio::post(settings_->concurrent, [self = shared_from_this()] { self->runLines(); });
   }
 }
@@ -135,13 +135,13 @@ void SocketConnection::runLines() {
 bool SocketConnection::nextLine(std::string& line) {
   const std::scoped_lock hold(lock_);
   if (lines_.empty() || !mayStart()) {
-    --runners_;
+    --workers_;
     return false;
   }
   line = std::move(lines_.front());
   lines_.pop_front();
   lineBytes_ -= line.size();
-  ++running_;
+  ++callsInFlight_;
   if (paused_) goOn();
   return true;
 }
@@ -149,13 +149,13 @@ bool SocketConnection::nextLine(std::string& line) {
 /// Takes the answer of a call, which is empty when the client is to get none.
 void SocketConnection::finish(std::string answer) {
   const std::scoped_lock hold(lock_);
-  --running_;
+  --callsInFlight_;
   if (!socket_.is_open()) return;
   if (!answer.empty() && !deaf_) answers_.append(std::move(answer += '\n'));
   if (flushing_ || answers_.empty()) return;
   // The last answer goes out at once, unless that would take long. Others are gathered
   // while the I/O thread comes to it, since a send costs as much as a small call.
-  const bool last = running_ == 0 && lines_.empty() && answers_.bytes() <= sentAtOnce;
+  const bool last = callsInFlight_ == 0 && lines_.empty() && answers_.bytes() <= sentAtOnce;
   if (last && answers_.send(socket_.native_handle(), sentAtOnce) == AnswerQueue::Sending::complete)
     return goOn();
   flushing_ = true;
@@ -204,7 +204,7 @@ bool SocketConnection::hasRoom(std::size_t parts) const {
 /// Under the lock, when something has been taken away. Waits until half of the room is
 /// free, so that reading does not stop and start with every line.
 void SocketConnection::goOn() {
-  wakeRunners();
+  wakeWorkers();
   if (!paused_ || !hasRoom(2)) return;
   paused_ = false;
   boost::asio::post(settings_->io, [self = shared_from_this()] { self->read(); });
@@ -227,7 +227,7 @@ void SocketConnection::close() {
   answers_ = {};
   sending_ = {};
   unsent_ = 0;
-  if (!lines_.empty()) wakeRunners();
+  if (!lines_.empty()) wakeWorkers();
 }
 
 }  // namespace vorlane

@@ -2,9 +2,9 @@
 
 #include "base/FileDescriptor.h"
 #include "base/tasks/Task.h"
-#include "mcp/AnswerQueue.h"
-#include "mcp/LineBuffer.h"
 #include "mcp/MCPServer.h"
+#include "net/AnswerQueue.h"
+#include "net/LineBuffer.h"
 
 #include <boost/asio/posix/stream_descriptor.hpp>
 
@@ -51,7 +51,7 @@ class SocketConnection : public std::enable_shared_from_this<SocketConnection> {
  private:
   void waitToRead();
   void take(std::string_view bytes);
-  void wakeRunners();
+  void wakeWorkers();
   std::size_t untaken() const;
   bool mayStart() const;
   void runLines();
@@ -79,8 +79,8 @@ class SocketConnection : public std::enable_shared_from_this<SocketConnection> {
   /// Those that are gathered meanwhile.
   AnswerQueue answers_;
   /// Workers that take lines, and calls that were started and not answered.
-  std::size_t runners_ = 0;
-  std::size_t running_ = 0;
+  std::size_t workers_ = 0;
+  std::size_t callsInFlight_ = 0;
   /// The client takes no answers any more.
   bool deaf_ = false;
   /// Nothing is read until there is room.

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "base/Json.h"
+#include "access/AdminAccessRequirement.h"
+#include "base/JSON.h"
 #include "base/tasks/Task.h"
-#include "mcp/AdminAccessRequirement.h"
 
 #include <functional>
 #include <memory>
@@ -16,7 +16,7 @@ namespace vorlane {
 struct Identity {
   /// The signed-in subject, or "anonymous".
   std::string userID;
-  /// Reserved; no door passes a person's own token through.
+  /// Reserved; no transport passes a person's own token through.
   std::optional<std::string> rawToken;
 };
 

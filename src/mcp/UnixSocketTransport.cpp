@@ -1,6 +1,6 @@
 #include "mcp/UnixSocketTransport.h"
 
-#include "mcp/UnixSocket.h"
+#include "net/UnixSocket.h"
 
 #include <unistd.h>
 

@@ -1,9 +1,8 @@
 #pragma once
 
-#include "mcp/Listener.h"
 #include "mcp/MCPServer.h"
 #include "mcp/SocketConnection.h"
-#include "mcp/SocketTransport.h"
+#include "net/Listener.h"
 
 #include <memory>
 #include <string>
@@ -13,23 +12,23 @@ namespace vorlane {
 /// Serves the MCP server to local assistants, by way of the stdio launcher: one JSON-RPC
 /// message a line, in each direction. It asks for no bearer token; the folder that
 /// the socket lies in lets no other user in. Used on the main executor.
-class UnixSocketTransport final : public SocketTransport {
+class UnixSocketTransport final {
  public:
   /// `io` is run by one thread; both executors outlive the object. Nothing is opened yet.
   UnixSocketTransport(std::shared_ptr<MCPServer> server, std::string socketPath, Executor io,
                       Executor concurrent);
-  ~UnixSocketTransport() override;
+  ~UnixSocketTransport();
   UnixSocketTransport(const UnixSocketTransport&) = delete;
   UnixSocketTransport& operator=(const UnixSocketTransport&) = delete;
 
   /// Takes the place of whatever stands at the path: the caller holds the
   /// container's lock, so nobody listens there. Throws Failure.
-  void start() override;
+  void start();
   /// Also cuts the connections, since a launcher that is left on one would never
   /// come back to the next server.
-  void stop() override;
-  std::size_t activeConnections() const override { return settings_->open; }
-  std::string path() const override { return socketPath_; }
+  void stop();
+  std::size_t activeConnections() const { return settings_->open; }
+  std::string path() const { return socketPath_; }
 
  private:
   class Connections;

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "base/places/Places.h"
+#include "base/paths/Paths.h"
 #include "base/tasks/Task.h"
 #include "platform/SecretVault.h"
 #include "platform/SignalCenter.h"
@@ -16,7 +16,7 @@ namespace vorlane {
 /// The folder that the app group's processes share, made with its parents, mode
 /// 0700, when it is missing. Nothing when the platform has none for that group.
 /// Throws Failure when it cannot be made.
-std::optional<std::string> containerForAppGroup(const Places& places, std::string_view identifier);
+std::optional<std::string> containerForAppGroup(const Paths& paths, std::string_view identifier);
 
 /// What this operating system offers, behind the interfaces of this folder. The
 /// makers throw Failure naming the place that is missing or unusable.
@@ -25,9 +25,9 @@ std::unique_ptr<UserDefaults> makeUserDefaults(const std::string& folder, const 
 std::unique_ptr<SecretVault> makeFileVault(const std::string& folder);
 /// The desktop's keyring over D-Bus; null when no Secret Service answers.
 std::unique_ptr<SecretVault> makeSecretServiceVault();
-/// By `places.vault`: the one that is named, else the keyring when it answers,
+/// By `paths.vault`: the one that is named, else the keyring when it answers,
 /// else files.
-std::unique_ptr<SecretVault> makeVault(const Places& places);
+std::unique_ptr<SecretVault> makeVault(const Paths& paths);
 /// Signals in `folder`, which is made when missing. `io` watches it; what other
 /// processes post is delivered on `handlers`, one signal after the other.
 std::unique_ptr<SignalCenter> makeSignalCenter(const std::string& folder, Executor io, Executor handlers);

@@ -30,11 +30,11 @@ struct URLRequest {
   std::chrono::milliseconds timeout{60'000};
   /// How long nothing may move, in either direction; in whole seconds, 0 for as long as the
   /// exchange may take.
-  std::chrono::seconds silence{0};
-  /// Never sent anew by itself. A request is otherwise, when a connection that has been kept
-  /// open turns out to be closed before any answer has come, although the server may
-  /// have acted on it.
-  bool sentOnce = false;
+  std::chrono::seconds idleTimeout{0};
+  /// Sent anew, once, when a connection that has been kept open turns out to be closed before
+  /// any answer has come. Off for what a server must not do twice, since it may have acted on
+  /// the first.
+  bool retryOnStaleConnection = true;
   /// Follow redirects to http and https addresses. The final address is reported
   /// in the response; "Authorization" goes only to the first host.
   bool followRedirects = true;

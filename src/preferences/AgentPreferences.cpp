@@ -1,8 +1,8 @@
 #include "preferences/AgentPreferences.h"
 
 #include "base/Failure.h"
-#include "base/Json.h"
-#include "base/JsonArguments.h"
+#include "base/JSON.h"
+#include "base/JSONArguments.h"
 
 #include <algorithm>
 #include <array>

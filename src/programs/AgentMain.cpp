@@ -1,8 +1,8 @@
 #include "base/Failure.h"
 #include "base/ShellLog.h"
-#include "mcp/ControlClient.h"
-#include "mcp/ControlServer.h"
-#include "platform/Deployment.h"
+#include "cloud/Deployment.h"
+#include "control/ControlClient.h"
+#include "control/ControlServer.h"
 #include "platform/InstanceLock.h"
 #include "platform/LauncherPointer.h"
 #include "shell/AgentControl.h"
@@ -27,12 +27,12 @@ constexpr std::chrono::seconds handOverPatience{10};
 /// The agent of this container is another process: it is handed what this one was
 /// started for. False when it does not listen, or not yet. Throws Failure when
 /// there is nothing to hand over.
-bool handedOver(const AgentCommandLine& line, const Places& places) {
+bool handedOver(const AgentCommandLine& line, const Paths& paths) {
   if (line.urls.empty() && line.headless) {
-    throw Failure("an agent is already running for " + *places.container);
+    throw Failure("an agent is already running for " + *paths.container);
   }
   try {
-    requestFromAgent(places.controlSocket(), line.urls.empty() ? showPanelRequest() : openRequest(line.urls));
+    requestFromAgent(paths.controlSocket(), line.urls.empty() ? showPanelRequest() : openRequest(line.urls));
     return true;
   } catch (const ControlClient::NobodyListens&) {
     return false;
@@ -41,22 +41,22 @@ bool handedOver(const AgentCommandLine& line, const Places& places) {
 
 /// Takes the instance lock, or hands over to the agent that holds it: then nothing.
 /// That agent may be just coming up, or just ending, so both are tried for a while.
-std::optional<InstanceLock> lockOrHandOver(const AgentCommandLine& line, const Places& places) {
-  if (line.relaunch) return InstanceLock::acquire(places.instanceLock());
+std::optional<InstanceLock> lockOrHandOver(const AgentCommandLine& line, const Paths& paths) {
+  if (line.relaunch) return InstanceLock::acquire(paths.instanceLock());
   for (const auto end = std::chrono::steady_clock::now() + handOverPatience;;) {
-    if (auto lock = InstanceLock::tryAcquire(places.instanceLock())) return lock;
-    if (handedOver(line, places)) return std::nullopt;
+    if (auto lock = InstanceLock::tryAcquire(paths.instanceLock())) return lock;
+    if (handedOver(line, paths)) return std::nullopt;
     if (std::chrono::steady_clock::now() > end) {
-      throw Failure("the agent that holds " + places.instanceLock() + " does not answer");
+      throw Failure("the agent that holds " + paths.instanceLock() + " does not answer");
     }
     std::this_thread::sleep_for(std::chrono::milliseconds(50));
   }
 }
 
-void leaveWordForLaunchers(const Places& places) {
-  if (!places.launcherPointer) return;
+void leaveWordForLaunchers(const Paths& paths) {
+  if (!paths.launcherPointer) return;
   try {
-    writeLauncherPointer(*places.launcherPointer, *places.container);
+    writeLauncherPointer(*paths.launcherPointer, *paths.container);
   } catch (const std::exception& error) {
     // Launchers that are told the container still find it.
     shellLog(describe(error));
@@ -65,14 +65,14 @@ void leaveWordForLaunchers(const Places& places) {
 
 /// Serves until a signal ends the process.
 int serve(AppDelegate::Settings settings) {
-  const auto places = settings.places;
+  const auto paths = settings.paths;
   Runtime runtime;
   const auto main = makeHeadlessMainLoop();
   AppDelegate delegate(std::move(settings), runtime, *main);
 
   std::shared_ptr<ControlServer> control;
-  if (places.container) {
-    control = makeAgentControl(places.controlSocket(), delegate, runtime, *main);
+  if (paths.container) {
+    control = makeAgentControl(paths.controlSocket(), delegate, runtime, *main);
     try {
       control->start();
     } catch (const std::exception& error) {
@@ -90,25 +90,25 @@ int run(const std::vector<std::string>& arguments, const char* programPath) {
     fmt::print("vorlane-agent {}\n", version);
     return 0;
   }
-  const auto places = Places::resolve(line.places, processEnvironment());
-  requireKnownVault(places);
-  setUpProcess(places, programPath);
+  const auto paths = Paths::resolve(line.paths, processEnvironment());
+  requireKnownVault(paths);
+  setUpProcess(paths, programPath);
   endAtOnceOnTermination();
   Deployment deployment;
   try {
-    deployment = Deployment::load(places.deployment, places.deploymentNamed);
+    deployment = Deployment::load(paths.deployment, paths.deploymentNamed);
   } catch (const Failure& failure) {
     throw UsageFailure(failure.description());
   }
 
   std::optional<InstanceLock> lock;
-  if (containerForAppGroup(places, appGroupIdentifier)) {
-    lock = lockOrHandOver(line, places);
+  if (containerForAppGroup(paths, appGroupIdentifier)) {
+    lock = lockOrHandOver(line, paths);
     if (!lock) return 0;
-    leaveWordForLaunchers(places);
+    leaveWordForLaunchers(paths);
   }
   if (!line.headless) shellLog("the desktop interface is not installed; running without it");
-  return serve({.places = places, .deployment = std::move(deployment), .port = line.port, .urls = line.urls});
+  return serve({.paths = paths, .deployment = std::move(deployment), .port = line.port, .urls = line.urls});
 }
 
 }  // namespace

@@ -2,7 +2,7 @@
 
 #include "base/FileDescriptor.h"
 #include "base/Identifiers.h"
-#include "base/Json.h"
+#include "base/JSON.h"
 #include "base/Text.h"
 #include "base/tasks/Runtime.h"
 #include "platform/Platform.h"
@@ -75,7 +75,7 @@ Words parse(const std::vector<std::string>& arguments) {
 /// The queue of the container, and what its tasks run on.
 class OpenQueue {
  public:
-  explicit OpenQueue(const Context& context) : queue_(AgentStore::open(context.places, appGroupIdentifier)) {}
+  explicit OpenQueue(const Context& context) : queue_(AgentStore::open(context.paths, appGroupIdentifier)) {}
 
   const ScenewardCheckpointQueue& operator*() const { return queue_; }
   Runtime& runtime() { return runtime_; }
@@ -122,7 +122,7 @@ std::string enqueue(const Context& context, Words words) {
   OpenQueue queue(context);
   // Made first: where it cannot be, nothing is queued that nobody would be told of.
   const auto signals =
-      makeSignalCenter(context.places.signals(), queue.runtime().io(), queue.runtime().concurrent());
+      makeSignalCenter(context.paths.signals(), queue.runtime().io(), queue.runtime().concurrent());
   const auto request = queue.await((*queue).enqueue(*words.owner, *words.project, std::move(payload)));
   if (!signals->post(checkpointPendingSignal)) {
     throw Failure(fmt::format("the save {} is queued, but other processes could not be told of it",

@@ -1,8 +1,8 @@
 #include "programs/CtlCommands.h"
 
-#include "base/Json.h"
-#include "base/JsonArguments.h"
-#include "mcp/ControlClient.h"
+#include "base/JSON.h"
+#include "base/JSONArguments.h"
+#include "control/ControlClient.h"
 #include "platform/ProgramFolder.h"
 #include "programs/CtlCheckpoint.h"
 #include "shell/AccountServices.h"
@@ -26,8 +26,8 @@ namespace {
 
 constexpr char defaultEndpoint[] = "http://127.0.0.1:17800/rpc";
 
-void requireContainer(const Places& places) {
-  if (!containerForAppGroup(places, appGroupIdentifier)) {
+void requireContainer(const Paths& paths) {
+  if (!containerForAppGroup(paths, appGroupIdentifier)) {
     throw Failure(fmt::format("App Group container unavailable for {}: HOME is not set", appGroupIdentifier));
   }
 }
@@ -46,9 +46,9 @@ bool takeOption(const Context& context, std::string_view option) {
 
 /// The running agent's own status; nothing when none runs. One that runs and does
 /// not answer is a failure, not absence.
-std::optional<JSONMap> statusOfAgent(const Places& places) {
+std::optional<JSONMap> statusOfAgent(const Paths& paths) {
   try {
-    return requestFromAgent(places.controlSocket(), statusRequest());
+    return requestFromAgent(paths.controlSocket(), statusRequest());
   } catch (const ControlClient::NobodyListens&) {
     return std::nullopt;
   }
@@ -56,21 +56,21 @@ std::optional<JSONMap> statusOfAgent(const Places& places) {
 
 std::string status(const Context& context) {
   expectNoMore(context, 0);
-  requireContainer(context.places);
-  if (const auto live = statusOfAgent(context.places)) return writeJSON(*live);
+  requireContainer(context.paths);
+  if (const auto live = statusOfAgent(context.paths)) return writeJSON(*live);
   Runtime runtime;
-  const AccountServices account(context.places, context.deployment, runtime.io(), runtime.concurrent());
+  const AccountServices account(context.paths, context.deployment, runtime.io(), runtime.concurrent());
   std::shared_ptr<AgentStore> store;
-  if (std::filesystem::exists(context.places.database())) {
-    store = AgentStore::open(context.places, appGroupIdentifier);
+  if (std::filesystem::exists(context.paths.database())) {
+    store = AgentStore::open(context.paths, appGroupIdentifier);
   }
-  return writeJSON(accountStatus(context.places, account, store));
+  return writeJSON(accountStatus(context.paths, account, store));
 }
 
 std::string bearerToken(const Context& context, bool regenerate) {
-  requireContainer(context.places);
+  requireContainer(context.paths);
   Runtime runtime;
-  const AccountServices account(context.places, context.deployment, runtime.io(), runtime.concurrent());
+  const AccountServices account(context.paths, context.deployment, runtime.io(), runtime.concurrent());
   if (regenerate) account.bearerStore->regenerate();
   return account.bearerStore->currentToken();
 }
@@ -83,9 +83,9 @@ std::string clientConfig(const Context& context) {
   if (!takeOption(context, "--http")) {
     return stdioClientConfiguration((programFolder() / "vorlane-mcp-launcher").string());
   }
-  requireContainer(context.places);
+  requireContainer(context.paths);
   std::string endpoint = defaultEndpoint;
-  if (const auto live = statusOfAgent(context.places)) endpoint = json::stringOr(*live, "endpoint", endpoint);
+  if (const auto live = statusOfAgent(context.paths)) endpoint = json::stringOr(*live, "endpoint", endpoint);
   return httpClientConfiguration(endpoint, bearerToken(context, false));
 }
 
@@ -94,9 +94,9 @@ std::string signal(const Context& context) {
   if (words.size() != 2 || (words[0] != "post" && words[0] != "watch")) {
     throw UsageFailure("signal takes \"post NAME\" or \"watch NAME\"");
   }
-  requireContainer(context.places);
+  requireContainer(context.paths);
   Runtime runtime;
-  const auto signals = makeSignalCenter(context.places.signals(), runtime.io(), runtime.concurrent());
+  const auto signals = makeSignalCenter(context.paths.signals(), runtime.io(), runtime.concurrent());
   const auto line = writeJSON(JSONMap{{"signal", words[1]}});
   if (words[0] == "post") {
     if (!signals->post(words[1])) throw Failure("the signal could not be posted to other processes");

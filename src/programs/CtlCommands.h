@@ -1,7 +1,7 @@
 #pragma once
 
-#include "base/places/Places.h"
-#include "platform/Deployment.h"
+#include "base/paths/Paths.h"
+#include "cloud/Deployment.h"
 
 #include <string>
 #include <vector>
@@ -10,7 +10,7 @@ namespace vorlane::ctl {
 
 /// What every command is given.
 struct Context {
-  Places places;
+  Paths paths;
   Deployment deployment;
   /// The words behind the command's own.
   std::vector<std::string> arguments;

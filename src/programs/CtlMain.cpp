@@ -17,15 +17,15 @@ constexpr char usage[] =
     "checkpoint enqueue|cancel|restore|erase|list --owner O [--project P] [FILE | OPERATION ...]";
 
 int run(std::vector<std::string> arguments, const char* programPath) {
-  const auto options = takePlaceOptions(arguments);
+  const auto options = takePathOptions(arguments);
   if (arguments.empty()) throw UsageFailure(usage);
-  const auto places = Places::resolve(options, processEnvironment());
-  requireKnownVault(places);
-  setUpProcess(places, programPath);
+  const auto paths = Paths::resolve(options, processEnvironment());
+  requireKnownVault(paths);
+  setUpProcess(paths, programPath);
   ctl::Context context{
-      .places = places, .deployment = {}, .arguments = {arguments.begin() + 1, arguments.end()}};
+      .paths = paths, .deployment = {}, .arguments = {arguments.begin() + 1, arguments.end()}};
   try {
-    context.deployment = Deployment::load(places.deployment, places.deploymentNamed);
+    context.deployment = Deployment::load(paths.deployment, paths.deploymentNamed);
   } catch (const Failure& failure) {
     throw UsageFailure(failure.description());
   }

@@ -21,7 +21,7 @@ constexpr char version[] = "0.1.0";
 
 /// The words of the command line, or what is wrong with them.
 struct Options {
-  PlaceOptions places;
+  PathOptions paths;
   bool version = false;
   std::string complaint;
 };
@@ -34,17 +34,17 @@ Options parse(int count, char** words) {
     if (word == "--version") {
       options.version = true;
     } else if (word == container && i + 1 < count) {
-      options.places.container = words[++i];
+      options.paths.container = words[++i];
     } else if (word.starts_with(container) && word.substr(container.size()).starts_with('=')) {
-      options.places.container = word.substr(container.size() + 1);
+      options.paths.container = word.substr(container.size() + 1);
     } else if (word != container) {
       options.complaint =
           (word.starts_with('-') ? "unknown option " : "unexpected word ") + std::string(word);
       return options;
     } else {
-      options.places.container.emplace();
+      options.paths.container.emplace();
     }
-    if (options.places.container && options.places.container->empty()) {
+    if (options.paths.container && options.paths.container->empty()) {
       options.complaint = "the option --container needs a value";
       return options;
     }
@@ -96,7 +96,7 @@ int run(int count, char** words) {
   setUpSignals();
   // Else the memory of one large answer would be kept for the next.
   ::mallopt(M_MMAP_THRESHOLD, 131072);
-  Relay(STDIN_FILENO, STDOUT_FILENO, Places::resolve(options.places, variable)).run();
+  Relay(STDIN_FILENO, STDOUT_FILENO, Paths::resolve(options.paths, variable)).run();
   return 0;
 }
 

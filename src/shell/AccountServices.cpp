@@ -1,36 +1,36 @@
 #include "shell/AccountServices.h"
 
-#include "base/JsonArguments.h"
+#include "access/KeychainBearerStorage.h"
+#include "base/JSONArguments.h"
 #include "base/ShellLog.h"
-#include "mcp/KeychainBearerStorage.h"
 #include "platform/HostName.h"
 #include "shell/PlacelessServices.h"
 
 namespace vorlane {
 namespace {
 
-std::shared_ptr<SecretVault> vaultFor(const Places& places) {
-  if (places.container || places.vault == VaultKind::secretService) return makeVault(places);
-  if (places.vault == VaultKind::file) return makePlacelessVault();
+std::shared_ptr<SecretVault> vaultFor(const Paths& paths) {
+  if (paths.container || paths.vault == VaultKind::secretService) return makeVault(paths);
+  if (paths.vault == VaultKind::file) return makePlacelessVault();
   if (auto keyring = makeSecretServiceVault()) return keyring;
   return makePlacelessVault();
 }
 
-std::shared_ptr<UserDefaults> defaultsFor(const Places& places, const char* domain) {
-  if (!places.configHome) return makePlacelessDefaults();
-  return makeUserDefaults(*places.configHome, domain);
+std::shared_ptr<UserDefaults> defaultsFor(const Paths& paths, const char* domain) {
+  if (!paths.configHome) return makePlacelessDefaults();
+  return makeUserDefaults(*paths.configHome, domain);
 }
 
 }  // namespace
 
-AccountServices::AccountServices(const Places& places, const Deployment& deployment, Executor io,
+AccountServices::AccountServices(const Paths& paths, const Deployment& deployment, Executor io,
                                  Executor concurrent) {
-  if (containerForAppGroup(places, appGroupIdentifier)) {
-    signals = makeSignalCenter(places.signals(), io, concurrent);
+  if (containerForAppGroup(paths, appGroupIdentifier)) {
+    signals = makeSignalCenter(paths.signals(), io, concurrent);
   } else {
     signals = makeLocalSignals();
   }
-  vault = vaultFor(places);
+  vault = vaultFor(paths);
   urlSession = makeURLSession(deployment.caFile);
   network = [session = urlSession.get()](URLRequest request) { return session->send(std::move(request)); };
   epoch = std::make_shared<AuthAccountEpoch>(*signals, notifications);
@@ -40,8 +40,8 @@ AccountServices::AccountServices(const Places& places, const Deployment& deploym
       AuthSession::Storage::of(*tokens), [epoch = epoch] { return epoch->value(); }, notifications, now,
       shellLog);
   bearerStore = std::make_shared<AgentBearerStore>(std::make_shared<KeychainBearerStorage>(vault));
-  suiteDefaults = defaultsFor(places, appGroupIdentifier);
-  standardDefaults = defaultsFor(places, standardDefaultsDomain);
+  suiteDefaults = defaultsFor(paths, appGroupIdentifier);
+  standardDefaults = defaultsFor(paths, standardDefaultsDomain);
   gate = std::make_shared<AccessGate>(suiteDefaults);
   device = std::make_shared<const DeviceIdentity>(vault, standardDefaults, hostName, shellLog);
 }

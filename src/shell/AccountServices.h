@@ -1,16 +1,16 @@
 #pragma once
 
+#include "access/AccessGate.h"
+#include "access/AgentBearerStore.h"
+#include "access/MCPRequestAuthorizer.h"
 #include "auth/AuthAccountEpoch.h"
 #include "auth/AuthSession.h"
 #include "auth/AuthTokenStore.h"
 #include "auth/DeviceIdentity.h"
-#include "base/Json.h"
+#include "base/JSON.h"
 #include "base/NotificationCenter.h"
-#include "base/places/Places.h"
-#include "mcp/AccessGate.h"
-#include "mcp/AgentBearerStore.h"
-#include "mcp/MCPRequestAuthorizer.h"
-#include "platform/Deployment.h"
+#include "base/paths/Paths.h"
+#include "cloud/Deployment.h"
 #include "platform/Platform.h"
 
 #include <functional>
@@ -23,7 +23,7 @@ namespace vorlane {
 /// destroyed in the reverse one. Constructing throws Failure when a place that is
 /// there cannot be used.
 struct AccountServices {
-  AccountServices(const Places& places, const Deployment& deployment, Executor io, Executor concurrent);
+  AccountServices(const Paths& paths, const Deployment& deployment, Executor io, Executor concurrent);
   AccountServices(const AccountServices&) = delete;
   AccountServices& operator=(const AccountServices&) = delete;
 

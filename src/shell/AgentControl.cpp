@@ -1,8 +1,8 @@
 #include "shell/AgentControl.h"
 
-#include "base/JsonArguments.h"
+#include "base/JSONArguments.h"
 #include "base/tasks/Timing.h"
-#include "mcp/ControlClient.h"
+#include "control/ControlClient.h"
 #include "shell/AppDelegate.h"
 
 namespace vorlane {

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "base/Json.h"
+#include "base/JSON.h"
 #include "base/tasks/Runtime.h"
-#include "mcp/ControlServer.h"
+#include "control/ControlServer.h"
 
 #include <memory>
 #include <string>
@@ -23,7 +23,7 @@ JSONMap showPanelRequest();
 /// refusal.
 JSONMap requestFromAgent(const std::string& socket, const JSONMap& request);
 
-/// The door for those requests; `delegate`, `runtime` and `main` have to outlive it.
+/// The socket for those requests; `delegate`, `runtime` and `main` have to outlive it.
 std::shared_ptr<ControlServer> makeAgentControl(const std::string& socket, AppDelegate& delegate,
                                                 Runtime& runtime, MainLoop& main);
 

@@ -1,6 +1,6 @@
 #include "shell/AgentStatus.h"
 
-#include "base/JsonArguments.h"
+#include "base/JSONArguments.h"
 #include "store/AgentStore.h"
 #include "store/LedgerlyQueries.h"
 #include "store/ScenewardCheckpointQueue.h"
@@ -8,7 +8,7 @@
 
 namespace vorlane {
 
-JSONMap accountStatus(const Places& places, const AccountServices& services,
+JSONMap accountStatus(const Paths& paths, const AccountServices& services,
                       const std::shared_ptr<AgentStore>& store, const SyncJournal* journal) {
   auto owner = services.session->currentUser();
   const auto record = services.tokens->load();
@@ -18,7 +18,7 @@ JSONMap accountStatus(const Places& places, const AccountServices& services,
                  {"store", nullptr},   {"running", false},
                  {"serving", false},   {"endpoint", nullptr},
                  {"socket", nullptr},  {"sync", nullptr}};
-  if (places.container) status["store"] = places.database();
+  if (paths.container) status["store"] = paths.database();
   DocumentTable::Counts sheets;
   ScenewardCheckpointQueue::Counts checkpoints;
   if (owner) {

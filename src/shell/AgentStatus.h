@@ -1,7 +1,7 @@
 #pragma once
 
-#include "base/Json.h"
-#include "base/places/Places.h"
+#include "base/JSON.h"
+#include "base/paths/Paths.h"
 #include "shell/AccountServices.h"
 
 #include <memory>
@@ -18,7 +18,7 @@ class SyncJournal;
 /// agent as they are without one: "running" and "serving" false, "endpoint" and "socket"
 /// null. All of it is told of one person, also when the account changes meanwhile.
 /// `store` is null where there is none to be read.
-JSONMap accountStatus(const Places& places, const AccountServices& account,
+JSONMap accountStatus(const Paths& paths, const AccountServices& account,
                       const std::shared_ptr<AgentStore>& store, const SyncJournal* journal = nullptr);
 
 }  // namespace vorlane

@@ -3,7 +3,6 @@
 #include "base/ShellLog.h"
 #include "base/tasks/Spawn.h"
 #include "base/tasks/Timing.h"
-#include "mcp/UnixSocketTransport.h"
 #include "platform/NetworkPathMonitor.h"
 #include "shell/AgentStatus.h"
 #include "shell/IncomingURL.h"
@@ -46,7 +45,7 @@ AppRecentsHolder::Settings recentsSettings(const AppDelegate::Settings& settings
                                            std::shared_ptr<SyncJournal> journal,
                                            std::shared_ptr<AsyncMutex> sheetExchange, Executor main,
                                            Executor concurrent) {
-  return {.places = settings.places,
+  return {.paths = settings.paths,
           .ledgerlyBase = settings.deployment.ledgerlyBase,
           .scenewardBase = settings.deployment.scenewardBase,
           .currentUserID = account.currentUser(),
@@ -69,7 +68,7 @@ AppDelegate::AppDelegate(Settings settings, Runtime& runtime, MainLoop& main)
     : settings_(std::move(settings)),
       runtime_(runtime),
       main_(main),
-      account_(settings_.places, settings_.deployment, runtime.io(), runtime.concurrent()),
+      account_(settings_.paths, settings_.deployment, runtime.io(), runtime.concurrent()),
       ledgerlyNetwork_(networkTo(settings_.deployment.ledgerlyBase, "ledgerlyBase", account_.network)),
       scenewardNetwork_(networkTo(settings_.deployment.scenewardBase, "scenewardBase", account_.network)),
       preferences_(*account_.standardDefaults, shellLog),
@@ -98,7 +97,7 @@ void AppDelegate::applicationDidFinishLaunching() {
 
 void AppDelegate::openStore() {
   try {
-    store_ = AgentStore::open(settings_.places, appGroupIdentifier);
+    store_ = AgentStore::open(settings_.paths, appGroupIdentifier);
     shellLog("agent store opened OK");
   } catch (const std::exception& error) {
     shellLog("agent store open failed: " + describe(error));
@@ -190,7 +189,8 @@ MCPLifecycle::Environment AppDelegate::lifecycleEnvironment() const {
       .runner = ledgerlyNetwork_,
       .adminEndpoint = ledgerlyEndpoint(settings_.deployment, "/api/ecosystem/admin-access/me"),
       .registerModules = moduleMaker(),
-      .makeSocket = socketMaker(),
+      .socketPath =
+          settings_.paths.container ? std::optional(settings_.paths.assistantsSocket()) : std::nullopt,
       .port = settings_.port,
       .io = runtime_.io(),
       .concurrent = runtime_.concurrent(),
@@ -225,21 +225,12 @@ std::function<void(const std::shared_ptr<ToolRegistry>&)> AppDelegate::moduleMak
   };
 }
 
-/// Without a container there is no place for the socket.
-std::function<std::unique_ptr<SocketTransport>(std::shared_ptr<MCPServer>)> AppDelegate::socketMaker() const {
-  if (!settings_.places.container) return nullptr;
-  return [path = settings_.places.assistantsSocket(), io = runtime_.io(),
-          concurrent = runtime_.concurrent()](std::shared_ptr<MCPServer> server) {
-    return std::make_unique<UnixSocketTransport>(std::move(server), path, io, concurrent);
-  };
-}
-
 void AppDelegate::applicationOpen(const std::vector<std::string>& urls) {
   for (const auto& url : urls) shellLog(ignoredURLLine(url));
 }
 
 JSONMap AppDelegate::status() const {
-  auto status = accountStatus(settings_.places, account_, store_, journal_.get());
+  auto status = accountStatus(settings_.paths, account_, store_, journal_.get());
   status["running"] = true;
   status["serving"] = lifecycle_.isServing();
   if (const auto port = lifecycle_.httpPort())

@@ -1,12 +1,12 @@
 #pragma once
 
-#include "base/Json.h"
-#include "base/places/Places.h"
+#include "access/ProfileSyncer.h"
+#include "base/JSON.h"
+#include "base/paths/Paths.h"
 #include "base/tasks/Runtime.h"
 #include "base/tasks/TaskGroup.h"
+#include "cloud/Deployment.h"
 #include "mcp/MCPLifecycle.h"
-#include "mcp/ProfileSyncer.h"
-#include "platform/Deployment.h"
 #include "preferences/AgentPreferences.h"
 #include "shell/AccountServices.h"
 #include "shell/AppRecentsHolder.h"
@@ -29,7 +29,7 @@ class StoreNotifications;
 class AppDelegate {
  public:
   struct Settings {
-    Places places;
+    Paths paths;
     Deployment deployment;
     std::uint16_t port = 17800;
     /// What the program was started for.
@@ -63,7 +63,6 @@ class AppDelegate {
   MCPLifecycle::Environment lifecycleEnvironment() const;
   std::optional<LedgerlyWebClient> ledgerlyWebClient() const;
   std::function<void(const std::shared_ptr<ToolRegistry>&)> moduleMaker() const;
-  std::function<std::unique_ptr<SocketTransport>(std::shared_ptr<MCPServer>)> socketMaker() const;
 
   Settings settings_;
   Runtime& runtime_;

@@ -1,7 +1,7 @@
 #include "shell/AppRecentsHolder.h"
 
 #include "base/Failure.h"
-#include "shell/ThrowAwayFolder.h"
+#include "shell/TemporaryDirectory.h"
 #include "store/AgentStore.h"
 
 #include <chrono>
@@ -16,14 +16,14 @@ constexpr std::chrono::seconds pollInterval{1800};
 
 AppRecentsHolder::AppRecentsHolder(Settings settings) : settings_(std::move(settings)) {
   try {
-    store_ = AgentStore::open(settings_.places, appGroupIdentifier);
+    store_ = AgentStore::open(settings_.paths, appGroupIdentifier);
   } catch (const std::exception& error) {
     settings_.log("recents are kept until the agent ends, since their store cannot be opened: " +
                   describe(error));
   }
   auto opened = store_;
   if (!opened) {
-    folder_ = std::make_unique<ThrowAwayFolder>();
+    folder_ = std::make_unique<TemporaryDirectory>();
     opened = std::make_shared<AgentStore>(folder_->path());
   }
   const RecentsQueries recents(opened, settings_.storeNotifications);

@@ -2,9 +2,9 @@
 
 #include "base/NotificationCenter.h"
 #include "base/ShellLog.h"
-#include "base/places/Places.h"
+#include "base/paths/Paths.h"
 #include "base/tasks/TaskGroup.h"
-#include "platform/CloudRequest.h"
+#include "cloud/CloudRequest.h"
 #include "platform/URLSession.h"
 #include "preferences/AgentPreferences.h"
 #include "shell/RecentsViewModel.h"
@@ -21,7 +21,7 @@
 namespace vorlane {
 
 class AgentStore;
-class ThrowAwayFolder;
+class TemporaryDirectory;
 
 /// What the list of recents stands on: a store of its own, apart from the services', the
 /// list and what fetches it. When the store cannot be opened the list stands on one that
@@ -29,7 +29,7 @@ class ThrowAwayFolder;
 class AppRecentsHolder {
  public:
   struct Settings {
-    Places places;
+    Paths paths;
     std::optional<std::string> ledgerlyBase;
     std::optional<std::string> scenewardBase;
     CurrentUser currentUserID;
@@ -67,7 +67,7 @@ class AppRecentsHolder {
 
  private:
   const Settings settings_;
-  std::unique_ptr<ThrowAwayFolder> folder_;  // goes after what lies in it
+  std::unique_ptr<TemporaryDirectory> folder_;  // goes after what lies in it
   std::shared_ptr<AgentStore> store_;
   std::shared_ptr<RecentsViewModel> viewModel_;
   std::shared_ptr<RecentsSyncFetcher> fetcher_;

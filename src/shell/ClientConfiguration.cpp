@@ -1,6 +1,6 @@
 #include "shell/ClientConfiguration.h"
 
-#include "base/Json.h"
+#include "base/JSON.h"
 
 #include <fmt/format.h>
 

@@ -50,13 +50,13 @@ class Words {
   std::deque<std::string> rest_;
 };
 
-bool takePlace(Words& words, PlaceOptions& places) {
+bool takePath(Words& words, PathOptions& paths) {
   if (auto container = words.value("--container")) {
-    places.container = std::move(container);
+    paths.container = std::move(container);
     return true;
   }
   if (auto deployment = words.value("--deployment")) {
-    places.deployment = std::move(deployment);
+    paths.deployment = std::move(deployment);
     return true;
   }
   return false;
@@ -82,7 +82,7 @@ AgentCommandLine AgentCommandLine::parse(const std::vector<std::string>& argumen
       line.urls.push_back(words.next());
       continue;
     }
-    if (takePlace(words, line.places)) continue;
+    if (takePath(words, line.paths)) continue;
     if (auto port = words.value("--port")) {
       line.port = portNumber(*port);
       continue;
@@ -103,14 +103,14 @@ AgentCommandLine AgentCommandLine::parse(const std::vector<std::string>& argumen
   return line;
 }
 
-PlaceOptions takePlaceOptions(std::vector<std::string>& arguments) {
-  PlaceOptions places;
+PathOptions takePathOptions(std::vector<std::string>& arguments) {
+  PathOptions paths;
   Words words(arguments);
   while (words.atOption()) {
-    if (!takePlace(words, places)) throw UsageFailure("unknown option " + words.next());
+    if (!takePath(words, paths)) throw UsageFailure("unknown option " + words.next());
   }
   arguments = words.rest();
-  return places;
+  return paths;
 }
 
 int runProgram(const char* name, int count, char** words,
@@ -130,10 +130,9 @@ int runProgram(const char* name, int count, char** words,
   }
 }
 
-void requireKnownVault(const Places& places) {
-  if (!places.unknownVault.empty()) {
-    throw UsageFailure("VORLANE_VAULT is \"file\" or \"secret-service\", not \"" + places.unknownVault +
-                       "\"");
+void requireKnownVault(const Paths& paths) {
+  if (!paths.unknownVault.empty()) {
+    throw UsageFailure("VORLANE_VAULT is \"file\" or \"secret-service\", not \"" + paths.unknownVault + "\"");
   }
 }
 

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "base/Failure.h"
-#include "base/places/Places.h"
+#include "base/paths/Paths.h"
 
 #include <cstdint>
 #include <functional>
@@ -22,7 +22,7 @@ struct AgentCommandLine {
   /// Wait for the running agent to end instead of handing over to it.
   bool relaunch = false;
   bool version = false;
-  PlaceOptions places;
+  PathOptions paths;
   /// The local HTTP port; 0 lets the system choose.
   std::uint16_t port = 17800;
   std::vector<std::string> urls;
@@ -34,10 +34,10 @@ struct AgentCommandLine {
 /// Takes "--container DIR" and "--deployment FILE" (also with "=") out of the
 /// front of `arguments` up to the first word that is no option. Throws
 /// UsageFailure for another option, naming it.
-PlaceOptions takePlaceOptions(std::vector<std::string>& arguments);
+PathOptions takePathOptions(std::vector<std::string>& arguments);
 
-/// The place that `places` could not make sense of, as a failure; else nothing happens.
-void requireKnownVault(const Places& places);
+/// The place that `paths` could not make sense of, as a failure; else nothing happens.
+void requireKnownVault(const Paths& paths);
 
 /// The frame of each program's main: runs `work` with the words behind the
 /// program's own, and ends with its exit code. What it throws becomes one line on

@@ -11,7 +11,7 @@
 
 namespace vorlane {
 
-void setUpProcess(const Places& places, const char* programPath) {
+void setUpProcess(const Paths& paths, const char* programPath) {
   ::umask(S_IRWXG | S_IRWXO);
   std::signal(SIGPIPE, SIG_IGN);
   // A limit on file sizes then fails the one write, as a full disk does.
@@ -19,7 +19,7 @@ void setUpProcess(const Places& places, const char* programPath) {
   // A few arenas serve these few threads as well, and an agent that idles for
   // weeks should not hold one for each of them.
   ::mallopt(M_ARENA_MAX, 2);
-  installShellLog(ShellLog(places.shellLog, std::filesystem::path(programPath).filename().string()));
+  installShellLog(ShellLog(paths.shellLog, std::filesystem::path(programPath).filename().string()));
 }
 
 void endAtOnceOnTermination() {

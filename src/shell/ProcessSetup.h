@@ -1,6 +1,6 @@
 #pragma once
 
-#include "base/places/Places.h"
+#include "base/paths/Paths.h"
 
 namespace vorlane {
 
@@ -8,7 +8,7 @@ namespace vorlane {
 /// files by default, no death by a closed pipe or a
 /// full file, and the shared log under the
 /// program's own file name.
-void setUpProcess(const Places& places, const char* programPath);
+void setUpProcess(const Paths& paths, const char* programPath);
 
 /// SIGTERM and SIGINT end the process at once with exit 0. There is no orderly
 /// stop: the database's write-ahead log makes an abrupt end safe.

@@ -4,12 +4,12 @@
 #include "base/ShellLog.h"
 #include "base/tasks/Event.h"
 #include "base/tasks/Task.h"
-#include "platform/CloudRequest.h"
+#include "cloud/CloudRequest.h"
 #include "preferences/AgentPreferences.h"
+#include "shell/recents/RecentItem.h"
 #include "store/RecentEntryRow.h"
 #include "store/RecentsQueries.h"
 #include "store/StoreNotifications.h"
-#include "store/recents/RecentItem.h"
 
 #include <functional>
 #include <memory>

@@ -50,8 +50,8 @@ AgentStore::AgentStore(const std::string& directory, DatabasePool::Options optio
   addIndices(pool_);
 }
 
-std::shared_ptr<AgentStore> AgentStore::open(const Places& places, std::string_view appGroup) {
-  const auto container = containerForAppGroup(places, appGroup);
+std::shared_ptr<AgentStore> AgentStore::open(const Paths& paths, std::string_view appGroup) {
+  const auto container = containerForAppGroup(paths, appGroup);
   if (!container) {
     throw DomainFailure("AgentStore", 1, "App Group container unavailable for " + std::string(appGroup));
   }

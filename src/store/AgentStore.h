@@ -8,7 +8,7 @@
 
 namespace vorlane {
 
-struct Places;
+struct Paths;
 
 /// The agent's one database, "Vorlane.sqlite", which it shares with the family's
 /// applications. Opened once and passed on by reference; several stores on one file,
@@ -23,7 +23,7 @@ class AgentStore {
 
   /// The store in the container of that app group. Throws also DomainFailure
   /// ("AgentStore", 1) when the platform has no such container.
-  static std::shared_ptr<AgentStore> open(const Places& places, std::string_view appGroup);
+  static std::shared_ptr<AgentStore> open(const Paths& paths, std::string_view appGroup);
 
   const DatabasePool& dbWriter() const { return pool_; }
 

@@ -1,7 +1,7 @@
 #include "store/CheckpointReader.h"
 
 #include "base/Base64Decoder.h"
-#include "base/JsonEvents.h"
+#include "base/JSONEvents.h"
 #include "base/SHA256.h"
 
 #include <algorithm>

@@ -10,7 +10,7 @@ namespace vorlane {
 
 using std::chrono::milliseconds;
 
-DocumentStanding DocumentStanding::fromRow(const Row& row) {
+RowStatus RowStatus::fromRow(const Row& row) {
   return {.id = row.get<std::string>("id"),
           .ownerID = row.get<std::string>("owner_id"),
           .title = row.get<std::string>("title"),
@@ -118,12 +118,11 @@ Date DocumentTable::listingDate(Date updatedAt) const {
   return storageRounded(std::min(updatedAt, clock_()));
 }
 
-std::optional<DocumentStanding> DocumentTable::standing(Database& database, const std::string& id) const {
-  return database.fetchOne<DocumentStanding>(
-      Database::selectSQL(kind_->table, DocumentStanding::columns, "id = ?"), id);
+std::optional<RowStatus> DocumentTable::standing(Database& database, const std::string& id) const {
+  return database.fetchOne<RowStatus>(Database::selectSQL(kind_->table, RowStatus::columns, "id = ?"), id);
 }
 
-bool DocumentTable::refresh(Database& database, const DocumentStanding& row, const std::string& title,
+bool DocumentTable::refresh(Database& database, const RowStatus& row, const std::string& title,
                             Date date) const {
   if (DocumentRow::isDirty(row)) return false;  // a local edit outranks a listing
   if (row.title == title && row.updatedAt == date && row.syncedAt == date && !row.pushBlockedAt) return false;

@@ -2,11 +2,11 @@
 
 #include "base/Date.h"
 #include "base/Failure.h"
-#include "base/Json.h"
+#include "base/JSON.h"
 #include "base/tasks/Task.h"
 #include "store/AgentStore.h"
 #include "store/DocumentRow.h"
-#include "store/DocumentStanding.h"
+#include "store/RowStatus.h"
 #include "store/StoreNotifications.h"
 
 #include <cstdint>
@@ -154,14 +154,13 @@ class DocumentTable {
   /// it where there is no row, else refreshes the row if it has no local edits. True when
   /// something changed.
   template <TableRecord Record>
-  bool mergeListing(Database& database, const std::optional<DocumentStanding>& present,
-                    const Record& stub) const {
+  bool mergeListing(Database& database, const std::optional<RowStatus>& present, const Record& stub) const {
     if (present) return refresh(database, *present, stub.title, stub.updatedAt);
     database.saveRecord(stub);
     signalAfterCommit(database, stub.ownerID);
     return true;
   }
-  std::optional<DocumentStanding> standing(Database& database, const std::string& id) const;
+  std::optional<RowStatus> standing(Database& database, const std::string& id) const;
   std::optional<std::string> ownerOf(Database& database, const std::string& id) const;
   void signalAfterCommit(Database& database, const std::string& ownerID) const;
 
@@ -176,7 +175,7 @@ class DocumentTable {
   /// the clock has been set back.
   Date editTime(Date previousEdit) const;
   void writeBack(Database& database, const std::string& id, const Opened& opened) const;
-  bool refresh(Database& database, const DocumentStanding& row, const std::string& title, Date date) const;
+  bool refresh(Database& database, const RowStatus& row, const std::string& title, Date date) const;
 
   const DocumentTableKind* kind_;
   std::shared_ptr<AgentStore> store_;

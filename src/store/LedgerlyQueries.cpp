@@ -70,7 +70,7 @@ std::vector<std::string> LedgerlyQueries::pendingIDs(const std::string& ownerID)
   return sheets_.pendingIDs(ownerID);
 }
 
-std::optional<DocumentStanding> LedgerlyQueries::standing(const std::string& id) const {
+std::optional<RowStatus> LedgerlyQueries::standing(const std::string& id) const {
   return sheets_.pool().read([&](Database& database) { return sheets_.standing(database, id); });
 }
 
@@ -106,8 +106,7 @@ Task<bool> LedgerlyQueries::mergeRemoteMetadata(std::string id, std::string owne
                         .syncedAt = date};
   if (const auto number = decimalInteger(stub.id)) stub.remoteID = *number;
   return sheets_.pool().writeAsync([sheets = sheets_, stub = std::move(stub)](Database& database) {
-    return sheets.mergeListing(database,
-                               resolve<DocumentStanding>(database, stub.id, DocumentStanding::columns), stub);
+    return sheets.mergeListing(database, resolve<RowStatus>(database, stub.id, RowStatus::columns), stub);
   });
 }
 
@@ -115,7 +114,7 @@ Task<bool> LedgerlyQueries::applyServerCopy(std::string id, std::string data, st
                                             Date date) const {
   return sheets_.pool().writeAsync(
       [sheets = sheets_, id = std::move(id), data = std::move(data), baseline, date](Database& database) {
-        const auto row = resolve<DocumentStanding>(database, id, DocumentStanding::columns);
+        const auto row = resolve<RowStatus>(database, id, RowStatus::columns);
         if (!row || !baseline || row->updatedAt > *baseline) return false;
         // Later than the baseline whatever the clock says: a second answer to it is refused.
         const auto time = std::max(date, *baseline + std::chrono::milliseconds(1));

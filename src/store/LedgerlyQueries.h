@@ -2,7 +2,7 @@
 
 #include "base/Date.h"
 #include "base/Failure.h"
-#include "base/Json.h"
+#include "base/JSON.h"
 #include "base/tasks/Task.h"
 #include "store/AgentStore.h"
 #include "store/DocumentTable.h"
@@ -49,7 +49,7 @@ class LedgerlyQueries {
   /// By primary key, else by the cloud's number when the id is one.
   std::optional<LedgerlySheetRow> fetchResolving(const std::string& id) const;
   /// What decides whether the cloud has to be sent the sheet, without its document.
-  std::optional<DocumentStanding> standing(const std::string& id) const;
+  std::optional<RowStatus> standing(const std::string& id) const;
   /// The owner's sheets, the latest edit first.
   std::vector<LedgerlySheetRow> listSheets(const std::string& ownerID) const;
   /// The same without the documents, for lists.

@@ -1,7 +1,7 @@
 #include "store/LedgerlySheetPayload.h"
 
 #include "base/Identifiers.h"
-#include "base/JsonArguments.h"
+#include "base/JSONArguments.h"
 
 #include <cstdint>
 #include <optional>

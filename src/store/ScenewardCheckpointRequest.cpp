@@ -1,10 +1,10 @@
 #include "store/ScenewardCheckpointRequest.h"
 
 #include "base/Date.h"
-#include "base/Digest.h"
 #include "base/Identifiers.h"
-#include "base/Json.h"
-#include "base/JsonArguments.h"
+#include "base/JSON.h"
+#include "base/JSONArguments.h"
+#include "base/SHA256.h"
 #include "base/Text.h"
 #include "store/CheckpointReader.h"
 #include "store/ProgrammingFault.h"

@@ -2,7 +2,7 @@
 
 #include "base/Date.h"
 #include "base/Failure.h"
-#include "base/Json.h"
+#include "base/JSON.h"
 #include "base/tasks/Task.h"
 #include "store/AgentStore.h"
 #include "store/DocumentTable.h"

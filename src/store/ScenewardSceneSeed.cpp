@@ -1,7 +1,7 @@
 #include "store/ScenewardSceneSeed.h"
 
 #include "base/Identifiers.h"
-#include "base/JsonArguments.h"
+#include "base/JSONArguments.h"
 
 #include <algorithm>
 #include <optional>

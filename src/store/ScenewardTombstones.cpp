@@ -1,6 +1,6 @@
 #include "store/ScenewardTombstones.h"
 
-#include "base/Digest.h"
+#include "base/SHA256.h"
 
 namespace vorlane {
 

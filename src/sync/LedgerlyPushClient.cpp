@@ -1,6 +1,6 @@
 #include "sync/LedgerlyPushClient.h"
 
-#include "base/JsonArguments.h"
+#include "base/JSONArguments.h"
 
 #include <fmt/format.h>
 #include <boost/json/monotonic_resource.hpp>
@@ -72,7 +72,7 @@ Task<> LedgerlyPushClient::update(std::int64_t remoteID, std::string body) const
 Task<URLResponse> LedgerlyPushClient::exchange(std::string method, std::string path, std::string body) const {
   auto request = cloud::request(method, base, path);
   // A sheet that the cloud makes twice is two sheets; replacing it twice does no harm.
-  request.sentOnce = method == "POST";
+  request.retryOnStaleConnection = method != "POST";
   cloud::setBearer(request, co_await bearer());
   cloud::setJSONBody(request, std::move(body));
   auto response = co_await send(std::move(request));

@@ -1,7 +1,7 @@
 #include "sync/LedgerlyPusher.h"
 
 #include "base/Failure.h"
-#include "base/JsonArguments.h"
+#include "base/JSONArguments.h"
 #include "store/LedgerlySheetPayload.h"
 #include "store/SnapshotCodec.h"
 

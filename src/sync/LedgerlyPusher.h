@@ -5,7 +5,7 @@
 #include "base/tasks/AsyncMutex.h"
 #include "base/tasks/SharedTask.h"
 #include "base/tasks/Timing.h"
-#include "platform/CloudRequest.h"
+#include "cloud/CloudRequest.h"
 #include "store/LedgerlyQueries.h"
 #include "sync/LedgerlyPushClient.h"
 #include "sync/SyncJournal.h"

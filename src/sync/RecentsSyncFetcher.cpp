@@ -1,8 +1,8 @@
 #include "sync/RecentsSyncFetcher.h"
 
 #include "base/Failure.h"
-#include "base/Json.h"
-#include "base/JsonArguments.h"
+#include "base/JSON.h"
+#include "base/JSONArguments.h"
 
 #include <fmt/format.h>
 #include <boost/asio/this_coro.hpp>

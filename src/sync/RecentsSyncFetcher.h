@@ -3,7 +3,7 @@
 #include "base/ShellLog.h"
 #include "base/tasks/AsyncMutex.h"
 #include "base/tasks/Timing.h"
-#include "platform/CloudRequest.h"
+#include "cloud/CloudRequest.h"
 #include "platform/URLSession.h"
 #include "store/LedgerlyQueries.h"
 #include "store/RecentsQueries.h"

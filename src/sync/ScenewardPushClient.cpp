@@ -1,6 +1,6 @@
 #include "sync/ScenewardPushClient.h"
 
-#include "base/JsonArguments.h"
+#include "base/JSONArguments.h"
 
 #include <fmt/format.h>
 

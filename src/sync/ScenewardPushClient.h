@@ -2,7 +2,7 @@
 
 #include "base/Failure.h"
 #include "base/tasks/Task.h"
-#include "platform/CloudRequest.h"
+#include "cloud/CloudRequest.h"
 #include "platform/SignalCenter.h"
 #include "store/ScenewardCheckpointQueue.h"
 

@@ -4,7 +4,7 @@
 #include "base/ShellLog.h"
 #include "base/tasks/BlockingThread.h"
 #include "base/tasks/Task.h"
-#include "platform/CloudRequest.h"
+#include "cloud/CloudRequest.h"
 #include "store/ScenewardCheckpointQueue.h"
 #include "sync/ScenewardPushClient.h"
 #include "sync/SyncJournal.h"

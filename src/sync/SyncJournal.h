@@ -1,7 +1,7 @@
 #pragma once
 
 #include "base/Date.h"
-#include "base/Json.h"
+#include "base/JSON.h"
 
 #include <map>
 #include <mutex>

@@ -1,6 +1,6 @@
 #include "tools/DocumentEdits.h"
 
-#include "base/JsonArguments.h"
+#include "base/JSONArguments.h"
 
 namespace vorlane::documents {
 

@@ -3,11 +3,11 @@
 #include "auth/AuthError.h"
 #include "auth/AuthNotifications.h"
 #include "auth/AuthTokenStore.h"
-#include "base/Digest.h"
+#include "base/Encodings.h"
 #include "support/FakeSignalCenter.h"
 #include "support/FakeVault.h"
 #include "support/LogRecorder.h"
-#include "support/TaskBench.h"
+#include "support/TaskHarness.h"
 
 #include <gtest/gtest.h>
 

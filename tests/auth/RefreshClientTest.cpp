@@ -5,7 +5,7 @@ namespace vorlane::testing {
 namespace {
 
 struct RefreshClient : ::testing::Test {
-  TaskBench bench;
+  TaskHarness bench;
   std::vector<URLRequest> requests;
   AuthTokens stored{"old-access", "old-id", "old refresh+/=~", noon, "Bearer"};
   std::string domain = "id.vorlane.test:8443";

@@ -13,7 +13,7 @@ const std::string sessionChanged = AuthSessionError::sessionChanged().descriptio
 
 /// A session whose transport holds each request until the test opens the gate.
 struct Session : AuthFixture {
-  TaskBench bench;
+  TaskHarness bench;
   LogRecorder sessionLog;
   std::atomic<int> changes = 0, requests = 0, underway = 0;
   Observation counting = notifications.observe(auth::changed, [this] { ++changes; });

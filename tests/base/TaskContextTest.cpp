@@ -3,7 +3,7 @@
 #include "base/tasks/TaskContext.h"
 #include "base/tasks/TaskGroup.h"
 #include "base/tasks/Timing.h"
-#include "support/TaskBench.h"
+#include "support/TaskHarness.h"
 
 #include <gtest/gtest.h>
 #include <boost/asio/post.hpp>
@@ -62,7 +62,7 @@ TEST(TaskContexts, FollowATaskEverywhereAndReachNoOther) {
 }
 
 TEST(TaskContexts, GoWithTheWorkThatCarriesThem) {
-  TaskBench bench;
+  TaskHarness bench;
   auto mark = std::make_shared<Mark>(7);
   const std::weak_ptr<Mark> watch = mark;
   asio::post(executorWithContext(bench.executor(), std::move(mark)), [] { EXPECT_EQ(markHere(), 7); });
@@ -72,7 +72,7 @@ TEST(TaskContexts, GoWithTheWorkThatCarriesThem) {
 }
 
 TEST(TaskContexts, StayBehindWhenWorkBeginsOnTheStackOfWhoeverSpawnsIt) {
-  TaskBench bench;
+  TaskHarness bench;
   const auto own = executorWithContext(bench.executor(), std::make_shared<Mark>(7));
   std::vector<int> seen;
   const auto note = [&seen]() -> Task<> { co_return seen.push_back(markHere()); };

@@ -7,7 +7,7 @@
 #include "base/tasks/Spawn.h"
 #include "base/tasks/TaskGroup.h"
 #include "base/tasks/Timing.h"
-#include "support/TaskBench.h"
+#include "support/TaskHarness.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -48,7 +48,7 @@ Task<int> failAfter(std::shared_ptr<Event> event) {
 TEST(SpawnedTasks, AFailureEndsInTheLogAndACancellationDoesNot) {
   const auto path = "/tmp/vorlane-tasks-" + std::to_string(getpid()) + ".log";
   installShellLog(ShellLog(path, "test"));
-  TaskBench bench;
+  TaskHarness bench;
   int ended = 0;
   const auto throwing = [&](const char* name, auto failure) {
     const auto body = [failure]() -> Task<> {
@@ -70,7 +70,7 @@ TEST(SpawnedTasks, AFailureEndsInTheLogAndACancellationDoesNot) {
 }
 
 TEST(Groups, AreCancelledAndJoinedAsOne) {
-  TaskBench bench;
+  TaskHarness bench;
   TaskGroup group;
   const auto never = std::make_shared<Event>(), soon = std::make_shared<Event>();
   group.spawn(bench.executor(), "waiter", waitingFor(never));
@@ -104,7 +104,7 @@ TEST(Groups, ACancelThatMeetsASpawnIsNeverLost) {
 
 TEST(Events, WakeEverybodyWhoWaitsOrComesLater) {
   Runtime runtime;
-  TaskBench bench;
+  TaskHarness bench;
   Event event;
   const auto wait = afterwards([&event] { return event.wait(); });
   std::vector<std::future<bool>> elsewhere;
@@ -124,7 +124,7 @@ TEST(Events, WakeEverybodyWhoWaitsOrComesLater) {
 }
 
 TEST(AsyncMutexes, AreHandedOnInTurnAndPastThoseWhoGaveUp) {
-  TaskBench bench;
+  TaskHarness bench;
   AsyncMutex mutex;
   std::string order;
   const auto holding = [&](char name, std::shared_ptr<Event> until) {
@@ -165,7 +165,7 @@ TEST(AsyncMutexes, AreHandedOnInTurnAndPastThoseWhoGaveUp) {
 }
 
 TEST(SharedTasks, RunOnceForAllWhoAwaitThemAndSurviveThose) {
-  TaskBench bench;
+  TaskHarness bench;
   const auto gate = std::make_shared<Event>();
   int runs = 0;
   const auto shared = SharedTask<int>::start(bench.executor(), [&runs, gate] {
@@ -190,7 +190,7 @@ TEST(SharedTasks, RunOnceForAllWhoAwaitThemAndSurviveThose) {
 }
 
 TEST(Timeouts, PassOnTheEndOfTheWorkAtOnce) {
-  TaskBench bench;
+  TaskHarness bench;
   const auto within = [](std::function<Task<int>()> work) {
     return [work] { return withTimeout<int>(1h, "The work", work); };
   };

@@ -1,6 +1,8 @@
-#include "base/Digest.h"
+#include "base/ConstantTime.h"
+#include "base/Encodings.h"
 #include "base/Failure.h"
 #include "base/Identifiers.h"
+#include "base/SHA256.h"
 #include "base/Text.h"
 
 #include <gtest/gtest.h>

@@ -7,17 +7,25 @@ set -euo pipefail
 awk '
 BEGIN {
   allowed["base"] = "base"
-  allowed["platform"] = "base platform"
-  allowed["store"] = "base platform store"
-  allowed["auth"] = "base platform auth"
-  allowed["preferences"] = "base platform preferences"
-  allowed["mcp"] = "base platform mcp"
-  allowed["ai"] = "base platform auth preferences ai"
-  allowed["sync"] = "base platform store auth sync"
-  allowed["tools"] = "base platform store auth preferences mcp ai tools"
-  allowed["shell"] = allowed["tools"] " sync shell"
   allowed["launcher"] = "base launcher"
-  allowed["programs"] = allowed["shell"] " launcher programs"
+  allowed["net"] = "base net"
+  allowed["platform"] = "base platform"
+  allowed["cloud"] = "base platform cloud"
+  allowed["store"] = "base platform store"
+  allowed["preferences"] = "base platform preferences"
+  allowed["auth"] = "base platform cloud auth"
+  allowed["access"] = "base platform cloud auth access"
+  allowed["control"] = "base net control"
+  allowed["mcp"] = "base platform net cloud auth access control mcp"
+  allowed["ai"] = "base platform cloud auth preferences ai"
+  allowed["sync"] = "base platform store cloud auth sync"
+  allowed["render"] = "base platform net cloud preferences render"
+  allowed["updates"] = "base platform cloud auth preferences updates"
+  allowed["tools"] = "base platform store cloud auth preferences access mcp ai tools"
+  allowed["ui"] = "base shell ui"
+  allowed["shell"] = allowed["mcp"] " store preferences ai sync render updates tools shell"
+  allowed["renderkit"] = "renderkit"
+  allowed["programs"] = allowed["shell"] " launcher renderkit programs"
   allowed["devcloud"] = "base devcloud"
   for (folder in allowed) {
     count = split(allowed[folder], names, " ")
@@ -37,9 +45,9 @@ FNR == 1 {
   first = target
   if (sub(/\/.*/, "", first) == 0) { print FILENAME ":" FNR ": includes are written from src/: " target; bad = 1; next }
   if (!((folder, first) in may)) { print FILENAME ":" FNR ": " folder "/ must not include " target; bad = 1 }
-  # places has no dependency at all, and the launcher none but places, so that it stays small.
-  if (FILENAME ~ /^src\/base\/places\// && target !~ /^base\/places\//) { print FILENAME ":" FNR ": base/places includes nothing of ours: " target; bad = 1 }
-  if (FILENAME ~ /^src\/(launcher\/|programs\/LauncherMain)/ && target !~ /^(launcher|base\/places)\//) { print FILENAME ":" FNR ": the launcher includes base/places alone: " target; bad = 1 }
+  # paths has no dependency at all, and the launcher none but paths, so that it stays small.
+  if (FILENAME ~ /^src\/base\/paths\// && target !~ /^base\/paths\//) { print FILENAME ":" FNR ": base/paths includes nothing of ours: " target; bad = 1 }
+  if (FILENAME ~ /^src\/(launcher\/|programs\/LauncherMain)/ && target !~ /^(launcher|base\/paths)\//) { print FILENAME ":" FNR ": the launcher includes base/paths alone: " target; bad = 1 }
 }
 END { exit bad }
 ' $(git ls-files --cached --others --exclude-standard -- 'src/*.h' 'src/*.cpp' 'devcloud/*.h' 'devcloud/*.cpp' |

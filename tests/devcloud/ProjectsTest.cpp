@@ -1,4 +1,5 @@
-#include "base/Digest.h"
+#include "base/Encodings.h"
+#include "base/SHA256.h"
 #include "devcloud/CloudFixture.h"
 
 namespace vorlane::devcloud {

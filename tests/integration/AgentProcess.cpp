@@ -1,8 +1,8 @@
 #include "AgentProcess.h"
 
 #include "base/Failure.h"
-#include "base/JsonArguments.h"
-#include "tests/mcp/RawClient.h"
+#include "base/JSONArguments.h"
+#include "support/RawClient.h"
 
 #include <fcntl.h>
 #include <fmt/format.h>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "base/Json.h"
+#include "base/JSON.h"
 
 #include <sys/types.h>
 
@@ -83,7 +83,7 @@ class AgentProcess {
 
   std::filesystem::path container() const { return folder_ / "container"; }
   std::string log() const { return contents(folder_ / "shell.log"); }
-  /// The environment in which every program finds this agent's places.
+  /// The environment in which every program finds this agent's paths.
   EnvironmentMap environment() const;
   std::uint16_t port() const { return port_; }
   std::string token() const;

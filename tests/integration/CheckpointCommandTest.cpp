@@ -1,7 +1,7 @@
 #include "AgentProcess.h"
 
-#include "base/Digest.h"
 #include "base/FileDescriptor.h"
+#include "base/SHA256.h"
 #include "tests/support/CheckpointPayload.h"
 
 #include <fcntl.h>

@@ -1,6 +1,6 @@
 #include "Spine.h"
 
-#include "base/JsonArguments.h"
+#include "base/JSONArguments.h"
 
 #include <fmt/format.h>
 #include <gmock/gmock.h>

@@ -1,7 +1,7 @@
 #include "Spine.h"
 
 #include "base/Identifiers.h"
-#include "base/JsonArguments.h"
+#include "base/JSONArguments.h"
 #include "tests/support/CheckpointPayload.h"
 
 #include <fmt/format.h>

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "../platform/TemporaryFolder.h"
 #include "base/FileDescriptor.h"
+#include "support/TemporaryFolder.h"
 
 #include <fcntl.h>
 #include <gmock/gmock.h>

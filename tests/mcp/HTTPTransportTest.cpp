@@ -1,15 +1,16 @@
-#include "mcp/HTTPTransport.h"
+#include "net/HTTPTransport.h"
 
-#include "RawClient.h"
 #include "TestTools.h"
+#include "access/KeychainBearerStorage.h"
 #include "base/tasks/Event.h"
 #include "base/tasks/Runtime.h"
-#include "mcp/HTTPRequestParser.h"
-#include "mcp/KeychainBearerStorage.h"
 #include "mcp/MCPLifecycle.h"
+#include "net/HTTPRequestParser.h"
+#include "net/HTTPResponse.h"
 #include "support/FakeUserDefaults.h"
 #include "support/FakeVault.h"
 #include "support/LogRecorder.h"
+#include "support/RawClient.h"
 
 #include <gmock/gmock.h>
 
@@ -31,14 +32,15 @@ const std::string secret(64, 'a');
 const std::string bearer = "Authorization: Bearer " + secret + "\r\n";
 
 /// Tells what it was handed, "/render/STATUS" with that status, "/render/meet" when all callers have come.
-struct TestRoutes : RenderHTTPRoutes {
-  Task<RenderHTTPResponse> handle(std::string method, std::string path, HTTPHeaders headers,
-                                  std::string body) override {
+struct TestRoute : HTTPRoute {
+  Task<HTTPMessage> answer(HTTPRequest request) override {
+    const auto& path = request.path;
     if (path == "/render/throw") throw Failure("the queue is gone");
     if (path == "/render/meet" && ++come == callers) all.set();
     if (path == "/render/meet") co_await all.wait();
     const auto status = path.size() == 11 ? std::stoi(path.substr(8)) : 200;
-    co_return RenderHTTPResponse{status, {{"X-B", headers["origin"]}, {"A", method}}, path + body};
+    co_return responseMessage(
+        {status, {{"X-B", request.headers["origin"]}, {"A", request.method}}, path + request.body});
   }
   std::atomic<int> come = 0;
   Event all;
@@ -82,7 +84,7 @@ class HTTPTransportTest : public ::testing::Test {
     environment.log = log.log();
     environment.accountGeneration = [this] { return generation.load(); };
     environment.registerModules = [this](const auto& registry) { registry->registerModule(module); };
-    environment.makeRenderRoutes = [] { return std::make_shared<TestRoutes>(); };
+    environment.routes.add("/render", std::make_shared<TestRoute>());
     environment.port = 0;
     environment.io = runtime.io();
     environment.concurrent = runtime.concurrent();

@@ -4,7 +4,7 @@
 #include "base/tasks/Runtime.h"
 #include "base/tasks/Timing.h"
 #include "mcp/JSONRPCCodec.h"
-#include "support/TaskBench.h"
+#include "support/TaskHarness.h"
 
 #include <gmock/gmock.h>
 #include <boost/asio/use_future.hpp>
@@ -62,7 +62,7 @@ class MCPServerTest : public ::testing::Test {
   }
   MCPStatusSnapshot status() { return server.statusRecorder().snapshot(0, Date(1'000'000s)); }
 
-  testing::TaskBench bench;
+  testing::TaskHarness bench;
   std::string user = "ana";
   int generation = 1, completed = 0;
   bool adminGranted = false;

@@ -1,9 +1,9 @@
 #include "mcp/UnixSocketTransport.h"
 
-#include "RawClient.h"
 #include "TestTools.h"
 #include "base/tasks/Event.h"
 #include "base/tasks/Runtime.h"
+#include "support/RawClient.h"
 
 #include <fmt/format.h>
 #include <gmock/gmock.h>

@@ -1,7 +1,7 @@
 #include "platform/InstanceLock.h"
 
-#include "TemporaryFolder.h"
 #include "base/Failure.h"
+#include "support/TemporaryFolder.h"
 
 #include <fmt/format.h>
 #include <gtest/gtest.h>

@@ -1,7 +1,7 @@
-#include "TemporaryFolder.h"
 #include "base/Failure.h"
 #include "base/ShellLog.h"
 #include "platform/Platform.h"
+#include "support/TemporaryFolder.h"
 
 #include <gmock/gmock.h>
 
@@ -236,17 +236,17 @@ TEST_F(SecretServiceTest, ADaemonThatHangsCostsOneBoundAndItsReturnOrANewOneIsNo
 TEST_F(SecretServiceTest, WithoutABusThereIsNoKeyringAndFilesAreTaken) {
   const std::string address = std::getenv("DBUS_SESSION_BUS_ADDRESS");
   ::unsetenv("DBUS_SESSION_BUS_ADDRESS");
-  Places places;
-  places.container = keyring.home.path();
-  places.vault = VaultKind::secretService;
-  EXPECT_THROW(makeVault(places), Failure);
-  places.vault = VaultKind::automatic;
-  EXPECT_THROW(makeVault(Places{}), Failure) << "there is no place for files";
-  EXPECT_EQ(makeVault(places)->add(tokens, "in a file"), vault::success);
+  Paths paths;
+  paths.container = keyring.home.path();
+  paths.vault = VaultKind::secretService;
+  EXPECT_THROW(makeVault(paths), Failure);
+  paths.vault = VaultKind::automatic;
+  EXPECT_THROW(makeVault(Paths{}), Failure) << "there is no place for files";
+  EXPECT_EQ(makeVault(paths)->add(tokens, "in a file"), vault::success);
   ::setenv("DBUS_SESSION_BUS_ADDRESS", address.c_str(), 1);
-  EXPECT_EQ(makeVault(places)->read(tokens).status, vault::itemNotFound) << "the keyring is asked";
-  places.vault = VaultKind::file;
-  EXPECT_EQ(makeVault(places)->read(tokens).bytes, "in a file");
+  EXPECT_EQ(makeVault(paths)->read(tokens).status, vault::itemNotFound) << "the keyring is asked";
+  paths.vault = VaultKind::file;
+  EXPECT_EQ(makeVault(paths)->read(tokens).bytes, "in a file");
 }
 
 }  // namespace

@@ -1,9 +1,9 @@
-#include "TemporaryFolder.h"
-#include "base/Digest.h"
 #include "base/Failure.h"
+#include "base/SHA256.h"
 #include "base/ShellLog.h"
 #include "base/tasks/Runtime.h"
 #include "platform/Platform.h"
+#include "support/TemporaryFolder.h"
 
 #include <gmock/gmock.h>
 #include <boost/asio/post.hpp>

@@ -1,11 +1,11 @@
-#include "TemporaryFolder.h"
 #include "base/Text.h"
 #include "base/tasks/Runtime.h"
 #include "base/tasks/Timing.h"
 #include "devcloud/Server.h"
 #include "platform/Platform.h"
 #include "support/ServerThatMisbehaves.h"
-#include "support/TaskBench.h"
+#include "support/TaskHarness.h"
+#include "support/TemporaryFolder.h"
 
 #include <fmt/format.h>
 #include <gmock/gmock.h>
@@ -121,7 +121,7 @@ TEST_F(URLSessionTest, EveryMisbehaviourIsAFailureThatNamesTheHostAndNoSecret) {
     URLRequest request{"POST", server.url("/?token=s3cret"), {{"Authorization", "Bearer s3cret"}}, "s3cret"};
     request.maximumBody = 1000;
     if (name == "never answered") request.timeout = 100ms;
-    if (name == "silent") request.silence = 1s;
+    if (name == "silent") request.idleTimeout = 1s;
     const auto failure = failureOf(request);
     EXPECT_NE(failure.code(), 0) << name;
     EXPECT_THAT(failure.description(), AllOf(HasSubstr("127.0.0.1"), Not(HasSubstr("s3cret")))) << name;
@@ -152,7 +152,7 @@ TEST_F(URLSessionTest, ARequestThatMustNotBeRepeatedIsNotWhenAKeptConnectionBrea
       }
     });
     const auto url = fmt::format("http://127.0.0.1:{}/", acceptor.local_endpoint().port());
-    const URLRequest request{.method = "POST", .url = url, .body = "body", .sentOnce = once};
+    const URLRequest request{.method = "POST", .url = url, .body = "body", .retryOnStaleConnection = !once};
     EXPECT_EQ(send(request).status, 200);
     EXPECT_TRUE(once ? failureOf(request).code() != 0 : send(request).status == 200);
     EXPECT_EQ(acted, once ? 2 : 3);

@@ -1,7 +1,7 @@
-#include "TemporaryFolder.h"
 #include "base/Failure.h"
 #include "base/ShellLog.h"
 #include "platform/Platform.h"
+#include "support/TemporaryFolder.h"
 
 #include <fmt/format.h>
 #include <gmock/gmock.h>

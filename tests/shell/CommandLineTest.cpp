@@ -3,7 +3,7 @@
 #include "shell/ClientConfiguration.h"
 #include "shell/IncomingURL.h"
 
-#include "base/Json.h"
+#include "base/JSON.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -24,8 +24,8 @@ TEST(CommandLine, TakesOptionsInEitherFormAndUrlsAnywhere) {
                                "d.json", "--relaunch", "--", "--not-an-option"});
   EXPECT_TRUE(line.headless);
   EXPECT_TRUE(line.relaunch);
-  EXPECT_EQ(line.places.container, "/a b");
-  EXPECT_EQ(line.places.deployment, "d.json");
+  EXPECT_EQ(line.paths.container, "/a b");
+  EXPECT_EQ(line.paths.deployment, "d.json");
   EXPECT_EQ(line.port, 0);
   EXPECT_THAT(line.urls, ElementsAre("vorlane://x", "--not-an-option"));
   EXPECT_EQ(AgentCommandLine::parse({}).port, 17800);
@@ -55,10 +55,10 @@ TEST(CommandLine, NamesWhatIsWrong) {
 
 TEST(CommandLine, LeavesTheCommandsOwnWordsBehindThePlaces) {
   Words words{"--container", "/c", "token", "--regenerate"};
-  EXPECT_EQ(takePlaceOptions(words).container, "/c");
+  EXPECT_EQ(takePathOptions(words).container, "/c");
   EXPECT_THAT(words, ElementsAre("token", "--regenerate"));
   Words wrong{"--port", "1", "status"};
-  EXPECT_THROW(takePlaceOptions(wrong), UsageFailure);
+  EXPECT_THROW(takePathOptions(wrong), UsageFailure);
 }
 
 TEST(CommandLine, TheExitCodeStandsAlsoWhereNothingCanBeSaid) {

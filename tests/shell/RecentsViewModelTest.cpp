@@ -1,12 +1,12 @@
 #include "shell/AppRecentsHolder.h"
 #include "shell/RecentsViewModel.h"
-#include "shell/ThrowAwayFolder.h"
+#include "shell/TemporaryDirectory.h"
 
 #include "auth/AuthNotifications.h"
+#include "shell/recents/RecentsHydrator.h"
 #include "store/StoreFixture.h"
-#include "store/recents/RecentsHydrator.h"
 #include "support/LogRecorder.h"
-#include "support/TaskBench.h"
+#include "support/TaskHarness.h"
 
 #include <cstdlib>
 #include <set>
@@ -40,7 +40,7 @@ class RecentsViewModelTest : public StoreTest {
   }
 
   std::shared_ptr<AgentStore> store = open();
-  testing::TaskBench bench;
+  testing::TaskHarness bench;
   std::shared_ptr<StoreNotifications> storeNotifications =
       std::make_shared<StoreNotifications>(signals, bench.executor());
   RecentsQueries recents{store, storeNotifications};
@@ -56,7 +56,7 @@ class RecentsViewModelTest : public StoreTest {
 
   /// As the desktop program will hand them in.
   AppRecentsHolder::Settings settings(std::optional<std::string> container) {
-    return {.places = {.container = std::move(container)},
+    return {.paths = {.container = std::move(container)},
             .ledgerlyBase = "https://ledgerly.test",
             .scenewardBase = "https://sceneward.test",
             .currentUserID = [this] { return user; },
@@ -205,7 +205,7 @@ TEST_F(RecentsViewModelTest, StandsOnAFolderThatGoesWithItWhenItsStoreCannotBeOp
     AppRecentsHolder fallen(std::move(chosen));
     EXPECT_THAT(entries(), ElementsAre("container", "file", "vorlane-fallback-"));
     {
-      const ThrowAwayFolder ofAnotherAgent;
+      const TemporaryDirectory ofAnotherAgent;
       EXPECT_THAT(entries(), ElementsAre("container", "file", "vorlane-fallback-", "vorlane-fallback-"));
     }
     EXPECT_FALSE(fallen.store() || fallen.fetcher());

@@ -1,4 +1,4 @@
-#include "base/Json.h"
+#include "base/JSON.h"
 #include "store/LedgerlySheetPayload.h"
 
 #include <gmock/gmock.h>

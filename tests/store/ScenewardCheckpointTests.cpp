@@ -1,7 +1,8 @@
 #include "StoreFixture.h"
 
-#include "base/Digest.h"
-#include "base/Json.h"
+#include "base/Encodings.h"
+#include "base/JSON.h"
+#include "base/SHA256.h"
 #include "store/ScenewardCheckpointQueue.h"
 #include "store/ScenewardTombstones.h"
 

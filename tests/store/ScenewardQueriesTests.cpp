@@ -1,7 +1,7 @@
 #include "StoreFixture.h"
 
-#include "base/Digest.h"
-#include "base/JsonArguments.h"
+#include "base/JSONArguments.h"
+#include "base/SHA256.h"
 #include "store/ScenewardQueries.h"
 #include "store/ScenewardSceneSeed.h"
 #include "store/ScenewardTombstones.h"

@@ -1,8 +1,9 @@
 #pragma once
 
-#include "base/Digest.h"
+#include "base/Encodings.h"
 #include "base/Identifiers.h"
-#include "base/Json.h"
+#include "base/JSON.h"
+#include "base/SHA256.h"
 
 #include <cstdint>
 #include <string>

@@ -1,4 +1,4 @@
-#include "tests/sync/CloudBench.h"
+#include "tests/sync/CloudHarness.h"
 
 #include <boost/asio/post.hpp>
 #include <boost/asio/use_awaitable.hpp>
@@ -12,11 +12,11 @@ namespace {
 
 using std::chrono::milliseconds;
 using ::testing::Not;
-using Saves = CloudBench;
-using Lists = CloudBench;
-using Loops = CloudBench;
+using Saves = CloudHarness;
+using Lists = CloudHarness;
+using Loops = CloudHarness;
 
-class Sheets : public CloudBench {
+class Sheets : public CloudHarness {
  protected:
   void edit(const std::string& id, const std::string& name) {
     present += std::chrono::seconds(1);

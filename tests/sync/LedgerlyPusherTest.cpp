@@ -1,4 +1,4 @@
-#include "tests/sync/CloudBench.h"
+#include "tests/sync/CloudHarness.h"
 
 #include "base/tasks/Event.h"
 
@@ -8,7 +8,7 @@ namespace {
 using ::testing::Contains;
 using ::testing::ElementsAreArray;
 
-using LedgerlyPusherTest = CloudBench;
+using LedgerlyPusherTest = CloudHarness;
 
 TEST_F(LedgerlyPusherTest, SendsWhatIsPendingTheOldestEditFirst) {
   cloud.putSheet({.owner = ana, .name = "Old"});

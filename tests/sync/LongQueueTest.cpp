@@ -1,9 +1,9 @@
-#include "tests/sync/CloudBench.h"
+#include "tests/sync/CloudHarness.h"
 
 namespace vorlane {
 namespace {
 
-using LongQueue = CloudBench;
+using LongQueue = CloudHarness;
 
 TEST_F(LongQueue, ThirtySavesOfTenMegabytesGoUpInTheirOrder) {
   Texts operations, committed;

@@ -1,9 +1,9 @@
-#include "tests/sync/CloudBench.h"
+#include "tests/sync/CloudHarness.h"
 
 namespace vorlane {
 namespace {
 
-class RecentsSyncFetcherTest : public CloudBench {
+class RecentsSyncFetcherTest : public CloudHarness {
  protected:
   /// One pull, in which the next list of sheets is this one; the lines that it logs.
   Texts sync(const std::string& list) {

@@ -3,7 +3,7 @@
 #include "base/tasks/Runtime.h"
 #include "support/FakeSignalCenter.h"
 #include "support/LogRecorder.h"
-#include "support/TaskBench.h"
+#include "support/TaskHarness.h"
 #include "sync/ScenewardPushTriggers.h"
 
 #include <gmock/gmock.h>
@@ -42,8 +42,8 @@ class FakeMonitor : public NetworkPathMonitor {
 };
 
 /// The triggers on one thread, with every pass and every delay in the test's hands.
-struct TriggerBench {
-  explicit TriggerBench(bool unwatchable = false) {
+struct TriggerHarness {
+  explicit TriggerHarness(bool unwatchable = false) {
     network.unwatchable = unwatchable;
     triggers->start();
     bench.settle();
@@ -84,7 +84,7 @@ struct TriggerBench {
     return gate.use_count() == 1 && !gate->isSet();
   }
 
-  testing::TaskBench bench;
+  testing::TaskHarness bench;
   NotificationCenter notifications;
   std::shared_ptr<FakeSignalCenter> signals = std::make_shared<FakeSignalCenter>();
   testing::LogRecorder log;
@@ -124,14 +124,14 @@ TEST(ScenewardPushTriggersTest, PassesBeginForEveryReasonOneAtATimeAndAgainWithA
   };
   for (const auto& [steps, begun, delays, cancelled] : cases) {
     SCOPED_TRACE(steps);
-    TriggerBench bench;
+    TriggerHarness bench;
     EXPECT_EQ(bench.play(steps), begun);
     EXPECT_EQ(bench.delays, delays);
-    EXPECT_EQ(std::ranges::count_if(bench.retries, TriggerBench::wasCancelled), cancelled);
+    EXPECT_EQ(std::ranges::count_if(bench.retries, TriggerHarness::wasCancelled), cancelled);
     const bool threw = std::string_view(steps).contains('t');
     EXPECT_EQ(bench.log.take(), std::vector<std::string>(threw ? 1 : 0, "sceneward push failed: no memory"));
   }
-  TriggerBench bench(true);
+  TriggerHarness bench(true);
   EXPECT_EQ(bench.passes.size(), 1U) << "a network that cannot be watched counts as there";
   EXPECT_THAT(bench.log.take(), ElementsAre("the network path is not watched: Permission denied"));
 }
@@ -139,13 +139,14 @@ TEST(ScenewardPushTriggersTest, PassesBeginForEveryReasonOneAtATimeAndAgainWithA
 TEST(ScenewardPushTriggersTest, AfterAStopNothingFiresAndWhatRanIsCancelled) {
   for (const bool destroyed : {false, true}) {
     for (const std::string_view steps : {"+", "+f"}) {
-      TriggerBench bench;
+      TriggerHarness bench;
       bench.play(steps);
       if (destroyed) bench.triggers.reset();
       for (int i = 0; i < 2 && bench.triggers; ++i) bench.triggers->stop();
       EXPECT_TRUE(bench.network.cancelled);
       EXPECT_EQ(bench.play("s-+a"), "0000");
-      EXPECT_TRUE(TriggerBench::wasCancelled((bench.retries.empty() ? bench.passes : bench.retries).back()));
+      EXPECT_TRUE(
+          TriggerHarness::wasCancelled((bench.retries.empty() ? bench.passes : bench.retries).back()));
     }
   }
 }

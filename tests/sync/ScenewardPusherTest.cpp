@@ -1,4 +1,4 @@
-#include "tests/sync/CloudBench.h"
+#include "tests/sync/CloudHarness.h"
 
 #include "auth/AuthNotifications.h"
 #include "base/tasks/Event.h"
@@ -10,7 +10,7 @@ namespace {
 
 const std::string both = "1 pushed 1, 2 pushed 1";
 
-class ScenewardPusherTest : public CloudBench {
+class ScenewardPusherTest : public CloudHarness {
  protected:
   /// Two saves in a new round, of one project or of two.
   void newRound(bool oneProject = false) {

@@ -1,5 +1,5 @@
 #include "support/LogRecorder.h"
-#include "tools/ToolBench.h"
+#include "tools/ToolHarness.h"
 #include "tools/ledgerly/LedgerlyToolModule.h"
 
 #include <boost/algorithm/string/join.hpp>
@@ -10,9 +10,9 @@ namespace {
 
 /// The tools that work with the service, which is a script: it keeps what it is sent, and
 /// answers the same every time.
-class LedgerlyCloudTools : public DocumentBench<LedgerlyQueries> {
+class LedgerlyCloudTools : public DocumentHarness<LedgerlyQueries> {
  protected:
-  LedgerlyCloudTools() : DocumentBench("categories", "sheetId") {
+  LedgerlyCloudTools() : DocumentHarness("categories", "sheetId") {
     module = std::make_shared<LedgerlyToolModule>(
         queries, LedgerlyAttachmentClient{web}, LedgerlyAIListClient{web, log.log()}, archive.get_executor());
   }
@@ -86,9 +86,9 @@ TEST_F(LedgerlyCloudTools, ACallCarriesThePersonsAccessAndNeverAnothers) {
   for (const auto& [tool, path, changesNothing] : calls) {
     call(tool, anyArguments);
     EXPECT_EQ(last.method + " " + last.url, std::string("POST https://ledgerly.example/api/agent/") + path);
-    EXPECT_EQ(last.sentOnce, !changesNothing);
+    EXPECT_EQ(last.retryOnStaleConnection, changesNothing);
     EXPECT_GE(last.timeout, std::chrono::seconds(60));  // more for a large body
-    EXPECT_EQ(last.silence, std::chrono::seconds(60));
+    EXPECT_EQ(last.idleTimeout, std::chrono::seconds(60));
     EXPECT_FALSE(last.followRedirects);
     EXPECT_THAT(last.headers,
                 ::testing::UnorderedElementsAre(::testing::Pair("Authorization", "Bearer secret"),

@@ -1,4 +1,4 @@
-#include "tools/ToolBench.h"
+#include "tools/ToolHarness.h"
 #include "tools/ledgerly/LedgerlyToolModule.h"
 
 #include <boost/algorithm/string/replace.hpp>
@@ -8,9 +8,9 @@
 namespace vorlane {
 namespace {
 
-class LedgerlyImport : public DocumentBench<LedgerlyQueries> {
+class LedgerlyImport : public DocumentHarness<LedgerlyQueries> {
  protected:
-  LedgerlyImport() : DocumentBench("categories", "sheetId") {
+  LedgerlyImport() : DocumentHarness("categories", "sheetId") {
     module = std::make_shared<LedgerlyToolModule>(queries);
   }
   std::string import(const std::string& arguments) { return call("import_sheet", arguments); }

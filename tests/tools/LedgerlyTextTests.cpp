@@ -1,5 +1,5 @@
 #include "base/Date.h"
-#include "base/JsonArguments.h"
+#include "base/JSONArguments.h"
 #include "tools/ledgerly/LedgerlyText.h"
 
 #include <gtest/gtest.h>

@@ -1,13 +1,13 @@
-#include "base/JsonArguments.h"
-#include "tools/ToolBench.h"
+#include "base/JSONArguments.h"
+#include "tools/ToolHarness.h"
 #include "tools/ledgerly/LedgerlyToolModule.h"
 
 namespace vorlane {
 namespace {
 
-class LedgerlyTools : public DocumentBench<LedgerlyQueries> {
+class LedgerlyTools : public DocumentHarness<LedgerlyQueries> {
  protected:
-  LedgerlyTools() : DocumentBench("categories", "sheetId") { serve(attachments, lists); }
+  LedgerlyTools() : DocumentHarness("categories", "sheetId") { serve(attachments, lists); }
   void serve(std::optional<LedgerlyAttachmentClient> files, std::optional<LedgerlyAIListClient> archive) {
     module = std::make_shared<LedgerlyToolModule>(queries, files, archive, runtime.concurrent());
   }

@@ -1,5 +1,5 @@
 #include "ai/AIError.h"
-#include "tools/ToolBench.h"
+#include "tools/ToolHarness.h"
 #include "tools/sceneward/ScenewardToolModule.h"
 
 #include <boost/asio/error.hpp>
@@ -27,7 +27,7 @@ struct FakeProviders : LocalAIRegistry {
   std::function<AIResult(AICall)> answer;
 };
 
-class ScenewardModule : public ToolBench {
+class ScenewardModule : public ToolHarness {
  protected:
   ScenewardModule() { serve(providers); }
   void serve(std::shared_ptr<LocalAIRegistry> with) {

@@ -1,5 +1,5 @@
-#include "base/JsonArguments.h"
-#include "tools/ToolBench.h"
+#include "base/JSONArguments.h"
+#include "tools/ToolHarness.h"
 #include "tools/sceneward/ScenewardToolModule.h"
 
 namespace vorlane {
@@ -8,9 +8,9 @@ namespace {
 const std::string upper = "AAAAAAAA-0000-4000-8000-00000000000F",
                   lower = "aaaaaaaa-0000-4000-8000-00000000000f";
 
-class ScenewardTools : public DocumentBench<ScenewardQueries> {
+class ScenewardTools : public DocumentHarness<ScenewardQueries> {
  protected:
-  ScenewardTools() : DocumentBench("shapes", "sceneId") {
+  ScenewardTools() : DocumentHarness("shapes", "sceneId") {
     module = std::make_shared<ScenewardToolModule>(queries, std::weak_ptr<const ToolRegistry>());
   }
 };

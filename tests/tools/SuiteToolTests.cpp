@@ -1,10 +1,10 @@
-#include "tools/ToolBench.h"
+#include "tools/ToolHarness.h"
 #include "tools/suite/VorlaneToolModule.h"
 
 namespace vorlane {
 namespace {
 
-class SuiteTools : public ToolBench {
+class SuiteTools : public ToolHarness {
  protected:
   SuiteTools() {
     module = std::make_shared<VorlaneToolModule>(recents, [this] { return profile; });
@@ -12,7 +12,7 @@ class SuiteTools : public ToolBench {
   void open(const std::string& app, const std::string& entityID, int seconds, const std::string& user = "o") {
     await(recents.record(user, app, entityID, present + std::chrono::seconds(seconds)));
   }
-  std::string call(const std::string& tool) { return ToolBench::call(tool, "{}"); }
+  std::string call(const std::string& tool) { return ToolHarness::call(tool, "{}"); }
 
   RecentsQueries recents{StoreTest::open(), std::make_shared<StoreNotifications>(signals, runtime.io())};
   JSONMap profile{{"sub", "o"}};
@@ -29,10 +29,10 @@ TEST_F(SuiteTools, RecentsAreListedAsTheyStandUpToTheLimit) {
   EXPECT_EQ(call("get_recent"), "{'recents':[]}");
   for (int i = 0; i < 25; ++i) open("ledgerly", std::to_string(i), i);
   open("other", "x", 100, "p");
-  EXPECT_EQ(ToolBench::call("get_recent", "{'limit':1}"),
+  EXPECT_EQ(ToolHarness::call("get_recent", "{'limit':1}"),
             "{'recents':[{'app':'ledgerly','entityId':'24','openedAt':'2026-03-01T12:00:24Z'}]}");
   for (const auto& [limit, expected] : {std::pair("null", 20U), {"2.5", 20U}, {"30", 25U}, {"-3", 0U}}) {
-    const auto answer = unquoted(ToolBench::call("get_recent", "{'limit':" + std::string(limit) + "}"));
+    const auto answer = unquoted(ToolHarness::call("get_recent", "{'limit':" + std::string(limit) + "}"));
     EXPECT_EQ(answer.at("recents").as_array().size(), expected) << limit;
   }
 }

@@ -7,7 +7,7 @@
 namespace vorlane {
 
 /// The process's threads. Two contexts, kept apart so that work which waits for
-/// a database or a disk can never stop a door from accepting or a timer from
+/// a database or a disk can never stop a transport from accepting or a timer from
 /// firing:
 ///  - the I/O executor, one thread, for sockets, timers and signals; nothing
 ///    that runs there may block;

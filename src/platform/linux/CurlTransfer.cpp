@@ -83,9 +83,9 @@ void CurlTransfer::configure(const CurlTrust& trust, const std::string& noProxy)
   const auto limit = std::clamp<std::int64_t>(request_.timeout.count(), 1, 24 * 3'600'000);
   curl_easy_setopt(easy, CURLOPT_TIMEOUT_MS, static_cast<long>(limit));
   curl_easy_setopt(easy, CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(limit));
-  if (request_.silence.count() > 0) {
+  if (request_.idleTimeout.count() > 0) {
     curl_easy_setopt(easy, CURLOPT_LOW_SPEED_LIMIT, 1L);
-    curl_easy_setopt(easy, CURLOPT_LOW_SPEED_TIME, static_cast<long>(request_.silence.count()));
+    curl_easy_setopt(easy, CURLOPT_LOW_SPEED_TIME, static_cast<long>(request_.idleTimeout.count()));
   }
   curl_easy_setopt(easy, CURLOPT_NOSIGNAL, 1L);
   // A name that is still being resolved must not hold up the thread, and with it
@@ -112,7 +112,7 @@ void CurlTransfer::configureBody() {
   if (usuallyHasBody || !request_.body.empty()) {
     curl_easy_setopt(easy, CURLOPT_POST, 1L);
     curl_easy_setopt(easy, CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(request_.body.size()));
-    if (request_.sentOnce) {
+    if (!request_.retryOnStaleConnection) {
       // Read by a callback that cannot be rewound, so that the library cannot begin anew.
       curl_easy_setopt(easy, CURLOPT_READFUNCTION, &CurlTransfer::bodyWanted);
       curl_easy_setopt(easy, CURLOPT_READDATA, this);

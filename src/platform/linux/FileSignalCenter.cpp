@@ -1,7 +1,7 @@
 #include "platform/linux/FileSignalCenter.h"
 
-#include "base/Digest.h"
 #include "base/Failure.h"
+#include "base/SHA256.h"
 #include "base/ShellLog.h"
 #include "platform/linux/SignalFolder.h"
 

@@ -1,9 +1,9 @@
 #include "platform/linux/JSONFileDefaults.h"
 
-#include "base/Digest.h"
+#include "base/Encodings.h"
 #include "base/Failure.h"
 #include "base/Identifiers.h"
-#include "base/JsonArguments.h"
+#include "base/JSONArguments.h"
 #include "base/ShellLog.h"
 #include "platform/linux/FileLock.h"
 #include "platform/linux/Files.h"

@@ -14,12 +14,12 @@
 
 namespace vorlane {
 
-std::optional<std::string> containerForAppGroup(const Places& places, std::string_view identifier) {
-  if (identifier != appGroupIdentifier || !places.container) return std::nullopt;
-  if (const int error = files::makeFolders(*places.container); error != 0) {
-    throw Failure(withErrno(fmt::format("The container {} cannot be made", *places.container), error));
+std::optional<std::string> containerForAppGroup(const Paths& paths, std::string_view identifier) {
+  if (identifier != appGroupIdentifier || !paths.container) return std::nullopt;
+  if (const int error = files::makeFolders(*paths.container); error != 0) {
+    throw Failure(withErrno(fmt::format("The container {} cannot be made", *paths.container), error));
   }
-  return places.container;
+  return paths.container;
 }
 
 std::unique_ptr<UserDefaults> makeUserDefaults(const std::string& folder, const std::string& domain) {
@@ -42,19 +42,19 @@ std::unique_ptr<SecretVault> makeSecretServiceVault() {
   return vault;
 }
 
-std::unique_ptr<SecretVault> makeVault(const Places& places) {
-  if (!places.unknownVault.empty()) {
+std::unique_ptr<SecretVault> makeVault(const Paths& paths) {
+  if (!paths.unknownVault.empty()) {
     throw Failure(fmt::format("VORLANE_VAULT is \"{}\"; it has to be \"file\" or \"secret-service\".",
-                              places.unknownVault));
+                              paths.unknownVault));
   }
-  if (places.vault != VaultKind::file) {
+  if (paths.vault != VaultKind::file) {
     if (auto vault = makeSecretServiceVault()) return vault;
-    if (places.vault == VaultKind::secretService) throw Failure("No Secret Service answers on this desktop.");
+    if (paths.vault == VaultKind::secretService) throw Failure("No Secret Service answers on this desktop.");
   }
-  if (!places.container) {
+  if (!paths.container) {
     throw Failure("There is no place for secrets: neither HOME nor a container is named.");
   }
-  return makeFileVault(places.fileVault());
+  return makeFileVault(paths.fileVault());
 }
 
 std::unique_ptr<SignalCenter> makeSignalCenter(const std::string& folder, Executor io, Executor handlers) {

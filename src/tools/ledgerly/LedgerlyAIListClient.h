@@ -1,6 +1,6 @@
 #pragma once
 
-#include "base/Json.h"
+#include "base/JSON.h"
 #include "base/ShellLog.h"
 #include "base/tasks/Task.h"
 #include "tools/ledgerly/LedgerlyWebClient.h"

@@ -1,7 +1,7 @@
 #include "tools/ledgerly/LedgerlyAIListTools.h"
 
 #include "base/Identifiers.h"
-#include "base/JsonArguments.h"
+#include "base/JSONArguments.h"
 #include "base/Text.h"
 #include "mcp/MCPRequestContext.h"
 #include "tools/ToolTable.h"

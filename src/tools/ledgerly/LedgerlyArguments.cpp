@@ -1,6 +1,6 @@
 #include "tools/ledgerly/LedgerlyArguments.h"
 
-#include "base/JsonArguments.h"
+#include "base/JSONArguments.h"
 #include "base/Text.h"
 #include "tools/ledgerly/LedgerlyText.h"
 

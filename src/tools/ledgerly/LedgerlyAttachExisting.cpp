@@ -1,7 +1,7 @@
 #include "tools/ledgerly/LedgerlyAttachExisting.h"
 
 #include "base/Identifiers.h"
-#include "base/JsonArguments.h"
+#include "base/JSONArguments.h"
 #include "mcp/MCPRequestContext.h"
 #include "store/SnapshotCodec.h"
 #include "tools/ToolTable.h"

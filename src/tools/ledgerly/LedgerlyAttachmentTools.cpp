@@ -1,6 +1,6 @@
 #include "tools/ledgerly/LedgerlyAttachmentTools.h"
 
-#include "base/JsonArguments.h"
+#include "base/JSONArguments.h"
 #include "tools/ToolTable.h"
 #include "tools/ledgerly/LedgerlyArguments.h"
 #include "tools/ledgerly/LedgerlyTool.h"

@@ -1,7 +1,7 @@
 #include "tools/ledgerly/LedgerlyAuthoringTools.h"
 
 #include "base/Identifiers.h"
-#include "base/JsonArguments.h"
+#include "base/JSONArguments.h"
 #include "base/Text.h"
 #include "tools/ledgerly/LedgerlyDocument.h"
 #include "tools/ledgerly/LedgerlyText.h"

@@ -1,6 +1,6 @@
 #include "tools/ledgerly/LedgerlyCategoryTools.h"
 
-#include "base/JsonArguments.h"
+#include "base/JSONArguments.h"
 #include "base/Text.h"
 #include "tools/ledgerly/LedgerlyDocument.h"
 #include "tools/ledgerly/LedgerlyText.h"

@@ -1,6 +1,6 @@
 #include "tools/ledgerly/LedgerlyDocument.h"
 
-#include "base/JsonArguments.h"
+#include "base/JSONArguments.h"
 #include "base/Text.h"
 #include "tools/DocumentEdits.h"
 #include "tools/ledgerly/LedgerlyText.h"

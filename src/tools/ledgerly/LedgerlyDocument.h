@@ -1,6 +1,6 @@
 #pragma once
 
-#include "base/Json.h"
+#include "base/JSON.h"
 
 #include <cstddef>
 #include <optional>

@@ -1,7 +1,7 @@
 #include "tools/ledgerly/LedgerlyImportPayload.h"
 
 #include "base/Identifiers.h"
-#include "base/JsonArguments.h"
+#include "base/JSONArguments.h"
 #include "tools/ledgerly/LedgerlyText.h"
 
 #include <algorithm>

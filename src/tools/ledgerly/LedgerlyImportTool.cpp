@@ -1,7 +1,7 @@
 #include "tools/ledgerly/LedgerlyImportTool.h"
 
 #include "base/Identifiers.h"
-#include "base/JsonArguments.h"
+#include "base/JSONArguments.h"
 #include "base/tasks/Spawn.h"
 #include "base/tasks/TaskContext.h"
 #include "store/SnapshotCodec.h"

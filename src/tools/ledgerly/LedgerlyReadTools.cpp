@@ -1,6 +1,6 @@
 #include "tools/ledgerly/LedgerlyReadTools.h"
 
-#include "base/JsonArguments.h"
+#include "base/JSONArguments.h"
 #include "store/SnapshotCodec.h"
 #include "tools/ledgerly/LedgerlyTool.h"
 

@@ -1,7 +1,7 @@
 #include "tools/ledgerly/LedgerlyText.h"
 
 #include "base/Identifiers.h"
-#include "base/JsonArguments.h"
+#include "base/JSONArguments.h"
 #include "base/Text.h"
 
 #include <boost/url/parse.hpp>

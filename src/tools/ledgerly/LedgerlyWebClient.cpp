@@ -1,6 +1,6 @@
 #include "tools/ledgerly/LedgerlyWebClient.h"
 
-#include "base/JsonArguments.h"
+#include "base/JSONArguments.h"
 #include "base/Text.h"
 #include "mcp/MCPRequestContext.h"
 
@@ -71,7 +71,8 @@ Task<JSONMap> LedgerlyWebClient::post(std::string path, JSONMap body, std::strin
   auto request = cloud::request("POST", base, path);
   cloud::setJSONBody(request, body);
   request.headers.emplace_back("Accept", "application/json");
-  request.sentOnce = rule == WithoutToken::refused;  // what the service must not do twice is among these
+  request.retryOnStaleConnection =
+      rule != WithoutToken::refused;  // what the service must not do twice is among these
   // Nothing is awaited between the token and the sending, so that its account is still the one asked for.
   cloud::setBearer(request, co_await tokenFor(*this, std::move(ownerID), rule));
   const auto response = co_await send(std::move(request));

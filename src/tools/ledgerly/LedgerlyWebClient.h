@@ -1,9 +1,9 @@
 #pragma once
 
 #include "base/Failure.h"
-#include "base/Json.h"
+#include "base/JSON.h"
 #include "base/tasks/Task.h"
-#include "platform/CloudRequest.h"
+#include "cloud/CloudRequest.h"
 #include "platform/URLSession.h"
 
 #include <cstddef>

@@ -1,7 +1,7 @@
 #include "tools/sceneward/ScenewardCueAuthoringTools.h"
 
 #include "base/Identifiers.h"
-#include "base/JsonArguments.h"
+#include "base/JSONArguments.h"
 #include "tools/DocumentEdits.h"
 #include "tools/sceneward/ScenewardTool.h"
 

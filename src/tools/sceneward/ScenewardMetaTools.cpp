@@ -1,6 +1,6 @@
 #include "tools/sceneward/ScenewardMetaTools.h"
 
-#include "base/JsonArguments.h"
+#include "base/JSONArguments.h"
 #include "tools/ToolTable.h"
 
 #include <string>

@@ -1,6 +1,6 @@
 #include "tools/sceneward/ScenewardReadTools.h"
 
-#include "base/JsonArguments.h"
+#include "base/JSONArguments.h"
 #include "store/SnapshotCodec.h"
 #include "tools/DocumentEdits.h"
 #include "tools/sceneward/ScenewardTool.h"

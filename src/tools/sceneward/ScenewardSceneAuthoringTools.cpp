@@ -1,7 +1,7 @@
 #include "tools/sceneward/ScenewardSceneAuthoringTools.h"
 
 #include "base/Identifiers.h"
-#include "base/JsonArguments.h"
+#include "base/JSONArguments.h"
 #include "store/ScenewardSceneSeed.h"
 #include "store/SnapshotCodec.h"
 #include "tools/DocumentEdits.h"

@@ -1,8 +1,8 @@
 #include "tools/sceneward/ScenewardStubTools.h"
 
-#include "base/Digest.h"
+#include "base/Encodings.h"
 #include "base/Failure.h"
-#include "base/JsonArguments.h"
+#include "base/JSONArguments.h"
 #include "tools/ToolTable.h"
 
 #include <exception>

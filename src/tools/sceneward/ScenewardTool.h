@@ -1,7 +1,7 @@
 #pragma once
 
 #include "base/Failure.h"
-#include "base/Json.h"
+#include "base/JSON.h"
 #include "store/ScenewardQueries.h"
 #include "tools/ToolTable.h"
 

@@ -1,7 +1,7 @@
 #include "tools/sceneward/ShapeOperations.h"
 
 #include "base/Identifiers.h"
-#include "base/JsonArguments.h"
+#include "base/JSONArguments.h"
 #include "store/ScenewardSceneSeed.h"
 #include "tools/sceneward/ScenewardTool.h"
 

@@ -1,6 +1,6 @@
 #include "tools/suite/VorlaneToolModule.h"
 
-#include "base/JsonArguments.h"
+#include "base/JSONArguments.h"
 #include "tools/ToolTable.h"
 
 #include <algorithm>

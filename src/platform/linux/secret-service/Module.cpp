@@ -2,7 +2,7 @@
 
 #include <new>
 
-/// The one door of the shared object, see SecretServiceModule. Null when there is
+/// The one entry of the shared object, see SecretServiceModule. Null when there is
 /// no memory for it; the caller owns what comes back.
 extern "C" __attribute__((visibility("default"))) vorlane::InterruptibleVault*
 vorlaneMakeSecretServiceVault() {
