@@ -4,6 +4,8 @@
 #include "base/JSON.h"
 
 #include <chrono>
+#include <functional>
+#include <optional>
 #include <string>
 
 /// The other end of ControlServer, for programs that ask one thing and end.
@@ -15,10 +17,19 @@ class NobodyListens : public Failure {
   using Failure::Failure;
 };
 
-/// Sends one message to the agent that listens at `path` and gives its answer,
-/// whatever its "ok" says. Blocks the calling thread. Throws NobodyListens, Failure
-/// when the answer is none, and TimeoutFailure when it has not come within
-/// `timeout`, which covers everything from connecting on.
-JSONMap request(const std::string& path, const JSONMap& message, std::chrono::milliseconds timeout);
+struct Options {
+  /// For the answer, once the agent has the message; none for a command that may take
+  /// as long as it needs.
+  std::optional<std::chrono::milliseconds> patience = std::chrono::seconds(30);
+  /// Called for each step that the command tells of, on the calling thread; null for none.
+  std::function<void(const JSONMap& event)> onEvent;
+};
+
+/// Sends one message to the agent that listens at `path` and gives its answer without the
+/// "ok". Blocks the calling thread; ending the process meanwhile cancels the command. Throws
+/// NobodyListens, TimeoutFailure when the agent takes nothing for five seconds or gives no
+/// answer in time, and Failure with the agent's own words when it refuses, or with ours when
+/// the answer is none.
+JSONMap request(const std::string& path, const JSONMap& message, const Options& options = {});
 
 }  // namespace vorlane::ControlClient

@@ -1,13 +1,12 @@
 #pragma once
 
-#include "base/JSON.h"
 #include "base/tasks/Task.h"
 #include "base/tasks/TaskGroup.h"
+#include "control/ControlCommands.h"
 #include "net/Listener.h"
 
 #include <chrono>
 #include <cstddef>
-#include <functional>
 #include <memory>
 #include <string>
 
@@ -15,31 +14,27 @@ namespace vorlane {
 
 struct ControlSettings;
 
-/// The agent's private socket for `vorlanectl` and second starts: a Unix socket,
-/// mode 0600, that takes one JSON object a line and answers each with one line:
+/// The agent's private socket for `vorlanectl` and second starts: a Unix socket, mode 0600,
+/// that takes one JSON object a line and answers each with any number of lines about the
+/// steps of the work and one last line:
 ///
-///     {"command": NAME, ...}  ->  {"ok": true, ...} or {"ok": false, "error": TEXT}
+///     {"command": NAME, ...}  ->  {"event": {...}} ...
+///                                 {"ok": true, ...} or {"ok": false, "error": TEXT}
 ///
-/// Lines of one connection are answered in order. A line that is too long, or a
-/// client that is silent for too long, ends the connection; any other fault is an
+/// Lines of one connection are answered in order. A command may take as long as it needs; when
+/// its caller closes the connection, it is cancelled. A line that is too long, or a client that
+/// takes too long to send or to take one, ends the connection; any other fault is an
 /// answer. The executors outlive the server.
 class ControlServer {
  public:
-  /// Answers one message, which holds a string "command". Runs on the concurrent
-  /// executor, several at once, and may still run when the server is gone. What it
-  /// throws becomes the "error".
-  using Handler = std::function<Task<JSONMap>(JSONMap message)>;
-
   struct Limits {
     std::size_t connections = 32;
-    /// For a client to send a whole line, or to take an answer.
+    /// For a client to send a whole line, or to take one.
     std::chrono::milliseconds idleTimeout{30'000};
-    /// For the handler, which is cancelled then.
-    std::chrono::milliseconds handling{60'000};
   };
 
-  ControlServer(std::string path, Executor io, Executor concurrent, Handler handler);
-  ControlServer(std::string path, Executor io, Executor concurrent, Handler handler, Limits limits);
+  ControlServer(std::string path, Executor io, Executor concurrent, ControlCommands commands);
+  ControlServer(std::string path, Executor io, Executor concurrent, ControlCommands commands, Limits limits);
   ~ControlServer();
   ControlServer(const ControlServer&) = delete;
   ControlServer& operator=(const ControlServer&) = delete;
@@ -48,7 +43,7 @@ class ControlServer {
   /// holds the instance lock, so nobody listens there. Throws Failure when it
   /// cannot listen, or when something other than a socket stands at the path.
   void start();
-  /// Closes every connection and removes the socket's file.
+  /// Closes every connection, cancels what runs for it and removes the socket's file.
   void stop();
 
   const std::string& path() const { return path_; }

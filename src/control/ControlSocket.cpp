@@ -15,8 +15,9 @@ namespace vorlane {
 
 namespace {
 
-/// A short name for a path that is too long for an address: by way of its folder,
-/// which stays open for as long as the process lives. A process has one such path.
+/// A short name for a path that is too long for an address: by way of its folder, which is
+/// opened once and stays open for as long as the process lives, since the address has to
+/// lead there until the socket is removed.
 std::string shortened(const std::string& path) {
   static std::mutex lock;
   static std::map<std::string, FileDescriptor> folders;

@@ -26,6 +26,27 @@ std::string pointedTo(const std::string& pointer) {
   return line.starts_with('/') ? line : std::string();
 }
 
+/// For connecting, and for an answer of the agent about itself.
+constexpr timeval patience{.tv_sec = 1, .tv_usec = 0};
+
+bool setPatience(int socket) {
+  return ::setsockopt(socket, SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof patience) == 0 &&
+         ::setsockopt(socket, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience) == 0;
+}
+
+/// The text of the answer's "reason", as it stands between its quotes.
+std::string reasonIn(std::string_view answer) {
+  constexpr std::string_view key = R"("reason":")";
+  const auto start = answer.find(key);
+  if (start == std::string_view::npos) return {};
+  const auto text = answer.substr(start + key.size());
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    if (text[i] == '"') return std::string(text.substr(0, i));
+    if (text[i] == '\\') ++i;
+  }
+  return {};
+}
+
 /// connect(2) to the socket in the folder. By way of a descriptor of the folder
 /// where the path is longer than an address has room for.
 int connectSocket(int socket, const std::string& folder, const std::string& path) {
@@ -69,15 +90,32 @@ bool AgentConnection::connectTo(const std::string& container) {
   paths.container = container;
   const auto path = paths.assistantsSocket();
   socket_ = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  // The limit holds for connecting; sending never waits.
-  constexpr timeval patience{.tv_sec = 1, .tv_usec = 0};
-  if (socket_ >= 0 && ::setsockopt(socket_, SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof patience) == 0 &&
-      connectSocket(socket_, container, path) == 0) {
-    return true;
-  }
+  // The limit holds for connecting; sending and receiving never wait.
+  if (socket_ >= 0 && setPatience(socket_) && connectSocket(socket_, container, path) == 0) return true;
   reason_ = path + ": " + std::strerror(errno);
   close();
   return false;
+}
+
+std::string AgentConnection::reasonOfAgent() const {
+  constexpr std::string_view question = "{\"command\":\"reason\"}\n";
+  for (const auto& container : containers()) {
+    Paths paths;
+    paths.container = container;
+    const int socket = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    std::string answer;
+    if (socket >= 0 && setPatience(socket) && connectSocket(socket, container, paths.controlSocket()) == 0 &&
+        ::send(socket, question.data(), question.size(), MSG_NOSIGNAL) > 0) {
+      char room[4096];
+      for (ssize_t count = 0; answer.size() < sizeof room && !answer.contains('\n') &&
+                              (count = ::recv(socket, room, sizeof room, 0)) > 0;) {
+        answer.append(room, static_cast<std::size_t>(count));
+      }
+    }
+    if (socket >= 0) ::close(socket);
+    if (auto reason = reasonIn(answer); !reason.empty()) return reason;
+  }
+  return {};
 }
 
 void AgentConnection::close() {

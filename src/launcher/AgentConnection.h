@@ -12,8 +12,8 @@
 namespace vorlane {
 
 /// The one connection to the agent's socket for assistants. Nothing here throws
-/// but for want of memory; nothing blocks but `connect`, and that for a second
-/// at most, when the agent has let its queue of new connections run full.
+/// but for want of memory; nothing blocks but `connect` and `reasonOfAgent`, and these for a
+/// second at most, when the agent has let its queue of new connections run full.
 class AgentConnection {
  public:
   explicit AgentConnection(Paths paths) : paths_(std::move(paths)) {}
@@ -28,8 +28,11 @@ class AgentConnection {
   void close();
   bool connected() const { return socket_ >= 0; }
   int descriptor() const { return socket_; }
-  /// Why the last `connect` found nobody, naming the place.
+  /// Why the last `connect` found nobody, naming the path.
   const std::string& reason() const { return reason_; }
+  /// Why an agent that runs does not serve assistants, in its own words and still with JSON's
+  /// escapes. Empty when none runs or it does not say so within a second.
+  std::string reasonOfAgent() const;
 
   /// As send(2) and recv(2) do, with errno, and EAGAIN instead of waiting.
   ssize_t send(std::string_view bytes) const;

@@ -30,6 +30,12 @@ constexpr char agentAbsent[] =
     R"("code":-32603,"message":"The Vorlane agent is not running. Open Vorlane, then try again.")";
 constexpr char notAnObject[] = R"("code":-32700,"message":"not a JSON object")";
 
+/// `reason` comes with JSON's escapes, and stays so.
+std::string agentRefuses(const std::string& reason) {
+  return R"("code":-32603,"message":"The Vorlane agent runs, but does not serve assistants: )" + reason +
+         "\"";
+}
+
 std::string errorLine(std::string_view error, std::string_view id) {
   std::string line = R"({"error":{)";
   line.append(error).append(R"(},"id":)").append(id).append(R"(,"jsonrpc":"2.0"})").append("\n");
@@ -221,8 +227,12 @@ void Relay::refuseInput() {
 void Relay::refuse(const Message& message) {
   if (message.kind == Message::Kind::malformed) answers_.add(errorLine(notAnObject, "null"));
   if (message.kind != Message::Kind::request) return;
-  if (!std::exchange(away_, true)) notice("the Vorlane agent is not running (" + agent_.reason() + ")");
-  answers_.add(errorLine(agentAbsent, message.id));
+  const auto reason = agent_.reasonOfAgent();
+  if (!std::exchange(away_, true)) {
+    notice(reason.empty() ? "the Vorlane agent is not running (" + agent_.reason() + ")"
+                          : "the Vorlane agent does not serve assistants: " + reason);
+  }
+  answers_.add(errorLine(reason.empty() ? agentAbsent : agentRefuses(reason), message.id));
 }
 
 /// False when nobody reads any more.

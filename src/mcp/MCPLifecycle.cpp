@@ -39,7 +39,8 @@ MCPLifecycle::~MCPLifecycle() {
 void MCPLifecycle::start(const Environment& environment) {
   stop();
   clock_ = environment.clock;
-  const bool access = environment.gate->isEnabled(environment.currentUser());
+  userAtStart_ = environment.currentUser();
+  const bool access = environment.gate->isEnabled(userAtStart_);
   if (!access) environment.log("mcp: gate denied — rpc surface off, render service still up");
 
   registry_ = std::make_shared<ToolRegistry>();
@@ -101,6 +102,7 @@ void MCPLifecycle::startSocket(const Environment& environment) {
 }
 
 void MCPLifecycle::startHTTP(const Environment& environment) {
+  httpFailure_.clear();
   const auto listen = [&](std::uint16_t port) {
     auto routes = environment.routes;
     routes.add("/rpc", std::make_shared<RPCRoute>(server_, environment.bearerStore));
@@ -123,7 +125,8 @@ void MCPLifecycle::startHTTP(const Environment& environment) {
     if (environment.port == 0) chosenPort_ = http_->port();
     environment.log(fmt::format("mcp: HTTP listening on 127.0.0.1:{}", http_->port()));
   } catch (const std::exception& error) {
-    environment.log("mcp: HTTP start failed: " + describe(error));
+    httpFailure_ = describe(error);
+    environment.log("mcp: HTTP start failed: " + httpFailure_);
   }
 }
 

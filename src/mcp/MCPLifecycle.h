@@ -63,6 +63,10 @@ class MCPLifecycle {
   void stop();
 
   MCPStatusSnapshot statusSnapshot() const;
+  /// Whose access the last start asked about; nothing while nobody was signed in.
+  const std::optional<std::string>& userAtStart() const { return userAtStart_; }
+  /// Why HTTP does not listen; empty while it does.
+  const std::string& httpFailure() const { return httpFailure_; }
   /// Whether a server answers, which is when access was on at the start.
   bool isServing() const { return server_ != nullptr; }
   /// Of the last start; null before the first.
@@ -78,6 +82,8 @@ class MCPLifecycle {
   void startHTTP(const Environment& environment);
 
   Clock clock_ = now;
+  std::optional<std::string> userAtStart_;
+  std::string httpFailure_;
   std::shared_ptr<ToolRegistry> registry_;
   std::shared_ptr<MCPServer> server_;
   /// True until the server is stopped; its fences look at it from any thread.

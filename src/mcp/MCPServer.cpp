@@ -2,6 +2,7 @@
 
 #include "base/JSONArguments.h"
 #include "base/Text.h"
+#include "base/paths/Version.h"
 
 #include <exception>
 #include <string>
@@ -26,7 +27,7 @@ JSONRPCError internalError(const std::exception_ptr& failure) {
 JSONMap handshake() {
   return {{"capabilities", {{"tools", JSONMap()}}},
           {"protocolVersion", "2024-11-05"},
-          {"serverInfo", {{"name", "VorlaneAgent"}, {"version", "0.1.0"}}}};
+          {"serverInfo", {{"name", "VorlaneAgent"}, {"version", version}}}};
 }
 
 /// Whether content can be written where it will stand, one level below the result's own.

@@ -26,6 +26,8 @@ class LineBuffer {
   void append(std::string_view bytes);
   /// The next line that is complete and not blank.
   std::optional<std::string> next();
+  /// Bytes that no line has taken yet.
+  std::size_t size() const { return bytes_.size() - start_; }
 
  private:
   std::string bytes_;

@@ -1,28 +1,36 @@
 #include "base/Failure.h"
 #include "base/ShellLog.h"
-#include "cloud/Deployment.h"
+#include "base/paths/Version.h"
+#include "base/tasks/Runtime.h"
 #include "control/ControlClient.h"
 #include "control/ControlServer.h"
 #include "platform/InstanceLock.h"
 #include "platform/LauncherPointer.h"
-#include "shell/AgentControl.h"
+#include "shell/AgentCommandLine.h"
 #include "shell/AppDelegate.h"
-#include "shell/CommandLine.h"
 #include "shell/ProcessSetup.h"
+#include "shell/Program.h"
 
 #include <fmt/format.h>
 #include <boost/asio/post.hpp>
 
 #include <chrono>
 #include <cstdio>
+#include <optional>
 #include <thread>
 
 namespace vorlane {
 namespace {
 
-constexpr char version[] = "0.1.0";
 /// How long a second start waits for an agent that is just coming up.
 constexpr std::chrono::seconds handOverPatience{10};
+
+/// What the running agent is asked, in place of this start.
+JSONMap handOverRequest(const AgentCommandLine& line) {
+  if (!line.urls.empty())
+    return {{"command", "open"}, {"urls", JSONArray(line.urls.begin(), line.urls.end())}};
+  return {{"command", "show"}, {"what", "panel"}};
+}
 
 /// The agent of this container is another process: it is handed what this one was
 /// started for. False when it does not listen, or not yet. Throws Failure when
@@ -31,8 +39,9 @@ bool handedOver(const AgentCommandLine& line, const Paths& paths) {
   if (line.urls.empty() && line.headless) {
     throw Failure("an agent is already running for " + *paths.container);
   }
+  if (line.urls.empty() && line.background) return true;
   try {
-    requestFromAgent(paths.controlSocket(), line.urls.empty() ? showPanelRequest() : openRequest(line.urls));
+    ControlClient::request(paths.controlSocket(), handOverRequest(line));
     return true;
   } catch (const ControlClient::NobodyListens&) {
     return false;
@@ -64,51 +73,48 @@ void leaveWordForLaunchers(const Paths& paths) {
 }
 
 /// Serves until a signal ends the process.
-int serve(AppDelegate::Settings settings) {
-  const auto paths = settings.paths;
-  Runtime runtime;
+int serve(const ProgramSettings& settings, const AgentCommandLine& line) {
+  const auto& [paths, deployment] = settings;
+  const Runtime runtime;
   const auto main = makeHeadlessMainLoop();
-  AppDelegate delegate(std::move(settings), runtime, *main);
+  AppDelegate delegate({.paths = paths, .deployment = deployment, .port = line.port},
+                       systemPlatform({.paths = paths,
+                                       .caFile = deployment.caFile,
+                                       .assumeOnline = deployment.assumeOnline,
+                                       .io = runtime.io(),
+                                       .concurrent = runtime.concurrent()}),
+                       runtime, *main);
 
-  std::shared_ptr<ControlServer> control;
+  std::optional<ControlServer> control;
   if (paths.container) {
-    control = makeAgentControl(paths.controlSocket(), delegate, runtime, *main);
+    control.emplace(paths.controlSocket(), runtime.io(), runtime.concurrent(), delegate.commands());
     try {
       control->start();
     } catch (const std::exception& error) {
       shellLog("control socket failed: " + describe(error));
     }
   }
-  boost::asio::post(main->executor(), [&] { delegate.applicationDidFinishLaunching(); });
+  boost::asio::post(main->executor(), [&] { delegate.applicationDidFinishLaunching(line.urls); });
   main->run();
   return 0;
 }
 
-int run(const std::vector<std::string>& arguments, const char* programPath) {
-  const auto line = AgentCommandLine::parse(arguments);
+int run(const Options::Words& words, const char* programPath) {
+  const auto line = AgentCommandLine::parse(words);
   if (line.version) {
     fmt::print("vorlane-agent {}\n", version);
     return 0;
   }
-  const auto paths = Paths::resolve(line.paths, processEnvironment());
-  requireKnownVault(paths);
-  setUpProcess(paths, programPath);
+  const auto settings = setUpProgram(line.paths, programPath);
   endAtOnceOnTermination();
-  Deployment deployment;
-  try {
-    deployment = Deployment::load(paths.deployment, paths.deploymentNamed);
-  } catch (const Failure& failure) {
-    throw UsageFailure(failure.description());
-  }
-
   std::optional<InstanceLock> lock;
-  if (containerForAppGroup(paths, appGroupIdentifier)) {
-    lock = lockOrHandOver(line, paths);
+  if (containerForAppGroup(settings.paths, appGroupIdentifier)) {
+    lock = lockOrHandOver(line, settings.paths);
     if (!lock) return 0;
-    leaveWordForLaunchers(paths);
+    leaveWordForLaunchers(settings.paths);
   }
   if (!line.headless) shellLog("the desktop interface is not installed; running without it");
-  return serve({.paths = paths, .deployment = std::move(deployment), .port = line.port, .urls = line.urls});
+  return serve(settings, line);
 }
 
 }  // namespace

@@ -1,5 +1,6 @@
 // The stdio launcher. Assistants start one each, with hardly an environment, and
 // keep it for as long as they live, whatever the agent does meanwhile.
+#include "base/paths/Version.h"
 #include "launcher/Relay.h"
 
 #include <fcntl.h>
@@ -12,45 +13,9 @@
 #include <exception>
 #include <optional>
 #include <string>
-#include <string_view>
 
 namespace vorlane {
 namespace {
-
-constexpr char version[] = "0.1.0";
-
-/// The words of the command line, or what is wrong with them.
-struct Options {
-  PathOptions paths;
-  bool version = false;
-  std::string complaint;
-};
-
-Options parse(int count, char** words) {
-  constexpr std::string_view container = "--container";
-  Options options;
-  for (int i = 1; i < count; ++i) {
-    const std::string_view word = words[i];
-    if (word == "--version") {
-      options.version = true;
-    } else if (word == container && i + 1 < count) {
-      options.paths.container = words[++i];
-    } else if (word.starts_with(container) && word.substr(container.size()).starts_with('=')) {
-      options.paths.container = word.substr(container.size() + 1);
-    } else if (word != container) {
-      options.complaint =
-          (word.starts_with('-') ? "unknown option " : "unexpected word ") + std::string(word);
-      return options;
-    } else {
-      options.paths.container.emplace();
-    }
-    if (options.paths.container && options.paths.container->empty()) {
-      options.complaint = "the option --container needs a value";
-      return options;
-    }
-  }
-  return options;
-}
 
 /// The environment, and without a HOME the one that the system knows for the person.
 std::optional<std::string> variable(const char* name) {
@@ -83,12 +48,14 @@ bool fillStandardStreams() {
 }
 
 int run(int count, char** words) {
-  const auto options = parse(count, words);
-  if (!options.complaint.empty()) {
-    notice(options.complaint);
-    return 2;
+  PathOptions paths;
+  bool asksVersion = false;
+  Options options;
+  options.value("--container", paths.container).flag("--version", asksVersion);
+  if (const auto operands = options.parse(wordsOf(count, words)); !operands.empty()) {
+    throw UsageFailure("unexpected word " + operands[0]);
   }
-  if (options.version) {
+  if (asksVersion) {
     std::printf("vorlane-mcp-launcher %s\n", version);
     return 0;
   }
@@ -96,7 +63,7 @@ int run(int count, char** words) {
   setUpSignals();
   // Else the memory of one large answer would be kept for the next.
   ::mallopt(M_MMAP_THRESHOLD, 131072);
-  Relay(STDIN_FILENO, STDOUT_FILENO, Paths::resolve(options.paths, variable)).run();
+  Relay(STDIN_FILENO, STDOUT_FILENO, Paths::resolve(paths, variable)).run();
   return 0;
 }
 
@@ -106,6 +73,9 @@ int run(int count, char** words) {
 int main(int count, char** words) {
   try {
     return vorlane::run(count, words);
+  } catch (const vorlane::UsageFailure& failure) {
+    vorlane::notice(failure.what());
+    return 2;
   } catch (const std::exception& error) {
     vorlane::notice(error.what());
     return 1;

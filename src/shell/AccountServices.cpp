@@ -3,48 +3,26 @@
 #include "access/KeychainBearerStorage.h"
 #include "base/JSONArguments.h"
 #include "base/ShellLog.h"
-#include "platform/HostName.h"
-#include "shell/PlacelessServices.h"
+
+#include <utility>
 
 namespace vorlane {
-namespace {
 
-std::shared_ptr<SecretVault> vaultFor(const Paths& paths) {
-  if (paths.container || paths.vault == VaultKind::secretService) return makeVault(paths);
-  if (paths.vault == VaultKind::file) return makePlacelessVault();
-  if (auto keyring = makeSecretServiceVault()) return keyring;
-  return makePlacelessVault();
-}
-
-std::shared_ptr<UserDefaults> defaultsFor(const Paths& paths, const char* domain) {
-  if (!paths.configHome) return makePlacelessDefaults();
-  return makeUserDefaults(*paths.configHome, domain);
-}
-
-}  // namespace
-
-AccountServices::AccountServices(const Paths& paths, const Deployment& deployment, Executor io,
-                                 Executor concurrent) {
-  if (containerForAppGroup(paths, appGroupIdentifier)) {
-    signals = makeSignalCenter(paths.signals(), io, concurrent);
-  } else {
-    signals = makeLocalSignals();
-  }
-  vault = vaultFor(paths);
-  urlSession = makeURLSession(deployment.caFile);
-  network = [session = urlSession.get()](URLRequest request) { return session->send(std::move(request)); };
-  epoch = std::make_shared<AuthAccountEpoch>(*signals, notifications);
-  tokens = std::make_shared<AuthTokenStore>(*vault, *signals, epoch, shellLog);
-  session = std::make_shared<AuthSession>(
-      concurrent, AuthRefreshClient{.domain = deployment.identityDomain, .transport = network},
-      AuthSession::Storage::of(*tokens), [epoch = epoch] { return epoch->value(); }, notifications, now,
-      shellLog);
-  bearerStore = std::make_shared<AgentBearerStore>(std::make_shared<KeychainBearerStorage>(vault));
-  suiteDefaults = defaultsFor(paths, appGroupIdentifier);
-  standardDefaults = defaultsFor(paths, standardDefaultsDomain);
-  gate = std::make_shared<AccessGate>(suiteDefaults);
-  device = std::make_shared<const DeviceIdentity>(vault, standardDefaults, hostName, shellLog);
-}
+AccountServices::AccountServices(Platform services, const Deployment& deployment, const Executor& concurrent)
+    : platform(std::move(services)),
+      network(
+          [session = platform.urlSession](URLRequest request) { return session->send(std::move(request)); }),
+      epoch(std::make_shared<AuthAccountEpoch>(*platform.signals, notifications)),
+      tokens(std::make_shared<AuthTokenStore>(*platform.vault, *platform.signals, epoch, shellLog)),
+      session(std::make_shared<AuthSession>(
+          concurrent, AuthRefreshClient{.domain = deployment.identityDomain, .transport = network},
+          AuthSession::Storage::of(*tokens), [epoch = epoch] { return epoch->value(); }, notifications, now,
+          shellLog)),
+      bearerStore(
+          std::make_shared<AgentBearerStore>(std::make_shared<KeychainBearerStorage>(platform.vault))),
+      gate(std::make_shared<AccessGate>(platform.suiteDefaults)),
+      device(std::make_shared<const DeviceIdentity>(platform.vault, platform.standardDefaults,
+                                                    platform.hostName, shellLog)) {}
 
 CurrentUser AccountServices::currentUser() const {
   return [session = session] { return session->currentUser(); };

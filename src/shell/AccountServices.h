@@ -2,14 +2,13 @@
 
 #include "access/AccessGate.h"
 #include "access/AgentBearerStore.h"
-#include "access/MCPRequestAuthorizer.h"
 #include "auth/AuthAccountEpoch.h"
 #include "auth/AuthSession.h"
 #include "auth/AuthTokenStore.h"
 #include "auth/DeviceIdentity.h"
 #include "base/JSON.h"
 #include "base/NotificationCenter.h"
-#include "base/paths/Paths.h"
+#include "cloud/CloudRequest.h"
 #include "cloud/Deployment.h"
 #include "platform/Platform.h"
 
@@ -20,26 +19,19 @@ namespace vorlane {
 
 /// Everything that has to do with who is signed in, wired once for a process: the
 /// agent and vorlanectl stand on the same. The members are made in this order and
-/// destroyed in the reverse one. Constructing throws Failure when a place that is
-/// there cannot be used.
+/// destroyed in the reverse one.
 struct AccountServices {
-  AccountServices(const Paths& paths, const Deployment& deployment, Executor io, Executor concurrent);
+  AccountServices(Platform platform, const Deployment& deployment, const Executor& concurrent);
   AccountServices(const AccountServices&) = delete;
   AccountServices& operator=(const AccountServices&) = delete;
 
   NotificationCenter notifications;
-  /// Between processes; within this one alone when there is no container.
-  std::shared_ptr<SignalCenter> signals;
-  std::shared_ptr<SecretVault> vault;
-  std::unique_ptr<URLSession> urlSession;
+  const Platform platform;
   NetworkRunner network;
   std::shared_ptr<AuthAccountEpoch> epoch;
   std::shared_ptr<AuthTokenStore> tokens;
   std::shared_ptr<AuthSession> session;
   std::shared_ptr<AgentBearerStore> bearerStore;
-  /// The domain that the suite shares, and the agent's own.
-  std::shared_ptr<UserDefaults> suiteDefaults;
-  std::shared_ptr<UserDefaults> standardDefaults;
   std::shared_ptr<AccessGate> gate;
   /// Whom the cloud takes this computer for.
   std::shared_ptr<const DeviceIdentity> device;

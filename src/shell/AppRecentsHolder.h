@@ -64,6 +64,8 @@ class AppRecentsHolder {
 
   /// Starts to fetch, at once and every half hour, in place of any earlier polling.
   void startPolling();
+  /// Cancels the polling, without waiting for it.
+  void stopPolling() { fetchTask_.reset(); }
 
  private:
   const Settings settings_;

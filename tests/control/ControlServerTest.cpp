@@ -18,23 +18,41 @@ using namespace std::chrono_literals;
 class ControlServerTest : public testing::Test {
  protected:
   /// "echo" gives the message back, "fail" fails, "hang" waits until it is cancelled.
-  static Task<JSONMap> handle(JSONMap message) {
-    const std::string command(message["command"].as_string());
-    if (command == "fail") throw Failure("no such account");
-    Event never;
-    if (command == "hang") co_await never.wait();
-    co_return message;
+  ControlCommands commands() {
+    ControlCommands all;
+    all.add("echo", [](JSONMap message, Progress) -> Task<JSONMap> { co_return message; });
+    all.add("fail", [](JSONMap, Progress) -> Task<JSONMap> {
+      throw Failure("no such account");
+      co_return JSONMap();
+    });
+    all.add("steps", [](JSONMap, Progress progress) -> Task<JSONMap> {
+      for (int i = 1; i <= 3; ++i) progress({{"step", i}});
+      co_return JSONMap{{"event", "none"}};
+    });
+    all.add("hang", [this](JSONMap, Progress progress) -> Task<JSONMap> {
+      progress({{"begun", true}});
+      Event never;
+      try {
+        co_await never.wait();
+      } catch (const CancelledFailure&) {
+        cancelled_ = true;
+        throw;
+      }
+      co_return JSONMap();
+    });
+    return all;
   }
 
   void start(ControlServer::Limits limits = {}) {
-    server_ = std::make_unique<ControlServer>(path_, runtime_.io(), runtime_.concurrent(), handle, limits);
+    server_ =
+        std::make_unique<ControlServer>(path_, runtime_.io(), runtime_.concurrent(), commands(), limits);
     server_->start();
   }
 
   /// The answer as text, or what kept it from coming.
   std::string request(const JSONMap& message) {
     try {
-      return writeJSON(ControlClient::request(path_, message, 60s));
+      return writeJSON(ControlClient::request(path_, message, {.patience = 60s}));
     } catch (const Failure& failure) {
       return failure.description();
     }
@@ -43,6 +61,7 @@ class ControlServerTest : public testing::Test {
 
   ~ControlServerTest() override { std::filesystem::remove(path_); }
 
+  std::atomic<bool> cancelled_ = false;
   Runtime runtime_;
   const std::string path_ = fmt::format("{}control-{}.sock", testing::TempDir(), ::getpid());
   std::unique_ptr<ControlServer> server_;
@@ -60,18 +79,39 @@ TEST_F(ControlServerTest, AnswersEachLineAndSaysWhatIsWrongWithIt) {
                                          "{\"command\":\"echo\",\"ok\":true}\n"));
 }
 
-TEST_F(ControlServerTest, BoundsLinesConnectionsSilenceAndHandling) {
+TEST_F(ControlServerTest, BoundsLinesConnectionsAndIdleTime) {
   start({.connections = 2});
   RawClient endless(path_);
   endless.send(std::string(controlLineLimit + 1, ' '));
   EXPECT_EQ(endless.receiveAll(), "{\"error\":\"a line may have 1048576 bytes at most\",\"ok\":false}\n");
-  ASSERT_TRUE(eventually([&] { return echo() == R"({"command":"echo","ok":true})"; }));
+  ASSERT_TRUE(eventually([&] { return echo() == R"({"command":"echo"})"; }));
   const RawClient first(path_), second(path_);
-  ASSERT_TRUE(eventually([&] { return echo() == R"({"error":"all 2 connections are in use","ok":false})"; }));
+  ASSERT_TRUE(eventually([&] { return echo() == "all 2 connections are in use"; }));
   server_ = nullptr;
-  start({.idleTimeout = 50ms, .handling = 50ms});
+  start({.idleTimeout = 50ms});
   EXPECT_EQ(RawClient(path_).receiveAll(), "");
-  EXPECT_EQ(request({{"command", "hang"}}), R"({"error":"The command \"hang\" timed out.","ok":false})");
+}
+
+TEST_F(ControlServerTest, TellsTheStepsOfTheWorkBeforeItsAnswer) {
+  start();
+  std::string steps;
+  const auto answer = ControlClient::request(
+      path_, {{"command", "steps"}}, {.onEvent = [&](const JSONMap& event) { steps += writeJSON(event); }});
+  EXPECT_EQ(steps, R"({"step":1}{"step":2}{"step":3})");
+  EXPECT_EQ(writeJSON(answer), R"({"event":"none"})");
+}
+
+TEST_F(ControlServerTest, CancelsACommandWhenItsCallerGoesButNotWhenItOnlyEndsItsSending) {
+  start();
+  {
+    RawClient caller(path_);
+    caller.send("{\"command\":\"hang\"}\n");
+    EXPECT_EQ(caller.receiveLine(), "{\"event\":{\"begun\":true}}\n");
+    caller.endSending();
+    EXPECT_EQ(echo(), R"({"command":"echo"})");
+    EXPECT_FALSE(cancelled_);
+  }
+  EXPECT_TRUE(eventually([&] { return cancelled_.load(); }));
 }
 
 TEST_F(ControlServerTest, ClearsAStaleSocketButNothingElseAndLeavesNoFile) {
@@ -85,7 +125,7 @@ TEST_F(ControlServerTest, ClearsAStaleSocketButNothingElseAndLeavesNoFile) {
   EXPECT_EQ(std::filesystem::status(path_).permissions(), std::filesystem::perms(0600));
   // What is connected when the server stops sees the end.
   RawClient open(path_);
-  EXPECT_EQ(echo(), R"({"command":"echo","ok":true})");
+  EXPECT_EQ(echo(), R"({"command":"echo"})");
   server_->stop();
   EXPECT_EQ(open.receiveAll(), "");
   EXPECT_FALSE(std::filesystem::exists(path_));

@@ -100,8 +100,8 @@ TEST_F(CheckpointCommand, NamesWhatIsWrong) {
     std::string error;
   };
   const Case cases[] = {
-      {{}, 2, "checkpoint takes"},
-      {{"dance", "--owner", "o"}, 2, "checkpoint takes"},
+      {{}, 2, "unknown command checkpoint; there are checkpoint enqueue, "},
+      {{"dance", "--owner", "o"}, 2, "unknown command checkpoint dance; there are "},
       {{"list"}, 2, "checkpoint list takes --owner O"},
       {{"list", "--owner="}, 2, "the option --owner needs a value"},
       {{"erase", "--owner", "--project"}, 2, "the option --owner needs a value"},
@@ -111,8 +111,8 @@ TEST_F(CheckpointCommand, NamesWhatIsWrong) {
        "the option --project is given twice"},
       {{"erase", "--owner", "\xff"}, 2, "the value of --owner is not UTF-8"},
       {{"cancel", "--owner", "o", "--project", "p"}, 1, "invalidRequest: the project id \"p\" is no UUID"},
-      {{"erase", "--owner", "o", "--project", project}, 2, "checkpoint erase takes"},
-      {{"restore", "--owner", "o", "--project", project, "x"}, 2, "checkpoint restore takes"},
+      {{"erase", "--owner", "o", "--project", project}, 2, "unknown option --project"},
+      {{"restore", "--owner", "o", "--project", project, "x"}, 2, "unexpected word x"},
       {{"enqueue", "--owner", "o", "--project", project}, 2, "checkpoint enqueue takes"},
       {{"enqueue", "--owner", "o", "--force", "f"}, 2, "unknown option --force"},
       {enqueue("/nowhere/save.json"), 1, "cannot read /nowhere/save.json: "},

@@ -138,8 +138,12 @@ TEST(Programs, ADatabaseThatIsNoneLeavesTheAgentUpAndTheFileUntouched) {
   write(agent.container() / "Vorlane.sqlite", bytes);
   agent.launch({"--port", "0"});
   EXPECT_TRUE(eventually([&] { return agent.log().find("agent store open failed: ") != std::string::npos; }));
-  EXPECT_EQ(parseJSONMap(runProgram("vorlanectl", {"status"}, agent.environment()).out).at("endpoint"),
-            nullptr);
+  const auto status = parseJSONMap(runProgram("vorlanectl", {"status"}, agent.environment()).out);
+  EXPECT_EQ(status.at("endpoint"), nullptr);
+  EXPECT_THAT(json::stringOr(status, "reason"), testing::StartsWith("agent store open failed: "));
+  const auto block = runProgram("vorlanectl", {"client-config", "--http"}, agent.environment());
+  EXPECT_EQ(block.exitCode, 1) << "the bearer token would go to whoever listens on the default port";
+  EXPECT_EQ(block.error, "vorlanectl: the agent does not listen\n");
   EXPECT_EQ(contents(agent.container() / "Vorlane.sqlite"), bytes);
   EXPECT_EQ(agent.stop(SIGTERM), 0);
 }

@@ -62,12 +62,20 @@ TEST(Spine, OnlyTheSignedInPersonWithAccessIsServed) {
   spine.signOut();
   spine.signIn("auth0|bea");
   ASSERT_TRUE(spine.eventuallyAnswers(200));
-  EXPECT_TRUE(spine.result("ledgerly_list_sheets").at("sheets").as_array().empty());
+  // Two announcements may each close and open the server once more, so a call may be refused.
+  const auto comesToList = [&spine](std::size_t sheets) {
+    return eventually([&] {
+      try {
+        return spine.result("ledgerly_list_sheets").at("sheets").as_array().size() == sheets;
+      } catch (const Failure&) {
+        return false;
+      }
+    });
+  };
+  EXPECT_TRUE(comesToList(0));
 
   spine.signIn("auth0|ana");
-  ASSERT_TRUE(spine.eventuallyAnswers(200));
-  EXPECT_TRUE(
-      eventually([&] { return spine.result("ledgerly_list_sheets").at("sheets").as_array().size() == 1; }));
+  EXPECT_TRUE(comesToList(1));
   spine.signOut();
   EXPECT_TRUE(spine.eventuallyAnswers(503));
 }

@@ -83,18 +83,18 @@ class End {
   std::string buffer_;
 };
 
-/// Stands in for the agent: listens at the socket of a container.
+/// Stands in for the agent: listens at a socket of a container.
 class StandIn {
  public:
-  explicit StandIn(const std::string& container)
+  explicit StandIn(const std::string& container, const std::string& name = "/mcp.sock")
       : listener_(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
     std::filesystem::create_directories(container);
     // By way of the folder: paths may be longer than an address.
     const FileDescriptor folder(::open(container.c_str(), O_PATH | O_CLOEXEC));
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
-    ("/proc/self/fd/" + std::to_string(folder.get()) + "/mcp.sock").copy(address.sun_path, 100);
-    std::filesystem::remove(container + "/mcp.sock");
+    ("/proc/self/fd/" + std::to_string(folder.get()) + name).copy(address.sun_path, 100);
+    std::filesystem::remove(container + name);
     EXPECT_EQ(::bind(listener_.get(), reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
     EXPECT_EQ(::listen(listener_.get(), 5), 0);
   }

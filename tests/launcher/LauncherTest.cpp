@@ -83,6 +83,19 @@ TEST_F(LauncherTest, AnswersEachRequestUnderItsOwnIDWhileTheAgentIsAway) {
                                  "vorlane-mcp-launcher: the connection to the Vorlane agent is lost\n");
 }
 
+TEST_F(LauncherTest, TellsWhyAnAgentThatRunsDoesNotServe) {
+  const StandIn control(container, "/agent.sock");
+  Launcher launcher(variables);
+  launcher.input.write(request("1"));
+  auto asked = control.accept();
+  EXPECT_EQ(asked.line(), "{\"command\":\"reason\"}\n");
+  asked.write("{\"ok\":true,\"reason\":\"no \\\"disk\\\"\"}\n");
+  EXPECT_EQ(launcher.output.line(),
+            R"({"error":{"code":-32603,"message":"The Vorlane agent runs, but does not serve assistants: )"
+            R"(no \"disk\""},"id":1,"jsonrpc":"2.0"})"
+            "\n");
+}
+
 TEST_F(LauncherTest, OutlivesTheAgentAndLeavesNoRequestWithoutItsAnswer) {
   std::optional<StandIn> agent(container);
   Launcher launcher(variables);

@@ -38,6 +38,10 @@ Environment processEnvironment() {
   };
 }
 
+void PathOptions::addTo(Options& options) {
+  options.value("--container", container).value("--deployment", deployment);
+}
+
 Paths Paths::resolve(const PathOptions& options, const Environment& environment) {
   Paths paths;
   const auto named = options.container ? options.container : environment("VORLANE_CONTAINER");

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "base/paths/Options.h"
+
 #include <functional>
 #include <optional>
 #include <string>
@@ -22,6 +24,9 @@ Environment processEnvironment();
 struct PathOptions {
   std::optional<std::string> container;
   std::optional<std::string> deployment;
+
+  /// Adds "--container DIR" and "--deployment FILE" to the options of a program.
+  void addTo(Options& options);
 };
 
 enum class VaultKind {

@@ -2,6 +2,10 @@
 
 #include "base/Failure.h"
 #include "base/ShellLog.h"
+#include "platform/HostName.h"
+#include "platform/absent/AbsentUserDefaults.h"
+#include "platform/absent/AbsentVault.h"
+#include "platform/absent/LocalSignalCenter.h"
 #include "platform/linux/BoundedVault.h"
 #include "platform/linux/CurlSession.h"
 #include "platform/linux/FileSignalCenter.h"
@@ -13,6 +17,31 @@
 #include <fmt/format.h>
 
 namespace vorlane {
+namespace {
+
+std::shared_ptr<UserDefaults> defaultsFor(const Paths& paths, const char* domain) {
+  if (!paths.configHome) return std::make_shared<AbsentUserDefaults>();
+  return makeUserDefaults(*paths.configHome, domain);
+}
+
+std::shared_ptr<SignalCenter> signalsFor(const PlatformSettings& settings) {
+  if (!containerForAppGroup(settings.paths, appGroupIdentifier)) return std::make_shared<LocalSignalCenter>();
+  return makeSignalCenter(settings.paths.signals(), settings.io, settings.concurrent);
+}
+
+}  // namespace
+
+Platform systemPlatform(const PlatformSettings& settings) {
+  return {
+      .vault = makeVault(settings.paths),
+      .signals = signalsFor(settings),
+      .suiteDefaults = defaultsFor(settings.paths, appGroupIdentifier),
+      .standardDefaults = defaultsFor(settings.paths, standardDefaultsDomain),
+      .urlSession = makeURLSession(settings.caFile),
+      .makeNetworkPathMonitor =
+          [io = settings.io, online = settings.assumeOnline] { return makeNetworkPathMonitor(io, online); },
+      .hostName = hostName};
+}
 
 std::optional<std::string> containerForAppGroup(const Paths& paths, std::string_view identifier) {
   if (identifier != appGroupIdentifier || !paths.container) return std::nullopt;
@@ -43,17 +72,11 @@ std::unique_ptr<SecretVault> makeSecretServiceVault() {
 }
 
 std::unique_ptr<SecretVault> makeVault(const Paths& paths) {
-  if (!paths.unknownVault.empty()) {
-    throw Failure(fmt::format("VORLANE_VAULT is \"{}\"; it has to be \"file\" or \"secret-service\".",
-                              paths.unknownVault));
-  }
   if (paths.vault != VaultKind::file) {
     if (auto vault = makeSecretServiceVault()) return vault;
     if (paths.vault == VaultKind::secretService) throw Failure("No Secret Service answers on this desktop.");
   }
-  if (!paths.container) {
-    throw Failure("There is no place for secrets: neither HOME nor a container is named.");
-  }
+  if (!paths.container) return std::make_unique<AbsentVault>();
   return makeFileVault(paths.fileVault());
 }
 

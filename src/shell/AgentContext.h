@@ -1,0 +1,48 @@
+#pragma once
+
+#include "base/paths/Paths.h"
+#include "base/tasks/AsyncMutex.h"
+#include "base/tasks/Runtime.h"
+#include "cloud/Deployment.h"
+#include "preferences/AgentPreferences.h"
+#include "shell/AccountServices.h"
+#include "sync/SyncJournal.h"
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+namespace vorlane {
+
+class AgentStore;
+class StoreNotifications;
+
+struct AgentSettings {
+  Paths paths;
+  Deployment deployment;
+  std::uint16_t port = 17800;
+};
+
+/// What the services of the agent share. Made once; it outlives them all.
+struct AgentContext {
+  AgentContext(AgentSettings settings, Platform platform, const Runtime& runtime, const MainLoop& main);
+
+  const AgentSettings settings;
+  /// The I/O executor, the concurrent one, and the one that the services live on.
+  const Executor io, concurrent, main;
+  AccountServices account;
+  AgentPreferences preferences;
+  const std::shared_ptr<StoreNotifications> storeNotifications;
+  const std::shared_ptr<SyncJournal> journal;
+  /// Held by whoever pushes a sheet or reads the cloud's list of them.
+  const std::shared_ptr<AsyncMutex> sheetExchange;
+  /// The network for requests to either web API; they fail where the deployment names no base.
+  const NetworkRunner ledgerlyNetwork, scenewardNetwork;
+
+  /// Null until it is opened, and when it cannot be; then `storeFailure` says why. On the
+  /// main executor.
+  std::shared_ptr<AgentStore> store;
+  std::string storeFailure;
+};
+
+}  // namespace vorlane
