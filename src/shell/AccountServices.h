@@ -8,7 +8,7 @@
 #include "auth/DeviceIdentity.h"
 #include "base/JSON.h"
 #include "base/NotificationCenter.h"
-#include "cloud/CloudRequest.h"
+#include "cloud/API.h"
 #include "cloud/Deployment.h"
 #include "platform/Platform.h"
 
@@ -27,7 +27,6 @@ struct AccountServices {
 
   NotificationCenter notifications;
   const Platform platform;
-  NetworkRunner network;
   std::shared_ptr<AuthAccountEpoch> epoch;
   std::shared_ptr<AuthTokenStore> tokens;
   std::shared_ptr<AuthSession> session;
@@ -36,8 +35,11 @@ struct AccountServices {
   /// Whom the cloud takes this computer for.
   std::shared_ptr<const DeviceIdentity> device;
 
-  CurrentUser currentUser() const;
-  BearerSource bearer() const;
+  /// Who is signed in; what marks are taken of.
+  std::shared_ptr<const Account> account;
+  /// The suite's two web APIs, with the person's own access.
+  cloud::API ledgerly, sceneward;
+
   /// Who is signed in, as an assistant is shown it: "sub", "email" and "name" of the id
   /// token, each empty where it says nothing, and whether "mcp_access" is on.
   std::function<JSONMap()> profile() const;

@@ -36,8 +36,6 @@ struct AgentContext {
   const std::shared_ptr<SyncJournal> journal;
   /// Held by whoever pushes a sheet or reads the cloud's list of them.
   const std::shared_ptr<AsyncMutex> sheetExchange;
-  /// The network for requests to either web API; they fail where the deployment names no base.
-  const NetworkRunner ledgerlyNetwork, scenewardNetwork;
 
   /// Null until it is opened, and when it cannot be; then `storeFailure` says why. On the
   /// main executor.

@@ -18,12 +18,9 @@ constexpr std::chrono::seconds pushInterval{60};
 
 /// Without the web API's address there is no client, and none of the tools that need it.
 std::optional<LedgerlyWebClient> LedgerlyService::webClient() const {
-  const auto& base = context_.settings.deployment.ledgerlyBase;
-  if (!base) return std::nullopt;
-  return LedgerlyWebClient{.base = *base,
-                           .bearer = context_.account.bearer(),
-                           .send = context_.ledgerlyNetwork,
-                           .currentUser = context_.account.currentUser()};
+  const auto& api = context_.account.ledgerly;
+  if (!api.isNamed()) return std::nullopt;
+  return LedgerlyWebClient{api};
 }
 
 void LedgerlyService::contribute(Contributions& to) {
@@ -41,13 +38,9 @@ void LedgerlyService::contribute(Contributions& to) {
 }
 
 void LedgerlyService::start() {
-  const auto& account = context_.account;
   const auto pusher = std::make_shared<LedgerlyPusher>(
       LedgerlyQueries(context_.store, context_.storeNotifications),
-      LedgerlyPushClient{.base = context_.settings.deployment.ledgerlyBase.value_or(""),
-                         .bearer = account.bearer(),
-                         .send = context_.ledgerlyNetwork},
-      account.currentUser(), shellLog, context_.journal, context_.sheetExchange);
+      LedgerlyPushClient{context_.account.ledgerly}, shellLog, context_.journal, context_.sheetExchange);
   ledgerlyPushTask_.reset();  // which cancels it
   ledgerlyPushTask_ = std::make_unique<TaskGroup>();
   ledgerlyPushTask_->spawn(context_.concurrent, "sheet pushing",

@@ -10,15 +10,6 @@
 #include <utility>
 
 namespace vorlane {
-namespace {
-
-/// The address of an endpoint of the Ledgerly web API.
-std::string ledgerlyEndpoint(const Deployment& deployment, std::string_view path) {
-  return deployment.ledgerlyBase.value_or("") + std::string(path);
-}
-
-}  // namespace
-
 void MCPService::contribute(Contributions& to) {
   to.status([this] { return onExecutor(context_.main, [this]() -> Task<JSONMap> { co_return status(); }); });
   // For the launcher, which waits for it while an assistant waits for an answer.
@@ -46,7 +37,7 @@ Task<> MCPService::stop() {
 /// lifecycle then finds it at hand.
 Task<> MCPService::startLifecycle() {
   co_await onExecutor(context_.concurrent, [this]() -> Task<> {
-    context_.account.gate->isEnabled(context_.account.currentUser()());
+    context_.account.gate->isEnabled(context_.account.account->currentUser());
     co_return;
   });
   lifecycle_.start(environment());
@@ -60,19 +51,16 @@ Task<> MCPService::startSyncer() {
   co_await onExecutor(context_.concurrent, [this]() -> Task<> {
     const auto& gate = context_.account.gate;
     try {
-      if (!gate->isEnabled(context_.account.currentUser()())) gate->set(false, std::nullopt);
+      if (!gate->isEnabled(context_.account.account->currentUser())) gate->set(false, std::nullopt);
     } catch (const std::exception& error) {
       shellLog("mcp: access could not be cleared: " + describe(error));
     }
     co_return;
   });
-  const auto& deployment = context_.settings.deployment;
   syncer_.start({
       .gate = context_.account.gate,
-      .endpoint = ledgerlyEndpoint(deployment, deployment.profilePath),
-      .currentUser = context_.account.currentUser(),
-      .bearer = context_.account.bearer(),
-      .runner = context_.ledgerlyNetwork,
+      .api = context_.account.ledgerly,
+      .path = context_.settings.deployment.profilePath,
       .log = shellLog,
       .refreshAction = [this]() -> Task<> {
         co_await onExecutor(context_.main, [this]() -> Task<> {
@@ -91,12 +79,8 @@ MCPLifecycle::Environment MCPService::environment() const {
   return {
       .bearerStore = account.bearerStore,
       .gate = account.gate,
-      .currentUser = account.currentUser(),
+      .api = account.ledgerly,
       .log = shellLog,
-      .accountGeneration = [epoch = account.epoch] { return static_cast<std::uint64_t>(epoch->value()); },
-      .bearer = account.bearer(),
-      .runner = context_.ledgerlyNetwork,
-      .adminEndpoint = ledgerlyEndpoint(context_.settings.deployment, "/api/ecosystem/admin-access/me"),
       .registerModules =
           [this](const std::shared_ptr<ToolRegistry>& registry) {
             for (const auto& tools : all_.tools()) tools(registry);

@@ -13,13 +13,9 @@ namespace vorlane {
 namespace {
 
 AppRecentsHolder::Settings holderSettings(AgentContext& context) {
-  const auto& [paths, deployment, port] = context.settings;
-  return {.paths = paths,
-          .ledgerlyBase = deployment.ledgerlyBase,
-          .scenewardBase = deployment.scenewardBase,
-          .currentUserID = context.account.currentUser(),
-          .bearer = context.account.bearer(),
-          .network = context.account.network,
+  return {.paths = context.settings.paths,
+          .ledgerly = context.account.ledgerly,
+          .sceneward = context.account.sceneward,
           .journal = context.journal,
           .sheetExchange = context.sheetExchange,
           .preferences = [&preferences = context.preferences] { return preferences.snapshot(); },

@@ -21,11 +21,9 @@ void ScenewardService::start() {
   const auto pusher = std::make_shared<ScenewardPusher>(
       ScenewardCheckpointQueue(context_.store),
       ScenewardPushClient{
-          .base = context_.settings.deployment.scenewardBase.value_or(""),
-          .bearer = account.bearer(),
-          .send = context_.scenewardNetwork,
+          .api = account.sceneward,
           .identify = [device = account.device](URLRequest& request) { device->apply(request); }},
-      account.currentUser(), account.notifications, context_.journal, shellLog);
+      account.notifications, context_.journal, shellLog);
   if (scenewardPushTriggers_) scenewardPushTriggers_->stop();
   scenewardPushTriggers_ = std::make_unique<ScenewardPushTriggers>(
       ScenewardPushTriggers::Settings{.runOnce = [pusher] { return pusher->runOnce(); },
