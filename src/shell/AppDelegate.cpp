@@ -9,6 +9,7 @@
 #include "store/AgentStore.h"
 #include "store/StoreNotifications.h"
 #include "sync/LedgerlyPusher.h"
+#include "sync/RememberedPath.h"
 #include "sync/ScenewardPushTriggers.h"
 #include "sync/ScenewardPusher.h"
 #include "tools/ledgerly/LedgerlyToolModule.h"
@@ -122,20 +123,23 @@ void AppDelegate::startScenewardPusher() {
           .identify = [device = account_.device](URLRequest& request) { device->apply(request); }},
       account_.notifications, journal_, shellLog);
   if (scenewardPushTriggers_) scenewardPushTriggers_->stop();
-  scenewardPushTriggers_ = std::make_unique<ScenewardPushTriggers>(ScenewardPushTriggers::Settings{
-      .runOnce = [pusher] { return pusher->runOnce(); },
-      .monitor = makeNetworkPathMonitor(runtime_.io(), settings_.deployment.assumeOnline),
-      .notifications = account_.notifications,
-      .signals = account_.signals,
-      .executor = runtime_.concurrent(),
-      .log = shellLog});
+  auto path = std::make_unique<RememberedPath>(
+      makeNetworkPathMonitor(runtime_.io(), settings_.deployment.assumeOnline));
+  isOnline_ = path->isSatisfied();
+  scenewardPushTriggers_ = std::make_unique<ScenewardPushTriggers>(
+      ScenewardPushTriggers::Settings{.runOnce = [pusher] { return pusher->runOnce(); },
+                                      .monitor = std::move(path),
+                                      .notifications = account_.notifications,
+                                      .signals = account_.signals,
+                                      .executor = runtime_.concurrent(),
+                                      .log = shellLog});
   scenewardPushTriggers_->start();
 }
 
 void AppDelegate::startLedgerlyPusher() {
   const auto pusher = std::make_shared<LedgerlyPusher>(LedgerlyQueries(store_, storeNotifications_),
                                                        LedgerlyPushClient{account_.ledgerly}, shellLog,
-                                                       journal_, sheetExchange_);
+                                                       journal_, sheetExchange_, sleepFor, isOnline_);
   ledgerlyPushTask_.reset();  // which cancels it
   ledgerlyPushTask_ = std::make_unique<TaskGroup>();
   ledgerlyPushTask_->spawn(runtime_.concurrent(), "sheet pushing",

@@ -13,6 +13,7 @@
 #include "tools/ledgerly/LedgerlyWebClient.h"
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -77,6 +78,8 @@ class AppDelegate {
   std::shared_ptr<AgentStore> store_;
   MCPLifecycle lifecycle_;
   ProfileSyncer syncer_;
+  /// Whether there is a network, by the one monitor, which the triggers own.
+  std::function<bool()> isOnline_;
   std::unique_ptr<ScenewardPushTriggers> scenewardPushTriggers_;
   std::unique_ptr<TaskGroup> ledgerlyPushTask_;
 };
