@@ -2,6 +2,7 @@
 
 #include "base/ConstantTime.h"
 #include "base/Encodings.h"
+#include "base/Redaction.h"
 #include "base/SecureRandom.h"
 
 #include <exception>
@@ -26,6 +27,7 @@ std::string AgentBearerStore::currentToken() {
   forget();
   if (auto secret = stored()) return *std::move(secret);
   auto fresh = newSecret();
+  keepSecret(fresh);
   if (storage_->create(fresh)) return fresh;
   forget();
   if (auto secret = stored()) return *std::move(secret);
@@ -59,6 +61,7 @@ std::optional<std::string> AgentBearerStore::stored() {
   }
   auto secret = storage_->read();
   if (secret && secret->empty()) secret.reset();
+  if (secret) keepSecret(*secret);
   const std::scoped_lock hold(lock_);
   if (stamp) {
     kept_ = Kept{*std::move(stamp), secret};

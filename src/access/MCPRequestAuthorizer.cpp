@@ -35,7 +35,7 @@ Task<bool> MCPRequestAuthorizer::isAllowedByBackEnd(AdminAccessRequirement requi
   const auto token = co_await sources_.api.bearer();
   if (!token || token->empty() || !mark.holds()) co_return false;
 
-  auto request = sources_.api.request("GET", path);
+  auto request = sources_.api.request("GET", path, cloud::Answer::receipt);
   cloud::setBearer(request, token);
   request.timeout = std::chrono::seconds(15);
   const auto endpoint = request.url;
@@ -46,6 +46,7 @@ Task<bool> MCPRequestAuthorizer::isAllowedByBackEnd(AdminAccessRequirement requi
   if (!mark.holds() || !sources_.gate->isEnabled(mark.owner())) co_return false;
   // What came from anywhere else is not read.
   if (response.status != 200 || response.url != endpoint) co_return false;
+  cloud::requireFewValues(response.body, cloud::Answer::receipt);
   co_return SuiteAdminSnapshot::decode(response.body).allows(requirement, sources_.now());
 }
 

@@ -46,7 +46,7 @@ std::optional<bool> flag(const JSONMap& map, std::string_view key, bool missing)
 /// Whether the profile grants access; nothing when the body is no profile.
 std::optional<bool> accessIn(std::string_view body) {
   try {
-    const auto envelope = parseJSONMap(body);
+    const auto envelope = cloud::parseAnswer(body, cloud::Answer::receipt);
     const auto success = flag(envelope, "success", true);
     const auto* profile = json::object(envelope, "profile");
     if (!success || profile == nullptr) return std::nullopt;
@@ -73,7 +73,7 @@ Task<Finding> fetch(Run run, std::optional<std::string> user) {
   if (!user) co_return Finding{};
   const auto token = (co_await unlessFailed(run->api.bearer)).value_or(std::nullopt);
   if (!token || token->empty()) co_return Finding{};
-  auto request = run->api.request("GET", run->path);
+  auto request = run->api.request("GET", run->path, cloud::Answer::receipt);
   cloud::setBearer(request, token);
   request.timeout = std::chrono::seconds(15);
   const auto response = co_await unlessFailed([&] { return run->api.send(std::move(request)); });

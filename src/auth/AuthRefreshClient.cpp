@@ -2,7 +2,10 @@
 
 #include "base/JSON.h"
 #include "base/JSONArguments.h"
+#include "base/Redaction.h"
 #include "base/Text.h"
+#include "cloud/Answer.h"
+#include "cloud/CloudRequest.h"
 
 #include <fmt/format.h>
 
@@ -42,37 +45,21 @@ std::string form(const std::vector<std::pair<std::string_view, std::string_view>
   return text;
 }
 
-void blot(std::string& text, const std::string& secret) {
-  if (secret.empty()) return;
-  constexpr std::string_view mark = "(token)";
-  for (auto at = text.find(secret); at != std::string::npos; at = text.find(secret, at + mark.size())) {
-    text.replace(at, secret.size(), mark);
-  }
-}
-
 /// The first characters of an answer's body for the log: empty when it is not
 /// text, and without our own tokens should the server have sent them back.
 std::string excerpt(int status, std::string_view body, const AuthTokens& stored) {
   // Any kind of success may hold new tokens.
   if (status >= 200 && status <= 299) return {};
   if (!isValidUTF8(body)) return {};
-  std::string text(body);
-  for (const auto& secret : stored.credentials()) {
-    if (!secret) continue;
-    blot(text, *secret);
-    blot(text, percentEncoded(*secret));
-  }
-  std::size_t end = 0;
-  for (std::size_t count = 0; count < excerptLimit && end < text.size(); ++count) {
-    end += utf8SequenceLength(std::string_view(text).substr(end));
-  }
-  text.resize(end);
-  return text;
+  std::vector<std::string> secrets;
+  for (const auto& secret : stored.credentials()) secrets.push_back(secret.value_or(""));
+  const auto text = Redaction(secrets).applied(std::string(body));
+  return std::string(cloud::firstCharacters(text, excerptLimit));
 }
 
 std::optional<std::string> errorCode(std::string_view body) {
   try {
-    return json::string(parseJSONMap(body), "error");
+    return json::string(cloud::parseAnswer(body, cloud::Answer::receipt), "error");
   } catch (const JSONParseFailure&) {
     return std::nullopt;
   }
@@ -85,6 +72,7 @@ URLRequest makeRequest(const std::string& domain, const std::string& clientID, c
   request.headers = {{"Content-Type", "application/x-www-form-urlencoded"}};
   request.body = form({{"grant_type", "refresh_token"}, {"client_id", clientID}, {"refresh_token", token}});
   request.timeout = requestTimeout;
+  request.maximumBody = cloud::longestBody(cloud::Answer::receipt);
   // The body is a credential: no answer may send it on to another host.
   request.followRedirects = false;
   return request;
@@ -117,7 +105,7 @@ Task<AuthRefreshOutcome> AuthRefreshClient::refresh(AuthTokens stored) const {
 
 std::string carriedForward(std::string body, const AuthTokens& stored) {
   try {
-    auto map = parseJSONMap(body);
+    auto map = cloud::parseAnswer(body, cloud::Answer::receipt);
     if (stored.refreshToken && !map.contains("refresh_token")) map["refresh_token"] = *stored.refreshToken;
     if (stored.idToken && !map.contains("id_token")) map["id_token"] = *stored.idToken;
     return writeJSON(map);

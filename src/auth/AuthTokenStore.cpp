@@ -4,6 +4,7 @@
 #include "auth/AuthNotifications.h"
 #include "auth/JWTClaims.h"
 #include "base/JSONArguments.h"
+#include "base/Redaction.h"
 
 #include <fmt/format.h>
 
@@ -11,6 +12,12 @@ namespace vorlane {
 namespace {
 
 const SecretItem item{"com.vorlane.auth", "auth0-tokens"};
+
+void keepOutOfLogs(const AuthTokens& tokens) {
+  for (const auto& secret : tokens.credentials()) {
+    if (secret) keepSecret(*secret);
+  }
+}
 
 std::shared_ptr<const StoredTokens> decoded(const std::string& bytes) {
   auto record = std::make_shared<StoredTokens>();
@@ -53,6 +60,7 @@ std::shared_ptr<const StoredTokens> AuthTokenStore::read(std::optional<std::stri
   std::shared_ptr<const StoredTokens> record;
   if (found.status == vault::success) {
     record = decoded(found.bytes);
+    if (record) keepOutOfLogs(record->tokens);
     log_(fmt::format("AuthTokenStore.load HIT bytes={} decoded={}", found.bytes.size(), record != nullptr));
     if (record) log_(claimsLogLine(record->tokens.accessToken));
   } else {
@@ -72,6 +80,7 @@ std::shared_ptr<const StoredTokens> AuthTokenStore::read(std::optional<std::stri
 }
 
 void AuthTokenStore::save(const AuthTokens& tokens) {
+  keepOutOfLogs(tokens);
   std::shared_ptr<const StoredTokens> before;
   {
     const std::scoped_lock hold(writing_);

@@ -1,6 +1,7 @@
 #include "base/ShellLog.h"
 
 #include "base/Date.h"
+#include "base/Redaction.h"
 #include "base/Text.h"
 
 #include <fcntl.h>
@@ -53,7 +54,7 @@ void installShellLog(ShellLog log) {
 }
 
 void shellLog(std::string_view message) {
-  if (const auto* log = installed.load(std::memory_order_acquire)) log->write(message);
+  if (const auto* log = installed.load(std::memory_order_acquire)) log->write(redacted(std::string(message)));
 }
 
 }  // namespace vorlane

@@ -23,7 +23,7 @@ API API::at(const std::optional<std::string>& base, std::string_view key, Networ
   return api;
 }
 
-URLRequest API::request(std::string method, std::string_view path) const {
+URLRequest API::request(std::string method, std::string_view path, Answer kind) const {
   std::string_view origin = base;
   while (origin.ends_with('/')) origin.remove_suffix(1);
   URLRequest request;
@@ -32,6 +32,7 @@ URLRequest API::request(std::string method, std::string_view path) const {
   request.timeout = timeout;
   request.idleTimeout = timeout;
   request.followRedirects = false;
+  request.maximumBody = longestBody(kind);
   return request;
 }
 

@@ -1,7 +1,9 @@
 #pragma once
 
+#include "base/tasks/OnThread.h"
 #include "base/tasks/Task.h"
 #include "cloud/Account.h"
+#include "cloud/Answer.h"
 #include "cloud/CloudRequest.h"
 #include "platform/URLSession.h"
 
@@ -10,6 +12,8 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <type_traits>
+#include <utility>
 
 namespace vorlane {
 
@@ -37,10 +41,24 @@ struct API {
   bool isNamed() const { return !base.empty(); }
 
   /// A request for `path` (which begins with a slash), without a token. It is given up when
-  /// nothing has moved for a minute. It follows no redirect: what a person wrote, and who they
-  /// are, goes to the API that the deployment names or nowhere, and an answer from elsewhere is
-  /// no receipt.
-  URLRequest request(std::string method, std::string_view path) const;
+  /// nothing has moved for a minute, or when the answer is longer than one of its kind. It follows no
+  /// redirect: what a person wrote, and who they are, goes to the API that the deployment names or nowhere,
+  /// and an answer from elsewhere is no receipt.
+  URLRequest request(std::string method, std::string_view path, Answer kind) const;
+
+  /// What `work` makes of an answer of that many bytes. A long one is read on a thread of its
+  /// own, one after another, so that nobody else has to wait for it. Throws what `work` throws.
+  template <class Work>
+  auto read(std::size_t bytes, Work work) const -> Task<std::invoke_result_t<Work&>> {
+    if (bytes <= longestReadInPlace) co_return work();
+    co_return co_await onThread(reader, std::move(work));
+  }
+
+  /// Where long answers are read.
+  std::shared_ptr<BlockingThread> reader = std::make_shared<BlockingThread>("vorlane.answers");
+
+ private:
+  static constexpr std::size_t longestReadInPlace = std::size_t{256} << 10;
 };
 
 }  // namespace cloud

@@ -1,5 +1,6 @@
 #include "cloud/CloudRequest.h"
 
+#include "base/Redaction.h"
 #include "base/Text.h"
 
 #include <fmt/format.h>
@@ -12,7 +13,8 @@ namespace {
 
 /// What the slowest line that is worth waiting for carries, in bytes for each second.
 constexpr std::size_t slowestLine = 16 << 10;
-constexpr std::size_t quotedLimit = 1000;
+/// How far secrets are looked for in a text of which only the beginning is shown.
+constexpr std::size_t searchedBytes = 64 << 10;
 
 }  // namespace
 
@@ -38,12 +40,26 @@ std::string bodyText(const URLResponse& response) {
   return isValidUTF8(response.body) ? response.body : std::string();
 }
 
+std::string_view firstCharacters(std::string_view text, std::size_t count) {
+  std::size_t end = 0;
+  for (; count > 0 && end < text.size(); --count) {
+    end += std::max<std::size_t>(utf8SequenceLength(text.substr(end)), 1);
+  }
+  return text.substr(0, end);
+}
+
+std::string excerpt(std::string_view text) {
+  const auto clean = redacted(std::string(text.substr(0, searchedBytes)));
+  return std::string(firstCharacters(clean, quotedCharacters));
+}
+
 std::string quoted(std::string_view text) {
-  const auto shown = text.substr(0, quotedLimit);
+  const auto clean = redacted(std::string(text.substr(0, searchedBytes)));
+  const auto shown = firstCharacters(clean, quotedCharacters);
   std::string result = "\"";
   for (std::size_t at = 0; at < shown.size();) {
     const auto length = utf8SequenceLength(shown.substr(at));
-    if (length == 0) break;  // a character that the cut went through
+    if (length == 0) break;  // no text goes on here
     const auto byte = static_cast<unsigned char>(shown[at]);
     if (byte == '"' || byte == '\\') {
       result += {'\\', shown[at]};
@@ -56,7 +72,7 @@ std::string quoted(std::string_view text) {
     }
     at += length;
   }
-  if (shown.size() < text.size()) result += "…";
+  if (shown.size() < clean.size()) result += "…";
   return result + "\"";
 }
 

@@ -4,6 +4,7 @@
 #include "base/JSON.h"
 #include "platform/URLSession.h"
 
+#include <cstddef>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -45,8 +46,18 @@ class AnswerFailure : public Failure {
 /// The body as text, empty when it is not valid UTF-8.
 std::string bodyText(const URLResponse& response);
 
-/// `text` between double quotes on one line, control characters, quotes and backslashes escaped,
-/// and cut after 1,000 bytes: a cloud's words as they may stand in a log.
+/// How much of a cloud's words is quoted, in characters.
+inline constexpr std::size_t quotedCharacters = 200;
+
+/// The beginning of a text, cut after `count` characters; an invalid byte counts as one.
+std::string_view firstCharacters(std::string_view text, std::size_t count);
+
+/// What may be shown of a cloud's words, which are valid UTF-8: their first characters, without
+/// the secrets of this process.
+std::string excerpt(std::string_view text);
+
+/// The same on one line between double quotes, with control characters, quotes and backslashes
+/// escaped: as it may stand in a log.
 std::string quoted(std::string_view text);
 
 }  // namespace cloud

@@ -6,6 +6,7 @@
 #include <chrono>
 #include <cstddef>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -49,6 +50,9 @@ struct URLResponse {
   /// In the order received, of the final answer; names as sent.
   std::vector<std::pair<std::string, std::string>> headers;
   std::string body;
+  /// The body's part of what a session lets all answers take together, which is given back when
+  /// the last copy goes; null where nobody counts. Keep it with a body that is moved on.
+  std::shared_ptr<const void> memory;
 
   /// The first header of that name, whatever its letter case.
   std::optional<std::string> header(std::string_view name) const;
@@ -59,8 +63,9 @@ struct URLResponse {
 using NetworkRunner = std::function<Task<URLResponse>(URLRequest)>;
 
 /// HTTP and HTTPS for the whole process. No cookies are kept or sent, nothing is
-/// cached, any number of requests run at once. Callable from any thread and any
-/// executor; it has to outlive the requests.
+/// cached, any number of requests run at once. Bodies that arrive or are still held take
+/// 128 MiB at most together: beyond that the longest of those that arrive fails. Callable from any thread and
+/// any executor; it has to outlive the requests.
 class URLSession {
  public:
   virtual ~URLSession() = default;

@@ -9,6 +9,7 @@
 #include "sync/SyncJournal.h"
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -37,6 +38,9 @@ struct AgentContext {
   /// Held by whoever pushes a sheet or reads the cloud's list of them.
   const std::shared_ptr<AsyncMutex> sheetExchange;
 
+  /// Whether there is a way to the network, by the one monitor, which the push triggers own. True
+  /// until they have started. Callable from any thread once the services have started.
+  std::function<bool()> isOnline = [] { return true; };
   /// Null until it is opened, and when it cannot be; then `storeFailure` says why. On the
   /// main executor.
   std::shared_ptr<AgentStore> store;

@@ -47,20 +47,27 @@ class PassReport {
 
 LedgerlyPusher::LedgerlyPusher(LedgerlyQueries queries, LedgerlyPushClient client, Log log,
                                std::shared_ptr<SyncJournal> journal, std::shared_ptr<AsyncMutex> exchange,
-                               Sleeper sleep)
+                               Sleeper sleep, std::function<bool()> isOnline)
     : queries_(std::move(queries)),
       client_(std::move(client)),
       log_(std::move(log)),
       journal_(std::move(journal)),
       exchange_(std::move(exchange)),
-      sleep_(std::move(sleep)) {}
+      sleep_(std::move(sleep)),
+      isOnline_(std::move(isOnline)) {}
 
 Task<> LedgerlyPusher::runForever(std::chrono::seconds interval) {
   log_(fmt::format("LedgerlyPusher: push loop started (every {}s)", interval.count()));
+  bool wasOnline = true;
   for (;;) {
+    const bool online = isOnline_();
+    if (std::exchange(wasOnline, online) != online) {
+      log_(online ? "LedgerlyPusher: the network is back"
+                  : "LedgerlyPusher: there is no network, nothing is pushed");
+    }
     std::exception_ptr failure;
     try {
-      co_await runOnce();
+      if (online) co_await runOnce();
     } catch (...) {
       failure = std::current_exception();
     }
@@ -101,8 +108,8 @@ Task<LedgerlyPusher::Outcomes> LedgerlyPusher::runOnce() {
     if (!outcome) continue;
     report.note(*outcome);
     outcomes.emplace(*id, *outcome);
-    // What is left stays dirty, and waits until its owner is back.
-    if (std::holds_alternative<Failed>(*outcome) && !mark.holds()) break;
+    // What is left stays dirty, and waits until its owner, or the network, is back.
+    if (std::holds_alternative<Failed>(*outcome) && (!mark.holds() || !isOnline_())) break;
   }
   co_return outcomes;
 }

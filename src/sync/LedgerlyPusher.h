@@ -12,6 +12,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -53,13 +54,16 @@ class LedgerlyPusher {
   using Outcomes = std::map<std::string, Outcome>;
 
   /// `exchange` is held from an upload to its mark: whoever reads the cloud's list of
-  /// sheets meanwhile would meet a sheet that no row owns up to yet.
-  LedgerlyPusher(LedgerlyQueries queries, LedgerlyPushClient client, Log log,
-                 std::shared_ptr<SyncJournal> journal, std::shared_ptr<AsyncMutex> exchange,
-                 Sleeper sleep = sleepFor);
+  /// sheets meanwhile would meet a sheet that no row owns up to yet. `isOnline` says, on any
+  /// thread, whether there is a network at all.
+  LedgerlyPusher(
+      LedgerlyQueries queries, LedgerlyPushClient client, Log log, std::shared_ptr<SyncJournal> journal,
+      std::shared_ptr<AsyncMutex> exchange, Sleeper sleep = sleepFor,
+      std::function<bool()> isOnline = [] { return true; });
 
   /// The push loop: a pass at once and one after each interval. It lives through every
-  /// failure of a pass and ends when it is cancelled. One loop at a time.
+  /// failure of a pass and ends when it is cancelled. Without a network it makes none, and
+  /// says so when that begins and when it ends. One loop at a time.
   Task<> runForever(std::chrono::seconds interval);
 
   /// One pass over the sheets of whoever is signed in, the oldest edit first, one
@@ -91,6 +95,7 @@ class LedgerlyPusher {
   const std::shared_ptr<SyncJournal> journal_;
   const std::shared_ptr<AsyncMutex> exchange_;
   const Sleeper sleep_;
+  const std::function<bool()> isOnline_;
 };
 
 }  // namespace vorlane

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "auth/AccountMark.h"
+#include "base/Date.h"
 #include "base/ShellLog.h"
 #include "base/tasks/AsyncMutex.h"
 #include "base/tasks/Timing.h"
@@ -8,6 +9,7 @@
 #include "store/LedgerlyQueries.h"
 #include "store/RecentsQueries.h"
 #include "store/ScenewardQueries.h"
+#include "sync/RecentsListReader.h"
 #include "sync/SyncJournal.h"
 
 #include <chrono>
@@ -49,12 +51,12 @@ class RecentsSyncFetcher {
 
  private:
   struct Listing;
-  struct Entry;
+  using Entry = RecentsListReader::Entry;
   static const Listing listings[];
 
   Task<> pull(const Listing& listing, std::string userID) const;
-  Task<std::string> answer(const Listing& listing, AccountMark mark) const;
-  Task<> take(const Listing& listing, std::string userID, Entry entry) const;
+  Task<URLResponse> answer(const Listing& listing, AccountMark mark) const;
+  Task<> take(const Listing& listing, std::string userID, Entry entry, Date updatedAt) const;
 
   const Settings settings_;
 };

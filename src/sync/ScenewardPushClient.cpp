@@ -4,15 +4,10 @@
 
 #include <fmt/format.h>
 
-#include <cstddef>
 #include <utility>
 
 namespace vorlane {
 namespace {
-
-/// A profile and a receipt are a few hundred bytes. An answer is parsed as a whole, which
-/// takes some twenty times its size.
-constexpr std::size_t longestAnswer = std::size_t{1} << 20;
 
 using Kind = ScenewardPushClient::Failure::Kind;
 
@@ -38,6 +33,7 @@ void requireCurrent(const std::function<bool()>& stillCurrent) {
 
 /// Unknown means no: only a plain "true", said to this very account, lets it write.
 bool mayWrite(std::string_view profile, const std::string& owner) {
+  cloud::requireFewValues(profile, cloud::Answer::receipt);
   const auto value = parseJSON(profile);
   const auto* map = value.if_object();
   if (map == nullptr || json::string(*map, "subject") != owner) return false;
@@ -54,10 +50,9 @@ ScenewardPushClient::Failure::Failure(Kind kind) : vorlane::Failure(describeKind
 
 URLRequest ScenewardPushClient::requestFor(std::string method, std::string_view path,
                                            const std::string& token) const {
-  auto request = api.request(std::move(method), path);
+  auto request = api.request(std::move(method), path, cloud::Answer::receipt);
   cloud::setBearer(request, token);
   request.headers.emplace_back(sourceHeader, sourceValue);
-  request.maximumBody = longestAnswer;
   identify(request);
   return request;
 }
@@ -77,6 +72,7 @@ Task<std::string> ScenewardPushClient::publish(Request request, std::function<bo
   auto answer = co_await api.send(std::move(save));
   requireSuccess(answer);
   requireCurrent(stillCurrent);
+  cloud::requireFewValues(answer.body, cloud::Answer::receipt);
   request.validateReceipt(answer.body);
   co_return std::move(answer.body);
 }

@@ -1,5 +1,7 @@
 #include "sync/SyncJournal.h"
 
+#include "base/Redaction.h"
+
 #include <string_view>
 
 namespace vorlane {
@@ -22,7 +24,7 @@ void SyncJournal::succeeded(Service service, const std::string& ownerID) {
 void SyncJournal::failed(Service service, const std::string& ownerID, std::string error) {
   const auto at = clock_();
   const std::scoped_lock hold(lock_);
-  entries_[{ownerID, service}].error.emplace(at, std::move(error));
+  entries_[{ownerID, service}].error.emplace(at, redacted(std::move(error)));
 }
 
 JSONMap SyncJournal::report(const std::string& ownerID) const {

@@ -22,7 +22,7 @@ class SyncJournal {
 
   /// The cloud took, or gave, what it was asked to. Ends the error that stood.
   void succeeded(Service service, const std::string& ownerID);
-  /// `error` is for people; it names no secret.
+  /// `error` is for people; the secrets of this process are struck out of it.
   void failed(Service service, const std::string& ownerID, std::string error);
 
   /// For each service "lastSuccess" (ISO 8601, or null) and "lastError" (null, or an object of

@@ -195,6 +195,28 @@ TEST_F(URLSessionTest, FiveHundredRequestsToOneHostRunAtOnce) {
   for (auto& answer : answers) EXPECT_EQ(answer.get().body, "late");
 }
 
+TEST_F(URLSessionTest, LongAnswersTogetherStayWithinOneBoundWhichTheLongestPaysAndNeverAShortOne) {
+  constexpr std::size_t length = 50 << 20;
+  const Server server([](std::string_view request) {
+    return Server::answer(200, std::string(request.starts_with("GET /short") ? 9 : length, 'x'));
+  });
+  std::vector<std::future<URLResponse>> answers;
+  std::vector<URLResponse> held;
+  for (int i = 0; i < 3; ++i) answers.push_back(begin({.url = server.url(), .maximumBody = length}));
+  for (auto& answer : answers) {
+    try {
+      held.push_back(answer.get());
+    } catch (const TransportFailure& failure) {
+      EXPECT_THAT(failure.description(), HasSubstr("the answers under way are too long together"));
+    }
+  }
+  EXPECT_EQ(held.size(), 2U);
+  EXPECT_EQ(send({.url = server.url("/short")}).body.size(), 9U);
+  EXPECT_NE(failureOf({.url = server.url()}).code(), 0) << "as long as they are held";
+  held.clear();
+  EXPECT_EQ(send({.url = server.url(), .maximumBody = length}).body.size(), length);
+}
+
 TEST_F(URLSessionTest, CancellingOrTheEndOfTheSessionCutsTheTransfer) {
   const Server server([](auto) { return Server::neverAnswer(); });
   const auto sendWithin = [&](std::chrono::milliseconds limit, const Server& to) {

@@ -10,6 +10,7 @@
 #include "tests/store/StoreFixture.h"
 #include "tests/support/CheckpointPayload.h"
 #include "tests/support/LogRecorder.h"
+#include "tests/support/RawClient.h"
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>
@@ -33,14 +34,13 @@ using Texts = std::vector<std::string>;
 inline constexpr char ana[] = "auth0|ana", bo[] = "auth0|bo";
 inline constexpr char sheetsPath[] = "/api/user/sheets", projectsPath[] = "/api/v1/projects";
 
-/// What goes wrong with a request, and a part of what a person is then told.
+/// What goes wrong with a request, by a name or a status, and a part of what a person is then told.
 struct Trouble {
+  std::string kind;
   Fault fault;
   std::string error;
 
-  bool isLate() const { return fault.delay.count() > 0; }
-  /// The cloud does what it is asked to, and only its answer is lost.
-  bool hasEffect() const { return isLate() || fault.cut == FaultCut::after || fault.cut == FaultCut::body; }
+  bool isLate() const { return kind == "late"; }
 };
 
 /// A kind of request: its method, what its path begins with, and answers of a good status that are no
@@ -52,18 +52,21 @@ inline std::vector<Trouble> troubles(const std::vector<Asked>& requests) {
   std::vector<Trouble> all;
   for (const auto& [method, path, answers] : requests) {
     // A client sends a request anew when a connection that it has used before breaks without a byte.
-    std::vector<Trouble> some{{{.times = 2, .cut = FaultCut::before}, ""},
-                              {{.times = 2, .cut = FaultCut::after}, ""},
-                              {{.cut = FaultCut::body}, ""},
-                              {{.delay = std::chrono::milliseconds(900)}, ""},
-                              {{.garbage = true}, ""}};
+    std::vector<Trouble> some{{"cut before", {.times = 2, .cut = FaultCut::before}, ""},
+                              {"cut after", {.times = 2, .cut = FaultCut::after}, ""},
+                              {"cut body", {.cut = FaultCut::body}, ""},
+                              {"late", {.delay = std::chrono::milliseconds(900)}, ""},
+                              {"garbage", {.garbage = true}, ""}};
     const devcloud::Headers elsewhere{{"Location", "/elsewhere"}};
     for (const int status : {302, 400, 401, 403, 404, 409, 410, 413, 422, 429, 500, 503})
-      some.push_back({{.status = status, .headers = elsewhere, .body = "oh\nno"}, std::to_string(status)});
-    for (const auto& [body, error] : answers) some.push_back({{.body = body}, error});
-    for (auto& [fault, error] : some) {
-      std::tie(fault.method, fault.path, fault.prefix) = std::tuple(method, path, true);
-      all.emplace_back(fault, error);
+      some.push_back({std::to_string(status),
+                      {.status = status, .headers = elsewhere, .body = "oh\nno"},
+                      std::to_string(status)});
+    for (const auto& [body, error] : answers) some.push_back({"answer", {.body = body}, error});
+    for (auto& trouble : some) {
+      std::tie(trouble.fault.method, trouble.fault.path, trouble.fault.prefix) =
+          std::tuple(method, path, true);
+      all.push_back(trouble);
     }
   }
   return all;

@@ -82,6 +82,32 @@ TEST_F(LedgerlyPusherTest, LosesNothingWhenTheDatabaseFails) {
   EXPECT_THAT(pushSheets(), ElementsAre("gone: deleted", "new: created 1001"));
 }
 
+TEST_F(LedgerlyPusherTest, PushesNothingWithoutANetworkAndSaysSoOnceEachTime) {
+  addSheet("s1", 1);
+  addSheet("s2", 2);
+  // The third pass loses its network on the way.
+  int passes = 0;
+  bool online = false;
+  sleep = [&](std::chrono::milliseconds) -> Task<> {
+    online = ++passes == 2;
+    if (passes == 5) throw CancelledFailure();
+    co_return;
+  };
+  meanwhile = [&](char place) -> Task<> {
+    if (place != 'P') co_return;
+    online = false;
+    throw TransportFailure(7, "no route");
+  };
+  LedgerlyPusher pusher(sheets, {api}, log.log(), journal, exchange, sleeper, [&] { return online; });
+  run([&] { return pusher.runForever(std::chrono::seconds(60)); });
+  EXPECT_THAT(log.take(),
+              ElementsAre("LedgerlyPusher: push loop started (every 60s)",
+                          "LedgerlyPusher: there is no network, nothing is pushed",
+                          "LedgerlyPusher: the network is back", "LedgerlyPusher: 2 sheet(s) pending",
+                          "LedgerlyPusher: s1 failed — no route",
+                          "LedgerlyPusher: there is no network, nothing is pushed"));
+}
+
 TEST_F(LedgerlyPusherTest, NeverSendsASheetWithTheTokenOfAnotherAccountOrWhenItIsCancelled) {
   const auto valid = token;
   const auto fenced = HasSubstr("failed the account changed before the upload");

@@ -41,6 +41,18 @@ TEST_F(RecentsSyncFetcherTest, FoldsBothListsIntoTheRecentsAndTheTables) {
   EXPECT_THAT(rows(), HasSubstr("42|L|{}|2025-01-01 00:00:00.000|42"));
 }
 
+TEST_F(RecentsSyncFetcherTest, ReadsALongListPieceByPieceAndTellsOfItsBadDatesInOneLine) {
+  std::string list = R"({"id":"first","updatedAt":"2026-01-01T00:00:00Z"})";
+  for (int i = 0; i < 30'000; ++i)
+    list += fmt::format(R"(,{{"i\u0064":"bad {0}","name":"{0:30}","updatedAt":"yesterday"}})", i);
+  // Of a key that is repeated the last value counts.
+  const std::string answer =
+      list + R"(],"sheets":[)" + list + R"(,{"id":"last","updatedAt":"2026-01-01T00:00:00Z"})";
+  EXPECT_THAT(sync(answer), ElementsAre("RecentsSyncFetcher: ledgerly bad 0 has an unreadable updatedAt "
+                                        "\"yesterday\", and so have 29999 more"));
+  EXPECT_EQ(rows(), "first|first|{}|2026-01-01 00:00:00.000|- last|last|{}|2026-01-01 00:00:00.000|-");
+}
+
 TEST_F(RecentsSyncFetcherTest, EndsAListAtAWriteThatFailsAndWorksWithoutATableOrABase) {
   const std::string list =
       R"({"id":"a","updatedAt":"2026-01-01T00:00:00Z"},{"id":"b","updatedAt":"2026-01-01T00:00:00Z"})";

@@ -3,6 +3,7 @@
 #include "base/tasks/Runtime.h"
 #include "support/FakeSignalCenter.h"
 #include "support/LogRecorder.h"
+#include "support/RawClient.h"
 #include "support/TaskHarness.h"
 #include "sync/ScenewardPushTriggers.h"
 
@@ -173,7 +174,7 @@ TEST(ScenewardPushTriggersTest, PassesNeverOverlapAndNoneBeginsAfterAStopWhoever
   std::jthread asking([&](const std::stop_token& end) {
     while (!end.stop_requested()) triggers.trigger();
   });
-  while (begun < 100) std::this_thread::yield();
+  EXPECT_TRUE(eventually([&] { return begun >= 100; }));
   triggers.stop();
   boost::asio::co_spawn(runtime.concurrent(), triggers.join(), boost::asio::use_future).get();
   const int all = begun;

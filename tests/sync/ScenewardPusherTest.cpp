@@ -3,8 +3,6 @@
 #include "auth/AuthNotifications.h"
 #include "base/tasks/Event.h"
 
-#include <map>
-
 namespace vorlane {
 namespace {
 
@@ -61,53 +59,75 @@ TEST_F(ScenewardPusherTest, ASaveGoesUpAsItWasHandedOverAndOnceAndASecondCallerG
 
 /// The user is asked for at 1 (the pass begins), 2 (the loop), 3 to 5 (the fences after token,
 /// preflight and save), 6 (before the receipt is kept), 7 (the loop). A refresh at one of them
-/// comes after the generation was read there, so that the next place finds it.
+/// comes after the epoch was read there, so that the next place finds it.
 TEST_F(ScenewardPusherTest, TheFenceIsReadAtEachOfItsPlacesAndAReceiptThatComesTooLateIsDropped) {
-  enum Change { somebodyElse, refresh, cancelProject, erase, unreadable };
-  const std::map<char, std::string> outcomes{{'-', ""},
-                                             {'f', "1 failed"},
-                                             {'k', "1 pushed 1"},
-                                             {'x', "1 pushed 1, 2 failed"},
-                                             {'b', "1 pushed 1, 2 pushed 2"}};
-  struct {
-    const char *outcomes, *sent[7];
-  } const rows[] = {{"--fff-k", {"", "", "", "P", "P1", "P1", "P1"}},
-                    {"bfff-kx", {"P1P2", "", "P", "P1", "P1", "P1", "P1"}},
-                    {"--ffffk", {"", "", "", "P", "P1", "P1", "P1"}}};
-  for (const auto change : {somebodyElse, refresh, cancelProject, erase, unreadable}) {
-    for (int place = 1; place <= 7; ++place) {
-      SCOPED_TRACE(fmt::format("change {} at {}", static_cast<int>(change), place));
+  const std::string fails = "1 failed", first = "1 pushed 1", second = "2 pushed 2",
+                    all = first + ", " + second, secondFails = first + ", 2 failed";
+  const std::string pending = "Sceneward explicit Cloud Save remains pending",
+                    unavailable = "Sceneward Save queue unavailable";
+  const auto refresh = [&] { notifications.post(auth::changed); };
+  // At each of the seven places: what the pass comes to, what it sends and logs, what the next pass
+  // comes to, and which saves are in the cloud in the end.
+  struct Row {
+    const char* name;
+    std::function<void()> change;
+    Texts pushed, sent, logged, next, inCloud;
+  };
+  const Row rows[] = {
+      {"somebody else",
+       [&] { signIn(bo); },
+       {"", "", fails, fails, fails, "", first},
+       {"", "", "", "P", "P1", "P1", "P1"},
+       {"", "", pending, pending, pending, "", ""},
+       {all, all, all, all, all, all, second},
+       Texts(7, "11")},
+      {"refresh",
+       refresh,
+       {all, fails, fails, fails, "", first, secondFails},
+       {"P1P2", "", "P", "P1", "P1", "P1", "P1"},
+       {"", pending, pending, pending, "", "", pending},
+       {"", all, all, all, all, second, second},
+       Texts(7, "11")},
+      {"cancelled project",
+       [&] { await(queue.cancelProject(ana, project(1), {})); },
+       {"", "", fails, fails, fails, fails, first},
+       {"", "", "", "P", "P1", "P1", "P1"},
+       {"", "", pending, pending, pending, pending, ""},
+       Texts(7, ""),
+       {"00", "00", "00", "00", "10", "10", "10"}},
+      {"erased",
+       [&] { await(queue.erase(ana)); },
+       {"", "", fails, fails, fails, fails, first},
+       {"", "", "", "P", "P1", "P1", "P1"},
+       {"", "", pending, pending, pending, pending, ""},
+       Texts(7, ""),
+       {"00", "00", "00", "00", "10", "10", "10"}},
+      {"unreadable",
+       [&] { inFile("ALTER TABLE sceneward_cancelled_projects RENAME TO away"); },
+       {"", "", fails, fails, fails, fails, first},
+       {"", "", "", "P", "P1", "P1", "P1"},
+       {unavailable, unavailable, pending, pending, pending, pending, unavailable},
+       {all, all, all, all, all, all, second},
+       Texts(7, "11")},
+  };
+  for (const auto& row : rows) {
+    for (std::size_t place = 0; place < 7; ++place) {
+      SCOPED_TRACE(fmt::format("{} at {}", row.name, place + 1));
       newRound(true);
-      int calls = 0;
+      std::size_t calls = 0;
       atUser = [&] {
-        if (++calls != place) return;
-        if (change == somebodyElse) signIn(bo);
-        if (change == refresh) notifications.post(auth::changed);
-        if (change == cancelProject) await(queue.cancelProject(ana, project(1), {}));
-        if (change == erase) await(queue.erase(ana));
-        if (change == unreadable) inFile("ALTER TABLE sceneward_cancelled_projects RENAME TO away");
+        if (calls++ == place) row.change();
       };
-      const auto& row = rows[std::min<int>(change, cancelProject)];
-      const char outcome = row.outcomes[place - 1];
-      EXPECT_EQ(pushSaves(), outcomes.at(outcome));
-      EXPECT_EQ(sent(), row.sent[place - 1]);
-      EXPECT_EQ(fmt::format("{}", fmt::join(log.take(), " ")),
-                outcome == 'f' || outcome == 'x' ? "Sceneward explicit Cloud Save remains pending"
-                : change == unreadable           ? "Sceneward Save queue unavailable"
-                                                 : "");
-      if (outcome == 'f' && place < 6)
-        EXPECT_THAT(lastError("checkpoints"), HasSubstr("The account changed"));
-
+      EXPECT_EQ(pushSaves(), row.pushed[place]);
+      EXPECT_EQ(sent(), row.sent[place]);
+      EXPECT_EQ(fmt::format("{}", fmt::join(log.take(), " ")), row.logged[place]);
       // The next pass agrees with the cloud.
       atUser = nullptr;
       signIn(ana);
       inFile("ALTER TABLE away RENAME TO sceneward_cancelled_projects");
       inFile("DELETE FROM sceneward_checkpoint_deleted_owners");
-      const bool removed = change == cancelProject || change == erase,
-                 kept = outcome == 'k' || outcome == 'x';
-      EXPECT_EQ(pushSaves(), removed || outcome == 'b' ? "" : kept ? "2 pushed 2" : outcomes.at('b'));
-      EXPECT_EQ(commitsOf(1), removed && place < 5 ? 0 : 1);
-      EXPECT_EQ(commitsOf(2), removed ? 0 : 1);
+      EXPECT_EQ(pushSaves(), row.next[place]);
+      EXPECT_EQ(fmt::format("{}{}", commitsOf(1), commitsOf(2)), row.inCloud[place]);
     }
   }
   EXPECT_THAT(cloud.commits(bo), IsEmpty());

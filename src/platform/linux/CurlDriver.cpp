@@ -1,6 +1,7 @@
 #include "platform/linux/CurlDriver.h"
 
 #include <curl/curl.h>
+#include <malloc.h>
 #include <pthread.h>
 #include <boost/asio/error.hpp>
 #include <boost/system/system_error.hpp>
@@ -8,10 +9,16 @@
 #include <algorithm>
 #include <csignal>
 #include <limits>
+#include <utility>
 
 namespace vorlane {
 namespace {
 
+/// For the bodies of all answers together, in bytes.
+constexpr std::size_t memoryLimit = std::size_t{128} << 20;
+/// From the end of long answers to the return of their memory to the system: what was made of
+/// them has gone by then.
+constexpr std::chrono::seconds trimDelay{3};
 /// Idle connections kept for reuse.
 constexpr long keptConnections = 16;
 
@@ -29,13 +36,19 @@ std::exception_ptr failure(const char* description) {
 
 }  // namespace
 
-CurlDriver::CurlDriver() : multi_(makeMulti()) {}
+CurlDriver::CurlDriver() : multi_(makeMulti()), memory_(std::make_shared<AnswerMemory>(memoryLimit)) {
+  memory_->onEmptied([this] {
+    emptied_ = true;
+    curl_multi_wakeup(multi_.get());
+  });
+}
 
 void CurlDriver::FreeMulti::operator()(void* multi) const {
   curl_multi_cleanup(multi);
 }
 
 CurlDriver::~CurlDriver() {
+  memory_->onEmptied(nullptr);
   {
     const std::scoped_lock hold(lock_);
     ending_ = true;
@@ -81,9 +94,10 @@ void CurlDriver::run() {
     int active = 0;
     curl_multi_perform(multi_.get(), &active);
     collectEnded();
+    collectGivenUp();
     // Returns early for libcurl's own timers; with nothing under way only a
     // command ends it.
-    curl_multi_poll(multi_.get(), nullptr, 0, std::numeric_limits<int>::max(), nullptr);
+    curl_multi_poll(multi_.get(), nullptr, 0, patience(), nullptr);
   }
   while (!running_.empty()) {
     remove(running_.back()->handle())->fail(failure("The request was ended with the session."));
@@ -114,6 +128,8 @@ bool CurlDriver::takeCommands() {
 }
 
 void CurlDriver::begin(const std::shared_ptr<CurlTransfer>& transfer) {
+  transfer->holdIn(*memory_,
+                   [this](CurlTransfer& growing, std::size_t bytes) { return makeRoom(growing, bytes); });
   if (curl_multi_add_handle(multi_.get(), transfer->handle()) != CURLM_OK) {
     return transfer->fail(failure("The request cannot be started."));
   }
@@ -130,6 +146,45 @@ std::shared_ptr<CurlTransfer> CurlDriver::remove(void* handle) {
   auto transfer = std::move(running_.back());
   running_.pop_back();
   return transfer;
+}
+
+/// Makes a body as large as that, at the cost of longer ones. Inside libcurl, where no other
+/// transfer can be taken out.
+bool CurlDriver::makeRoom(CurlTransfer& transfer, std::size_t bytes) {
+  while (!transfer.growTo(bytes)) {
+    CurlTransfer* longest = nullptr;
+    for (const auto& other : running_) {
+      if (!other->isGivenUp() && (longest == nullptr || other->held() > longest->held()))
+        longest = other.get();
+    }
+    if (longest == nullptr || longest->held() <= transfer.held()) return false;
+    longest->giveUp();
+    anyGivenUp_ = true;
+  }
+  return true;
+}
+
+void CurlDriver::collectGivenUp() {
+  if (!std::exchange(anyGivenUp_, false)) return;
+  const auto all = running_;
+  for (const auto& transfer : all) {
+    if (transfer->isGivenUp() && remove(transfer->handle())) transfer->finish(CURLE_WRITE_ERROR);
+  }
+}
+
+/// How long there is nothing to do, in milliseconds. Memory that answers left is given back to
+/// the system before.
+int CurlDriver::patience() {
+  using Clock = std::chrono::steady_clock;
+  if (emptied_.exchange(false)) trimAt_ = Clock::now() + trimDelay;
+  if (!trimAt_) return std::numeric_limits<int>::max();
+  const auto left = *trimAt_ - Clock::now();
+  if (left > Clock::duration::zero()) {
+    return static_cast<int>(std::chrono::ceil<std::chrono::milliseconds>(left).count());
+  }
+  trimAt_.reset();
+  ::malloc_trim(0);
+  return std::numeric_limits<int>::max();
 }
 
 void CurlDriver::collectEnded() {

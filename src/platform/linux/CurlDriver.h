@@ -2,8 +2,12 @@
 
 #include "platform/linux/CurlTransfer.h"
 
+#include <atomic>
+#include <chrono>
+#include <cstddef>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <thread>
 #include <vector>
 
@@ -39,11 +43,19 @@ class CurlDriver {
   void begin(const std::shared_ptr<CurlTransfer>& transfer);
   std::shared_ptr<CurlTransfer> remove(void* handle);
   void collectEnded();
+  bool makeRoom(CurlTransfer& transfer, std::size_t bytes);
+  void collectGivenUp();
+  int patience();
 
   const std::unique_ptr<void, FreeMulti> multi_;  // libcurl's
   // The driver's thread alone.
   std::vector<std::shared_ptr<CurlTransfer>> running_;
+  bool anyGivenUp_ = false;
+  /// When memory that answers took is given back to the system.
+  std::optional<std::chrono::steady_clock::time_point> trimAt_;
 
+  const std::shared_ptr<AnswerMemory> memory_;
+  std::atomic<bool> emptied_ = false;  // set by whoever gives back the last of the memory
   std::mutex lock_;
   std::vector<Command> commands_;
   bool ending_ = false;

@@ -13,6 +13,7 @@ namespace {
 
 constexpr long maximumRedirects = 16;
 constexpr std::size_t maximumHeaderBytes = std::size_t{1} << 20;
+constexpr std::size_t smallestBody = 4096;
 constexpr char protocols[] = "http,https";
 
 /// The characters of a method and of a header's name.
@@ -191,9 +192,37 @@ bool CurlTransfer::takeHeader(std::string_view line) {
   return true;
 }
 
+void CurlTransfer::holdIn(AnswerMemory& memory, MakeRoom makeRoom) {
+  memory_ = memory.share();
+  makeRoom_ = std::move(makeRoom);
+}
+
+void CurlTransfer::giveUp() {
+  givenUp_ = true;
+  ownFailure_ = "the answers under way are too long together";
+  response_.body = {};
+  memory_.reset();
+}
+
+/// Makes the body's memory as large as that. What a string would take by itself nobody counts.
+bool CurlTransfer::reserve(std::size_t bytes) {
+  const auto capacity = response_.body.capacity();
+  if (bytes <= capacity) return true;
+  const auto wanted =
+      std::min(std::max({bytes, capacity + capacity / 2, smallestBody}), request_.maximumBody);
+  if (!makeRoom_(*this, wanted)) return false;
+  response_.body.reserve(wanted);
+  return true;
+}
+
 bool CurlTransfer::takeBody(std::string_view bytes) {
+  if (givenUp_) return false;
   if (bytes.size() > request_.maximumBody - response_.body.size()) {
     ownFailure_ = fmt::format("its body is longer than {} bytes", request_.maximumBody);
+    return false;
+  }
+  if (!reserve(response_.body.size() + bytes.size())) {
+    giveUp();
     return false;
   }
   response_.body.append(bytes);
@@ -218,6 +247,7 @@ void CurlTransfer::finish(int result) {
   const char* url = nullptr;
   curl_easy_getinfo(easy_.get(), CURLINFO_EFFECTIVE_URL, &url);
   response_.url = url != nullptr ? url : request_.url;
+  response_.memory = std::move(memory_);
   finish(nullptr, std::move(response_));
 }
 

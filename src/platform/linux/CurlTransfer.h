@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/URLSession.h"
+#include "platform/linux/AnswerMemory.h"
 #include "platform/linux/CurlTrust.h"
 
 #include <exception>
@@ -28,6 +29,17 @@ class CurlTransfer {
   void* handle() const { return easy_.get(); }
 
   void onFinish(Finish finish) { finish_ = std::move(finish); }
+  /// Where the body's memory is counted, and who makes room in it for a body of so many bytes;
+  /// before the transfer starts.
+  using MakeRoom = std::function<bool(CurlTransfer& transfer, std::size_t bytes)>;
+  void holdIn(AnswerMemory& memory, MakeRoom makeRoom);
+  /// What the body takes so far, in bytes.
+  std::size_t held() const { return memory_->bytes(); }
+  bool growTo(std::size_t bytes) { return memory_->growTo(bytes); }
+  /// Gives up the answer, since all that are under way are too long together. The transfer has
+  /// then to be finished.
+  void giveUp();
+  bool isGivenUp() const { return givenUp_; }
   /// Tells the end, once; later calls do nothing. `result` is a CURLcode.
   void finish(int result);
   void fail(std::exception_ptr failure);
@@ -47,6 +59,7 @@ class CurlTransfer {
   TransportFailure failureOf(int code) const;
   bool takeHeader(std::string_view line);
   bool takeBody(std::string_view bytes);
+  bool reserve(std::size_t bytes);
 
   static std::size_t headerArrived(char* bytes, std::size_t size, std::size_t count, void* self);
   static std::size_t bodyWanted(char* bytes, std::size_t size, std::size_t count, void* self);
@@ -58,6 +71,9 @@ class CurlTransfer {
   URLResponse response_;
   std::size_t headerBytes_ = 0;
   std::string ownFailure_;  // why we cut the transfer, when it was us
+  std::unique_ptr<AnswerMemory::Share> memory_;
+  MakeRoom makeRoom_;
+  bool givenUp_ = false;
   std::unique_ptr<curl_slist, FreeList> headers_;
   std::unique_ptr<void, FreeHandle> easy_;
   Finish finish_;

@@ -1,6 +1,7 @@
 #include "shell/services/LedgerlyService.h"
 
 #include "base/ShellLog.h"
+#include "base/tasks/Timing.h"
 #include "shell/Contributions.h"
 #include "store/LedgerlyQueries.h"
 #include "sync/LedgerlyPusher.h"
@@ -38,9 +39,10 @@ void LedgerlyService::contribute(Contributions& to) {
 }
 
 void LedgerlyService::start() {
-  const auto pusher = std::make_shared<LedgerlyPusher>(
-      LedgerlyQueries(context_.store, context_.storeNotifications),
-      LedgerlyPushClient{context_.account.ledgerly}, shellLog, context_.journal, context_.sheetExchange);
+  const auto pusher =
+      std::make_shared<LedgerlyPusher>(LedgerlyQueries(context_.store, context_.storeNotifications),
+                                       LedgerlyPushClient{context_.account.ledgerly}, shellLog,
+                                       context_.journal, context_.sheetExchange, sleepFor, context_.isOnline);
   ledgerlyPushTask_.reset();  // which cancels it
   ledgerlyPushTask_ = std::make_unique<TaskGroup>();
   ledgerlyPushTask_->spawn(context_.concurrent, "sheet pushing",

@@ -1,9 +1,9 @@
 #include "shell/services/ScenewardService.h"
 
 #include "base/ShellLog.h"
-#include "platform/NetworkPathMonitor.h"
 #include "shell/Contributions.h"
 #include "store/ScenewardQueries.h"
+#include "sync/RememberedPath.h"
 #include "sync/ScenewardPusher.h"
 #include "tools/sceneward/ScenewardToolModule.h"
 
@@ -25,9 +25,11 @@ void ScenewardService::start() {
           .identify = [device = account.device](URLRequest& request) { device->apply(request); }},
       account.notifications, context_.journal, shellLog);
   if (scenewardPushTriggers_) scenewardPushTriggers_->stop();
+  auto path = std::make_unique<RememberedPath>(account.platform.makeNetworkPathMonitor());
+  context_.isOnline = path->isSatisfied();
   scenewardPushTriggers_ = std::make_unique<ScenewardPushTriggers>(
       ScenewardPushTriggers::Settings{.runOnce = [pusher] { return pusher->runOnce(); },
-                                      .monitor = account.platform.makeNetworkPathMonitor(),
+                                      .monitor = std::move(path),
                                       .notifications = account.notifications,
                                       .signals = account.platform.signals,
                                       .executor = context_.concurrent,

@@ -6,12 +6,6 @@
 #include <utility>
 
 namespace vorlane {
-namespace {
-
-/// Of an error's text, which may be the cloud's own, in characters.
-constexpr std::size_t loggedLimit = 1000;
-
-}  // namespace
 
 using enum LedgerlyWebClient::WithoutToken;
 
@@ -28,8 +22,7 @@ Task<> LedgerlyAIListClient::record(std::string ownerID, JSONMap list) const {
     co_await web.post("/api/agent/ai-lists/record", std::move(list), std::move(ownerID), refused);
   } catch (...) {
     const auto error = describe(std::current_exception());
-    log("ledgerly: adding the list to the Archive failed: " +
-        std::string(firstCharacters(error, loggedLimit)));
+    log("ledgerly: adding the list to the Archive failed: " + cloud::excerpt(error));
   }
 }
 

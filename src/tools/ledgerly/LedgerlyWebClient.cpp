@@ -2,21 +2,20 @@
 
 #include "auth/AccountMark.h"
 #include "base/JSONArguments.h"
-#include "base/Text.h"
+#include "base/Redaction.h"
 #include "mcp/MCPRequestContext.h"
 
-#include <algorithm>
 #include <optional>
 #include <utility>
 
 namespace vorlane {
 namespace {
 
-constexpr std::size_t quotedCharacters = 200;
+using cloud::Answer;
 
-std::optional<JSONMap> parsedObject(std::string_view text) {
+std::optional<JSONMap> parsedObject(std::string_view text, Answer kind) {
   try {
-    return parseJSONMap(text);
+    return cloud::parseAnswer(text, kind);
   } catch (const JSONParseFailure&) {
     return std::nullopt;
   }
@@ -36,17 +35,20 @@ std::string failuresOf(const JSONMap& answer) {
 }
 
 std::string assistantText(std::string_view step, int status, std::string_view body) {
-  const auto answer = parsedObject(body);
+  // A refusal is short; of anything longer the beginning is told.
+  const bool isShort = body.size() <= cloud::longestBody(Answer::receipt);
+  const auto answer = isShort ? parsedObject(body, Answer::receipt) : std::nullopt;
   if (answer && json::string(*answer, "code") == "MCP_ACCESS_REQUIRED")
     return "MCP access is not turned on for this account.";
   if (status == 401) return "Ledgerly did not accept this sign-in. Sign in again from the Vorlane menu.";
   if (status == 429) return "Too many requests. Try again in a few minutes.";
   if (answer) {
-    if (const auto error = json::nonEmptyString(*answer, "error")) return *error + failuresOf(*answer);
+    if (const auto error = json::nonEmptyString(*answer, "error"))
+      return redacted(*error + failuresOf(*answer));
   }
   std::string text(step);
   text += " → HTTP " + std::to_string(status) + " ";
-  return text += firstCharacters(body, quotedCharacters);
+  return text += cloud::excerpt(body);
 }
 
 Task<std::optional<std::string>> tokenFor(BearerSource bearer, AccountMark mark,
@@ -69,7 +71,7 @@ LedgerlyWebClient::Failure::Failure(const std::string& step, int status, const s
 
 Task<JSONMap> LedgerlyWebClient::post(std::string path, JSONMap body, std::string ownerID,
                                       WithoutToken rule) const {
-  auto request = api.request("POST", path);
+  auto request = api.request("POST", path, Answer::document);
   cloud::setJSONBody(request, body);
   request.headers.emplace_back("Accept", "application/json");
   request.retryOnStaleConnection =
@@ -77,20 +79,17 @@ Task<JSONMap> LedgerlyWebClient::post(std::string path, JSONMap body, std::strin
   // Nothing is awaited between the token and the sending, so that its account is still the one asked for.
   cloud::setBearer(request,
                    co_await tokenFor(api.bearer, AccountMark(api.account, std::move(ownerID)), rule));
-  const auto response = co_await api.send(std::move(request));
+  auto response = co_await api.send(std::move(request));
   const auto step = "POST " + path;
-  if (!cloud::isSuccess(response)) throw Failure(step, response.status, cloud::bodyText(response));
-  auto answer = parsedObject(response.body);
-  if (!answer) throw Failure(step, response.status, "the answer was not JSON");
+  const auto status = response.status;
+  if (!cloud::isSuccess(response)) throw Failure(step, status, cloud::bodyText(response));
+  const auto length = response.body.size();
+  auto answer =
+      co_await api.read(length, [response = std::make_shared<const URLResponse>(std::move(response))] {
+        return parsedObject(response->body, Answer::document);
+      });
+  if (!answer) throw Failure(step, status, "the answer was not JSON");
   co_return std::move(*answer);
-}
-
-std::string_view firstCharacters(std::string_view text, std::size_t count) {
-  std::size_t end = 0;
-  for (; count > 0 && end < text.size(); --count) {
-    end += std::max<std::size_t>(utf8SequenceLength(text.substr(end)), 1);
-  }
-  return text.substr(0, end);
 }
 
 }  // namespace vorlane

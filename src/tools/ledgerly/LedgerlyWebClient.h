@@ -5,7 +5,6 @@
 #include "base/tasks/Task.h"
 #include "cloud/API.h"
 
-#include <cstddef>
 #include <string>
 #include <string_view>
 
@@ -35,8 +34,5 @@ struct LedgerlyWebClient {
   /// Throws Failure for an answer, TransportFailure when there is none.
   Task<JSONMap> post(std::string path, JSONMap body, std::string ownerID, WithoutToken rule) const;
 };
-
-/// The beginning of a text of valid UTF-8, cut after `count` characters.
-std::string_view firstCharacters(std::string_view text, std::size_t count);
 
 }  // namespace vorlane
