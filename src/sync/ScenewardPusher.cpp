@@ -45,7 +45,7 @@ Task<> whateverComesOf(Task<> work) {
 
 }  // namespace
 
-struct ScenewardPusher::Standing {
+struct ScenewardPusher::PassState {
   std::mutex lock;
   bool running = false;
   std::int64_t generation = 0;
@@ -75,7 +75,7 @@ class ScenewardPusher::Pass {
  public:
   Pass(ScenewardPusher& pusher, std::string owner, std::int64_t generation)
       : pusher_(pusher), owner_(std::move(owner)), generation_(generation) {}
-  ~Pass() { pusher_.standing_->end(); }
+  ~Pass() { pusher_.state_->end(); }
   Pass(const Pass&) = delete;
   Pass& operator=(const Pass&) = delete;
 
@@ -106,7 +106,7 @@ class ScenewardPusher::Pass {
   Outcomes takeOutcomes() { return std::move(outcomes_); }
 
  private:
-  bool isCurrent() const { return pusher_.standing_->current() == generation_ && pusher_.user() == owner_; }
+  bool isCurrent() const { return pusher_.state_->current() == generation_ && pusher_.user() == owner_; }
 
   bool fence(const std::string& projectID) const {
     if (!isCurrent()) return false;
@@ -180,9 +180,9 @@ ScenewardPusher::ScenewardPusher(ScenewardCheckpointQueue queue, ScenewardPushCl
       currentUserID_(std::move(currentUserID)),
       journal_(std::move(journal)),
       log_(std::move(log)),
-      standing_(std::make_shared<Standing>()),
-      observer_(notifications.observe(auth::changed, [standing = std::weak_ptr(standing_)] {
-        if (const auto alive = standing.lock()) alive->authenticationChanged();
+      state_(std::make_shared<PassState>()),
+      observer_(notifications.observe(auth::changed, [state = std::weak_ptr(state_)] {
+        if (const auto alive = state.lock()) alive->authenticationChanged();
       })) {}
 
 Task<ScenewardPusher::Outcomes> ScenewardPusher::runOnce() {
@@ -192,7 +192,7 @@ Task<ScenewardPusher::Outcomes> ScenewardPusher::runOnce() {
 Task<ScenewardPusher::Outcomes> ScenewardPusher::pass(std::shared_ptr<ScenewardPusher> self) {
   auto owner = self->user();
   if (!owner) co_return Outcomes();
-  const auto generation = self->standing_->begin();
+  const auto generation = self->state_->begin();
   if (!generation) co_return Outcomes();
   // From here on the destructor of this takes the flag back, whatever happens.
   Pass pass(*self, *std::move(owner), *generation);

@@ -58,7 +58,7 @@ class ScenewardPusher : public std::enable_shared_from_this<ScenewardPusher> {
 
  private:
   /// What observers and passes share.
-  struct Standing;
+  struct PassState;
   class Pass;
 
   static Task<Outcomes> pass(std::shared_ptr<ScenewardPusher> self);
@@ -70,7 +70,7 @@ class ScenewardPusher : public std::enable_shared_from_this<ScenewardPusher> {
   const CurrentUser currentUserID_;
   const std::shared_ptr<SyncJournal> journal_;
   const Log log_;
-  const std::shared_ptr<Standing> standing_;
+  const std::shared_ptr<PassState> state_;
   Observation observer_;
   /// For reading the queue, which hashes up to a gigabyte.
   BlockingThread reader_{"vorlane.saves"};
