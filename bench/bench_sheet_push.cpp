@@ -191,14 +191,15 @@ class Desk {
   void push(std::vector<URLRequest>* sent = nullptr) {
     LedgerlyPusher pusher(
         queries(),
-        {.base = cloud_->base,
-         .bearer = [this]() -> Task<std::optional<std::string>> { co_return cloud_->token; },
-         .send = [this, sent](URLRequest request) -> Task<URLResponse> {
-           if (sent != nullptr) sent->push_back(request);
-           co_return co_await network_->send(std::move(request));
-         }},
-        [] { return owner; }, [](std::string_view) {}, std::make_shared<SyncJournal>(),
-        std::make_shared<AsyncMutex>());
+        {{.base = cloud_->base,
+          .send = [this, sent](URLRequest request) -> Task<URLResponse> {
+            if (sent != nullptr) sent->push_back(request);
+            co_return co_await network_->send(std::move(request));
+          },
+          .bearer = [this]() -> Task<std::optional<std::string>> { co_return cloud_->token; },
+          .account = std::make_shared<const Account>(
+              Account{[] { return owner; }, [] { return std::int64_t{0}; }})}},
+        [](std::string_view) {}, std::make_shared<SyncJournal>(), std::make_shared<AsyncMutex>());
     const auto outcomes = await<LedgerlyPusher::Outcomes>([&] { return pusher.runOnce(); });
     const auto isPushed = [](const auto& outcome) { return outcome.second.index() < 2; };
     if (!std::ranges::all_of(outcomes, isPushed) || outcomes.size() != sheets) std::abort();

@@ -2,13 +2,11 @@
 
 #include "access/AccessGate.h"
 #include "access/AdminAccessRequirement.h"
+#include "auth/AccountMark.h"
 #include "base/Date.h"
 #include "base/tasks/Task.h"
-#include "cloud/CloudRequest.h"
-#include "platform/URLSession.h"
+#include "cloud/API.h"
 
-#include <cstdint>
-#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -21,14 +19,9 @@ class MCPRequestAuthorizer {
  public:
   struct Sources {
     std::shared_ptr<const AccessGate> gate;
-    CurrentUser currentUserID;
-    /// Moves with every change of account.
-    std::function<std::uint64_t()> accountGeneration;
-    BearerSource bearer;
-    NetworkRunner runner;
+    /// The API that has the admin access endpoint.
+    cloud::API api;
     Clock now = vorlane::now;
-    /// The whole address of the admin access endpoint.
-    std::string endpoint;
   };
 
   explicit MCPRequestAuthorizer(Sources sources);
@@ -39,10 +32,7 @@ class MCPRequestAuthorizer {
   Task<bool> authorize(std::optional<AdminAccessRequirement> requirement, std::string userID) const;
 
  private:
-  /// The account is still the one that the check began for.
-  bool isSameAccount(std::uint64_t generation, const std::string& userID) const;
-  Task<bool> isAllowedByBackEnd(AdminAccessRequirement requirement, std::string userID,
-                                std::uint64_t generation) const;
+  Task<bool> isAllowedByBackEnd(AdminAccessRequirement requirement, AccountMark mark) const;
 
   Sources sources_;
 };

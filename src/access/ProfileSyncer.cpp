@@ -1,5 +1,6 @@
 #include "access/ProfileSyncer.h"
 
+#include "auth/AccountMark.h"
 #include "base/Failure.h"
 #include "base/JSONArguments.h"
 #include "base/tasks/Event.h"
@@ -11,6 +12,7 @@
 #include <boost/asio/use_awaitable.hpp>
 
 #include <algorithm>
+#include <atomic>
 #include <cstdint>
 #include <exception>
 #include <mutex>
@@ -69,14 +71,12 @@ auto unlessFailed(Work work) -> Task<std::optional<typename decltype(work())::va
 
 Task<Finding> fetch(Run run, std::optional<std::string> user) {
   if (!user) co_return Finding{};
-  const auto token = (co_await unlessFailed(run->bearer)).value_or(std::nullopt);
+  const auto token = (co_await unlessFailed(run->api.bearer)).value_or(std::nullopt);
   if (!token || token->empty()) co_return Finding{};
-  URLRequest request;
-  request.url = run->endpoint;
-  request.headers = {{"Authorization", "Bearer " + *token}};
+  auto request = run->api.request("GET", run->path);
+  cloud::setBearer(request, token);
   request.timeout = std::chrono::seconds(15);
-  request.followRedirects = false;  // rights come from the endpoint or not at all
-  const auto response = co_await unlessFailed([&] { return run->runner(std::move(request)); });
+  const auto response = co_await unlessFailed([&] { return run->api.send(std::move(request)); });
   if (!response) co_return Finding{.denial = "network unavailable"};
   if (response->status < 200 || response->status > 299) co_return Finding{.denial = "response unavailable"};
   const auto access = accessIn(response->body);
@@ -85,9 +85,9 @@ Task<Finding> fetch(Run run, std::optional<std::string> user) {
 }
 
 /// The signed-in user; nobody when that cannot be told.
-std::optional<std::string> userOf(const Run& run) {
+std::optional<std::string> userOf(const ProfileSyncer::Settings& run) {
   try {
-    return run->currentUser();
+    return run.api.account->currentUser();
   } catch (const std::exception&) {
     return std::nullopt;
   }
@@ -116,8 +116,8 @@ struct ProfileSyncer::State : std::enable_shared_from_this<ProfileSyncer::State>
   std::mutex lock;
   /// What the syncer was last started with; null while it is stopped.
   Run current;
-  /// Bumped by each account change, start and stop; work that began before is stale.
-  std::int64_t revision = 0;
+  /// Moves with each account change, start and stop, under the lock; work that began before is stale.
+  std::atomic<std::int64_t> epoch = 0;
   std::shared_ptr<TaskGroup> tasks;
   Observation observation;
   std::optional<Refresh> running;
@@ -129,7 +129,7 @@ struct ProfileSyncer::State : std::enable_shared_from_this<ProfileSyncer::State>
     Run replaced;
     {
       const std::scoped_lock hold(lock);
-      ++revision;
+      ++epoch;
       replaced = std::exchange(current, std::move(next));
       cut = std::exchange(tasks, std::move(nextTasks));
       ended = std::move(observation);
@@ -142,47 +142,46 @@ struct ProfileSyncer::State : std::enable_shared_from_this<ProfileSyncer::State>
   /// On the poster's thread: when this returns the gate is closed.
   void accountChanged(const Run& run) {
     bool wasOn = false;
-    std::int64_t mine = 0;
+    std::optional<AccountMark> mark;
     std::shared_ptr<TaskGroup> group;
     {
       const std::scoped_lock hold(lock);
       if (current != run) return;
-      mine = ++revision;
+      ++epoch;
+      mark.emplace(accountOf(run), std::nullopt);
       wasOn = run->gate->isOn();
       write(*run, false, std::nullopt);
       group = tasks;
     }
     if (wasOn) askForRefresh(run);
-    group->spawn(run->executor, "mcp profile sync", [self = shared_from_this(), run, mine]() -> Task<> {
-      // Never on the poster's own stack, whose locks we do not know.
-      co_await boost::asio::post(boost::asio::use_awaitable);
-      if (self->isCurrent(run, mine)) co_await self->sync(run);
-    });
+    group->spawn(run->executor, "mcp profile sync",
+                 [self = shared_from_this(), run, mark = *mark]() -> Task<> {
+                   // Never on the poster's own stack, whose locks we do not know.
+                   co_await boost::asio::post(boost::asio::use_awaitable);
+                   if (mark.isSameEpoch()) co_await self->sync(run);
+                 });
   }
 
-  bool isCurrent(const Run& run, std::int64_t mine) {
-    const std::scoped_lock hold(lock);
-    return current == run && revision == mine;
+  /// The account as a run sees it: its epoch also ends what began in an earlier run.
+  std::shared_ptr<const Account> accountOf(const Run& run) {
+    return std::make_shared<const Account>(
+        Account{.currentUser = [run] { return userOf(*run); },
+                .epoch = [self = shared_from_this()] { return self->epoch.load(); }});
   }
 
   Task<> sync(Run run) {
-    std::int64_t mine = 0;
-    {
-      const std::scoped_lock hold(lock);
-      mine = revision;
-    }
-    const auto user = userOf(run);
-    const auto finding = co_await fetch(run, user);
+    const AccountMark mark(accountOf(run));
+    const auto finding = co_await fetch(run, mark.owner());
     // Asked before the lock is taken, since it may post. An account that changes
-    // in between bumps the revision, or finds the gate written and closes it.
-    const bool sameUser = userOf(run) == user;
+    // in between moves the epoch, or finds the gate written and closes it.
+    const bool sameUser = mark.holds();
     bool changed = false;
     {
       const std::scoped_lock hold(lock);
-      if (current != run || revision != mine || !sameUser) co_return;
+      if (!sameUser || !mark.isSameEpoch()) co_return;
       if (!finding.denial.empty()) run->log(fmt::format("mcp: profile sync denied — {}", finding.denial));
       const bool before = run->gate->isOn();
-      write(*run, finding.access, user);
+      write(*run, finding.access, mark.owner());
       // What the gate says now, which a full disk may have kept closed.
       const bool after = run->gate->isOn();
       changed = after != before;

@@ -1,11 +1,10 @@
 #pragma once
 
 #include "access/AccessGate.h"
-#include "access/MCPRequestAuthorizer.h"
 #include "base/NotificationCenter.h"
 #include "base/ShellLog.h"
 #include "base/tasks/Timing.h"
-#include "platform/URLSession.h"
+#include "cloud/API.h"
 
 #include <functional>
 #include <memory>
@@ -21,11 +20,9 @@ class ProfileSyncer {
  public:
   struct Settings {
     std::shared_ptr<AccessGate> gate;
-    /// The whole address of the profile endpoint.
-    std::string endpoint;
-    CurrentUser currentUser;
-    BearerSource bearer;
-    NetworkRunner runner;
+    /// The API that has the profile, and the path of its endpoint.
+    cloud::API api;
+    std::string path;
     Log log;
     /// Makes the server follow the gate. Never run twice at once: requests that
     /// come while it runs are joined into one more run. May stop or start the syncer.

@@ -43,7 +43,8 @@ AuthSession::AuthSession(const Executor& executor, AuthRefreshClient client, Sto
     : strand_(boost::asio::make_strand(executor)),
       client_(std::move(client)),
       storage_(std::move(storage)),
-      epoch_(std::move(epoch)),
+      account_(std::make_shared<const Account>(
+          Account{.currentUser = [this] { return currentUser(); }, .epoch = std::move(epoch)})),
       notifications_(notifications),
       clock_(std::move(clock)),
       log_(std::move(log)) {}
@@ -101,16 +102,16 @@ Task<AuthTokens> AuthSession::refresh(AuthTokens current) {
 /// between the look at the fields and their setting.
 std::shared_ptr<AuthSession::Refresh> AuthSession::startOrJoin(AuthTokens current) {
   const auto credentials = current.credentials();
-  const auto epoch = epoch_();
   if (inFlight_) {
-    if (inFlightCredentials_ == credentials && inFlightEpoch_ == epoch) return inFlight_;
+    if (inFlightCredentials_ == credentials && inFlightMark_->isSameEpoch()) return inFlight_;
     throw AuthSessionError::sessionChanged();
   }
   const auto self = shared_from_this();
+  const AccountMark mark(account_, ownerOf(current));
   inFlight_ = Refresh::start(
-      strand_, [self, current = std::move(current), epoch] { return self->runRefresh(current, epoch); });
+      strand_, [self, current = std::move(current), mark] { return self->runRefresh(current, mark); });
   inFlightCredentials_ = credentials;
-  inFlightEpoch_ = epoch;
+  inFlightMark_ = mark;
   // The first caller's part is a task too: it has to empty the fields when the
   // refresh has ended, and not before, even if that caller is cancelled.
   return Refresh::start(strand_, [self, running = inFlight_] { return self->leadRefresh(running); });
@@ -126,24 +127,25 @@ Task<AuthTokens> AuthSession::leadRefresh(std::shared_ptr<Refresh> running) {
   }
   inFlight_.reset();
   inFlightCredentials_.reset();
-  inFlightEpoch_.reset();
+  inFlightMark_.reset();
   if (failure) std::rethrow_exception(failure);
   co_return std::move(*tokens);
 }
 
-Task<AuthTokens> AuthSession::runRefresh(AuthTokens current, std::int64_t epoch) {
-  checkFence(current, epoch);
+Task<AuthTokens> AuthSession::runRefresh(AuthTokens current, AccountMark mark) {
+  checkFence(current, mark);
   auto outcome = co_await client_.refresh(current);
-  checkFence(current, epoch);
+  checkFence(current, mark);
   co_return settle(std::move(outcome));
 }
 
 /// Twice, because another process may change the account or the vault between
 /// any two steps.
-void AuthSession::checkFence(const AuthTokens& current, std::int64_t epoch) const {
+void AuthSession::checkFence(const AuthTokens& current, const AccountMark& mark) const {
   const auto record = storage_.load();
   const auto stored = record ? record->tokens.credentials() : AuthTokens::Credentials();
-  if (epoch_() != epoch || stored != current.credentials()) throw AuthSessionError::sessionChanged();
+  // The credentials tell the owner, and more.
+  if (!mark.isSameEpoch() || stored != current.credentials()) throw AuthSessionError::sessionChanged();
 }
 
 AuthTokens AuthSession::settle(AuthRefreshOutcome outcome) {

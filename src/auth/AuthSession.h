@@ -1,5 +1,6 @@
 #pragma once
 
+#include "auth/AccountMark.h"
 #include "auth/AuthRefreshClient.h"
 #include "auth/AuthTokenStore.h"
 #include "auth/JWTClaims.h"
@@ -89,8 +90,8 @@ class AuthSession : public std::enable_shared_from_this<AuthSession> {
 
   std::shared_ptr<Refresh> startOrJoin(AuthTokens current);
   Task<AuthTokens> leadRefresh(std::shared_ptr<Refresh> running);
-  Task<AuthTokens> runRefresh(AuthTokens current, std::int64_t epoch);
-  void checkFence(const AuthTokens& current, std::int64_t epoch) const;
+  Task<AuthTokens> runRefresh(AuthTokens current, AccountMark mark);
+  void checkFence(const AuthTokens& current, const AccountMark& mark) const;
   AuthTokens settle(AuthRefreshOutcome outcome);
   std::shared_ptr<const StoredTokens> usableRecord() const;
   bool isDue(const AuthTokens& tokens) const;
@@ -98,7 +99,7 @@ class AuthSession : public std::enable_shared_from_this<AuthSession> {
   const boost::asio::strand<Executor> strand_;
   const AuthRefreshClient client_;
   const Storage storage_;
-  const std::function<std::int64_t()> epoch_;
+  const std::shared_ptr<const Account> account_;
   const NotificationCenter notifications_;  // a handle on the one centre
   const Clock clock_;
   const Log log_;
@@ -106,7 +107,7 @@ class AuthSession : public std::enable_shared_from_this<AuthSession> {
   // All three set or all empty; touched on the strand alone.
   std::shared_ptr<Refresh> inFlight_;
   std::optional<AuthTokens::Credentials> inFlightCredentials_;
-  std::optional<std::int64_t> inFlightEpoch_;
+  std::optional<AccountMark> inFlightMark_;
 };
 
 }  // namespace vorlane

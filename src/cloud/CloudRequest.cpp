@@ -10,23 +10,11 @@
 namespace vorlane::cloud {
 namespace {
 
-constexpr std::chrono::seconds timeout{60};
 /// What the slowest line that is worth waiting for carries, in bytes for each second.
 constexpr std::size_t slowestLine = 16 << 10;
 constexpr std::size_t quotedLimit = 1000;
 
 }  // namespace
-
-URLRequest request(std::string method, std::string_view base, std::string_view path) {
-  while (base.ends_with('/')) base.remove_suffix(1);
-  URLRequest request;
-  request.method = std::move(method);
-  request.url = std::string(base) + std::string(path);
-  request.timeout = timeout;
-  request.idleTimeout = timeout;
-  request.followRedirects = false;
-  return request;
-}
 
 void setBearer(URLRequest& request, const std::optional<std::string>& token) {
   if (token) request.headers.emplace_back("Authorization", "Bearer " + *token);

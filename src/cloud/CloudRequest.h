@@ -2,10 +2,8 @@
 
 #include "base/Failure.h"
 #include "base/JSON.h"
-#include "base/tasks/Task.h"
 #include "platform/URLSession.h"
 
-#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -13,18 +11,8 @@
 
 namespace vorlane {
 
-/// The signed-in account's id; nothing while nobody is signed in. Callable from any thread.
-using CurrentUser = std::function<std::optional<std::string>()>;
-/// A fresh access token; nothing when there is none to be had.
-using BearerSource = std::function<Task<std::optional<std::string>>()>;
-
-/// What the requests to the suite's web APIs have in common.
+/// What the requests to the suite's web APIs, and their answers, have in common.
 namespace cloud {
-
-/// A request for `path` (which begins with a slash) on the origin `base`. It is given up when
-/// nothing has moved for a minute. It follows no redirect: what a person wrote, and who they are,
-/// goes to the API that the deployment names or nowhere, and an answer from elsewhere is no receipt.
-URLRequest request(std::string method, std::string_view base, std::string_view path);
 
 /// "Authorization" for a token; without one nothing is set.
 void setBearer(URLRequest& request, const std::optional<std::string>& token);

@@ -1,5 +1,6 @@
 #include "mcp/MCPLifecycle.h"
 
+#include "auth/AccountMark.h"
 #include "base/Failure.h"
 #include "mcp/MCPRequestContext.h"
 #include "mcp/RPCRoute.h"
@@ -12,24 +13,6 @@
 #include <utility>
 
 namespace vorlane {
-namespace {
-
-/// What the fences of one server look at, from any thread.
-struct Account {
-  std::shared_ptr<std::atomic<bool>> running;
-  std::shared_ptr<AccessGate> gate;
-  CurrentUser currentUser;
-  std::function<std::uint64_t()> generation;
-
-  bool isStill(const std::string& userID, std::uint64_t since) const {
-    if (!*running || generation() != since) return false;
-    const auto user = currentUser();
-    return user && *user == userID && gate->isEnabled(user);
-  }
-};
-
-}  // namespace
-
 MCPLifecycle::MCPLifecycle() = default;
 
 MCPLifecycle::~MCPLifecycle() {
@@ -39,7 +22,7 @@ MCPLifecycle::~MCPLifecycle() {
 void MCPLifecycle::start(const Environment& environment) {
   stop();
   clock_ = environment.clock;
-  const bool access = environment.gate->isEnabled(environment.currentUser());
+  const bool access = environment.gate->isEnabled(environment.api.account->currentUser());
   if (!access) environment.log("mcp: gate denied — rpc surface off, render service still up");
 
   registry_ = std::make_shared<ToolRegistry>();
@@ -67,11 +50,9 @@ void MCPLifecycle::stop() {
 
 std::shared_ptr<MCPServer> MCPLifecycle::makeServer(const Environment& environment) {
   running_ = std::make_shared<std::atomic<bool>>(true);
-  const auto account = std::make_shared<const Account>(
-      Account{running_, environment.gate, environment.currentUser, environment.accountGeneration});
-  const auto authorizer = std::make_shared<const MCPRequestAuthorizer>(MCPRequestAuthorizer::Sources{
-      environment.gate, environment.currentUser, environment.accountGeneration, environment.bearer,
-      environment.runner, environment.clock, environment.adminEndpoint});
+  const auto account = environment.api.account;
+  const auto authorizer = std::make_shared<const MCPRequestAuthorizer>(
+      MCPRequestAuthorizer::Sources{environment.gate, environment.api, environment.clock});
   MCPServerRights rights;
   rights.identityForRequest = [account](const JSONRPCRequest&) {
     return Identity{account->currentUser().value_or("anonymous"), std::nullopt};
@@ -79,9 +60,10 @@ std::shared_ptr<MCPServer> MCPLifecycle::makeServer(const Environment& environme
   rights.authorize = [authorizer](std::optional<AdminAccessRequirement> requirement, Identity identity) {
     return authorizer->authorize(std::move(requirement), std::move(identity.userID));
   };
-  rights.accountFence = [account](const Identity& identity) -> AccountFence {
-    return [account, userID = identity.userID, since = account->generation()] {
-      return account->isStill(userID, since);
+  rights.accountFence = [account, running = running_,
+                         gate = environment.gate](const Identity& identity) -> AccountFence {
+    return [running, gate, mark = AccountMark(account, identity.userID)] {
+      return *running && mark.holds() && gate->isEnabled(mark.owner());
     };
   };
   return std::make_shared<MCPServer>(registry_, std::move(rights), environment.clock);

@@ -30,14 +30,9 @@ class MCPLifecycle {
   struct Environment {
     std::shared_ptr<AgentBearerStore> bearerStore;
     std::shared_ptr<AccessGate> gate;
-    CurrentUser currentUser;
+    /// The Ledgerly web API, and with it the account that the server is for.
+    cloud::API api;
     Log log;
-    /// Moves with every change of account.
-    std::function<std::uint64_t()> accountGeneration;
-    BearerSource bearer;
-    NetworkRunner runner;
-    /// The whole address of the admin access endpoint.
-    std::string adminEndpoint;
     /// Puts every tool module into the registry, in its order.
     std::function<void(const std::shared_ptr<ToolRegistry>&)> registerModules;
     /// Where the assistants' socket lies; nothing where there is no container for it.

@@ -32,7 +32,9 @@ AccountServices::AccountServices(const Paths& paths, const Deployment& deploymen
   }
   vault = vaultFor(paths);
   urlSession = makeURLSession(deployment.caFile);
-  network = [session = urlSession.get()](URLRequest request) { return session->send(std::move(request)); };
+  const NetworkRunner network = [session = urlSession.get()](URLRequest request) {
+    return session->send(std::move(request));
+  };
   epoch = std::make_shared<AuthAccountEpoch>(*signals, notifications);
   tokens = std::make_shared<AuthTokenStore>(*vault, *signals, epoch, shellLog);
   session = std::make_shared<AuthSession>(
@@ -43,15 +45,15 @@ AccountServices::AccountServices(const Paths& paths, const Deployment& deploymen
   suiteDefaults = defaultsFor(paths, appGroupIdentifier);
   standardDefaults = defaultsFor(paths, standardDefaultsDomain);
   gate = std::make_shared<AccessGate>(suiteDefaults);
+  account = std::make_shared<const Account>(Account{[session = session] { return session->currentUser(); },
+                                                    [epoch = epoch] { return epoch->value(); }});
+  const auto api = [&](const std::optional<std::string>& base, std::string_view key) {
+    return cloud::API::at(
+        base, key, network, [session = session] { return session->freshAccessToken(); }, account);
+  };
+  ledgerly = api(deployment.ledgerlyBase, "ledgerlyBase");
+  sceneward = api(deployment.scenewardBase, "scenewardBase");
   device = std::make_shared<const DeviceIdentity>(vault, standardDefaults, hostName, shellLog);
-}
-
-CurrentUser AccountServices::currentUser() const {
-  return [session = session] { return session->currentUser(); };
-}
-
-BearerSource AccountServices::bearer() const {
-  return [session = session] { return session->freshAccessToken(); };
 }
 
 std::function<JSONMap()> AccountServices::profile() const {

@@ -2,7 +2,6 @@
 
 #include "access/AccessGate.h"
 #include "access/AgentBearerStore.h"
-#include "access/MCPRequestAuthorizer.h"
 #include "auth/AuthAccountEpoch.h"
 #include "auth/AuthSession.h"
 #include "auth/AuthTokenStore.h"
@@ -10,6 +9,7 @@
 #include "base/JSON.h"
 #include "base/NotificationCenter.h"
 #include "base/paths/Paths.h"
+#include "cloud/API.h"
 #include "cloud/Deployment.h"
 #include "platform/Platform.h"
 
@@ -32,7 +32,6 @@ struct AccountServices {
   std::shared_ptr<SignalCenter> signals;
   std::shared_ptr<SecretVault> vault;
   std::unique_ptr<URLSession> urlSession;
-  NetworkRunner network;
   std::shared_ptr<AuthAccountEpoch> epoch;
   std::shared_ptr<AuthTokenStore> tokens;
   std::shared_ptr<AuthSession> session;
@@ -44,8 +43,11 @@ struct AccountServices {
   /// Whom the cloud takes this computer for.
   std::shared_ptr<const DeviceIdentity> device;
 
-  CurrentUser currentUser() const;
-  BearerSource bearer() const;
+  /// Who is signed in; what marks are taken of.
+  std::shared_ptr<const Account> account;
+  /// The suite's two web APIs, with the person's own access.
+  cloud::API ledgerly, sceneward;
+
   /// Who is signed in, as an assistant is shown it: "sub", "email" and "name" of the id
   /// token, each empty where it says nothing, and whether "mcp_access" is on.
   std::function<JSONMap()> profile() const;

@@ -24,21 +24,6 @@ namespace {
 
 constexpr std::chrono::seconds sheetPushInterval{60};
 
-/// The address of an endpoint of the Ledgerly web API.
-std::string ledgerlyEndpoint(const Deployment& deployment, std::string_view path) {
-  return deployment.ledgerlyBase.value_or("") + std::string(path);
-}
-
-/// The network for requests to `base`; without one they have nowhere to go.
-NetworkRunner networkTo(const std::optional<std::string>& base, std::string_view key,
-                        const NetworkRunner& network) {
-  if (base) return network;
-  return [key](URLRequest) -> Task<URLResponse> {
-    throw TransportFailure(0, fmt::format("the deployment names no \"{}\"", key));
-    co_return URLResponse();
-  };
-}
-
 AppRecentsHolder::Settings recentsSettings(const AppDelegate::Settings& settings,
                                            const AccountServices& account, AgentPreferences& preferences,
                                            std::shared_ptr<StoreNotifications> storeNotifications,
@@ -46,11 +31,8 @@ AppRecentsHolder::Settings recentsSettings(const AppDelegate::Settings& settings
                                            std::shared_ptr<AsyncMutex> sheetExchange, Executor main,
                                            Executor concurrent) {
   return {.paths = settings.paths,
-          .ledgerlyBase = settings.deployment.ledgerlyBase,
-          .scenewardBase = settings.deployment.scenewardBase,
-          .currentUserID = account.currentUser(),
-          .bearer = account.bearer(),
-          .network = account.network,
+          .ledgerly = account.ledgerly,
+          .sceneward = account.sceneward,
           .journal = std::move(journal),
           .sheetExchange = std::move(sheetExchange),
           .preferences = [&preferences] { return preferences.snapshot(); },
@@ -69,8 +51,6 @@ AppDelegate::AppDelegate(Settings settings, Runtime& runtime, MainLoop& main)
       runtime_(runtime),
       main_(main),
       account_(settings_.paths, settings_.deployment, runtime.io(), runtime.concurrent()),
-      ledgerlyNetwork_(networkTo(settings_.deployment.ledgerlyBase, "ledgerlyBase", account_.network)),
-      scenewardNetwork_(networkTo(settings_.deployment.scenewardBase, "scenewardBase", account_.network)),
       preferences_(*account_.standardDefaults, shellLog),
       storeNotifications_(std::make_shared<StoreNotifications>(account_.signals, main.executor())),
       journal_(std::make_shared<SyncJournal>()),
@@ -108,10 +88,9 @@ void AppDelegate::startServices() {
   lifecycle_.start(lifecycleEnvironment());
 
   syncer_.stop();
-  const auto currentUser = account_.currentUser();
   // Access that was granted to whoever was signed in before must not wait for
   // the first answer of the cloud to end.
-  if (!account_.gate->isEnabled(currentUser())) {
+  if (!account_.gate->isEnabled(account_.account->currentUser())) {
     try {
       account_.gate->set(false, std::nullopt);
     } catch (const std::exception& error) {
@@ -120,10 +99,8 @@ void AppDelegate::startServices() {
   }
   syncer_.start({
       .gate = account_.gate,
-      .endpoint = ledgerlyEndpoint(settings_.deployment, settings_.deployment.profilePath),
-      .currentUser = currentUser,
-      .bearer = account_.bearer(),
-      .runner = ledgerlyNetwork_,
+      .api = account_.ledgerly,
+      .path = settings_.deployment.profilePath,
       .log = shellLog,
       .refreshAction = [this]() -> Task<> {
         co_await onExecutor(main_.executor(), [this]() -> Task<> {
@@ -141,11 +118,9 @@ void AppDelegate::startScenewardPusher() {
   const auto pusher = std::make_shared<ScenewardPusher>(
       ScenewardCheckpointQueue(store_),
       ScenewardPushClient{
-          .base = settings_.deployment.scenewardBase.value_or(""),
-          .bearer = account_.bearer(),
-          .send = scenewardNetwork_,
+          .api = account_.sceneward,
           .identify = [device = account_.device](URLRequest& request) { device->apply(request); }},
-      account_.currentUser(), account_.notifications, journal_, shellLog);
+      account_.notifications, journal_, shellLog);
   if (scenewardPushTriggers_) scenewardPushTriggers_->stop();
   scenewardPushTriggers_ = std::make_unique<ScenewardPushTriggers>(ScenewardPushTriggers::Settings{
       .runOnce = [pusher] { return pusher->runOnce(); },
@@ -158,12 +133,9 @@ void AppDelegate::startScenewardPusher() {
 }
 
 void AppDelegate::startLedgerlyPusher() {
-  const auto pusher = std::make_shared<LedgerlyPusher>(
-      LedgerlyQueries(store_, storeNotifications_),
-      LedgerlyPushClient{.base = settings_.deployment.ledgerlyBase.value_or(""),
-                         .bearer = account_.bearer(),
-                         .send = ledgerlyNetwork_},
-      account_.currentUser(), shellLog, journal_, sheetExchange_);
+  const auto pusher = std::make_shared<LedgerlyPusher>(LedgerlyQueries(store_, storeNotifications_),
+                                                       LedgerlyPushClient{account_.ledgerly}, shellLog,
+                                                       journal_, sheetExchange_);
   ledgerlyPushTask_.reset();  // which cancels it
   ledgerlyPushTask_ = std::make_unique<TaskGroup>();
   ledgerlyPushTask_->spawn(runtime_.concurrent(), "sheet pushing",
@@ -182,12 +154,8 @@ MCPLifecycle::Environment AppDelegate::lifecycleEnvironment() const {
   return {
       .bearerStore = account_.bearerStore,
       .gate = account_.gate,
-      .currentUser = account_.currentUser(),
+      .api = account_.ledgerly,
       .log = shellLog,
-      .accountGeneration = [epoch = account_.epoch] { return static_cast<std::uint64_t>(epoch->value()); },
-      .bearer = account_.bearer(),
-      .runner = ledgerlyNetwork_,
-      .adminEndpoint = ledgerlyEndpoint(settings_.deployment, "/api/ecosystem/admin-access/me"),
       .registerModules = moduleMaker(),
       .socketPath =
           settings_.paths.container ? std::optional(settings_.paths.assistantsSocket()) : std::nullopt,
@@ -199,11 +167,8 @@ MCPLifecycle::Environment AppDelegate::lifecycleEnvironment() const {
 
 /// Without the web API's address there is no client, and none of the tools that need it.
 std::optional<LedgerlyWebClient> AppDelegate::ledgerlyWebClient() const {
-  if (!settings_.deployment.ledgerlyBase) return std::nullopt;
-  return LedgerlyWebClient{.base = *settings_.deployment.ledgerlyBase,
-                           .bearer = account_.bearer(),
-                           .send = ledgerlyNetwork_,
-                           .currentUser = account_.currentUser()};
+  if (!account_.ledgerly.isNamed()) return std::nullopt;
+  return LedgerlyWebClient{account_.ledgerly};
 }
 
 std::function<void(const std::shared_ptr<ToolRegistry>&)> AppDelegate::moduleMaker() const {

@@ -68,8 +68,6 @@ class AppDelegate {
   Runtime& runtime_;
   MainLoop& main_;
   AccountServices account_;
-  /// The network for requests to either web API; they fail where the deployment names no base.
-  NetworkRunner ledgerlyNetwork_, scenewardNetwork_;
   AgentPreferences preferences_;
   std::shared_ptr<StoreNotifications> storeNotifications_;
   std::shared_ptr<SyncJournal> journal_;

@@ -37,7 +37,7 @@ AppRecentsHolder::AppRecentsHolder(Settings settings) : settings_(std::move(sett
   viewModel_ = std::make_shared<RecentsViewModel>(
       RecentsViewModel::Settings{.recents = recents,
                                  .hydrator = std::move(hydrator),
-                                 .userIDProvider = settings_.currentUserID,
+                                 .userIDProvider = settings_.ledgerly.account->currentUser,
                                  .preferences = settings_.preferences,
                                  .storeNotifications = settings_.storeNotifications,
                                  .notifications = settings_.notifications,
@@ -49,11 +49,8 @@ AppRecentsHolder::AppRecentsHolder(Settings settings) : settings_(std::move(sett
         RecentsSyncFetcher::Settings{.recents = recents,
                                      .ledgerlyStore = sheets,
                                      .scenewardStore = projects,
-                                     .currentUserID = settings_.currentUserID,
-                                     .bearer = settings_.bearer,
-                                     .runner = settings_.network,
-                                     .ledgerlyBase = settings_.ledgerlyBase,
-                                     .scenewardBase = settings_.scenewardBase,
+                                     .ledgerly = settings_.ledgerly,
+                                     .sceneward = settings_.sceneward,
                                      .log = settings_.log,
                                      .journal = settings_.journal,
                                      .exchange = settings_.sheetExchange});

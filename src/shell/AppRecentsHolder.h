@@ -4,8 +4,7 @@
 #include "base/ShellLog.h"
 #include "base/paths/Paths.h"
 #include "base/tasks/TaskGroup.h"
-#include "cloud/CloudRequest.h"
-#include "platform/URLSession.h"
+#include "cloud/API.h"
 #include "preferences/AgentPreferences.h"
 #include "shell/RecentsViewModel.h"
 #include "store/LedgerlyQueries.h"
@@ -30,11 +29,8 @@ class AppRecentsHolder {
  public:
   struct Settings {
     Paths paths;
-    std::optional<std::string> ledgerlyBase;
-    std::optional<std::string> scenewardBase;
-    CurrentUser currentUserID;
-    BearerSource bearer;
-    NetworkRunner network;
+    cloud::API ledgerly;
+    cloud::API sceneward;
     std::shared_ptr<SyncJournal> journal;
     /// See RecentsSyncFetcher.
     std::shared_ptr<AsyncMutex> sheetExchange;

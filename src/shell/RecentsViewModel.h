@@ -4,7 +4,7 @@
 #include "base/ShellLog.h"
 #include "base/tasks/Event.h"
 #include "base/tasks/Task.h"
-#include "cloud/CloudRequest.h"
+#include "cloud/Account.h"
 #include "preferences/AgentPreferences.h"
 #include "shell/recents/RecentItem.h"
 #include "store/RecentEntryRow.h"

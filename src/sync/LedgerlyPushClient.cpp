@@ -70,12 +70,12 @@ Task<> LedgerlyPushClient::update(std::int64_t remoteID, std::string body) const
 }
 
 Task<URLResponse> LedgerlyPushClient::exchange(std::string method, std::string path, std::string body) const {
-  auto request = cloud::request(method, base, path);
+  auto request = api.request(method, path);
   // A sheet that the cloud makes twice is two sheets; replacing it twice does no harm.
   request.retryOnStaleConnection = method != "POST";
-  cloud::setBearer(request, co_await bearer());
+  cloud::setBearer(request, co_await api.bearer());
   cloud::setJSONBody(request, std::move(body));
-  auto response = co_await send(std::move(request));
+  auto response = co_await api.send(std::move(request));
   if (!cloud::isSuccess(response)) {
     throw HTTPFailure(fmt::format("{} {}", method, path), response.status, cloud::bodyText(response));
   }

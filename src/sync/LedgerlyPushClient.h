@@ -3,8 +3,7 @@
 #include "base/Failure.h"
 #include "base/JSON.h"
 #include "base/tasks/Task.h"
-#include "cloud/CloudRequest.h"
-#include "platform/URLSession.h"
+#include "cloud/API.h"
 
 #include <cstdint>
 #include <string>
@@ -30,18 +29,15 @@ struct LedgerlyPushClient {
     std::int64_t remoteID_;
   };
 
-  /// The origin of the web API, without a path.
-  std::string base;
-  /// Without a token the request goes out all the same.
-  BearerSource bearer;
-  NetworkRunner send;
+  /// Without a token of its `bearer` a request goes out all the same.
+  cloud::API api;
 
   // What the two requests carry of a document in its cloud form.
   static std::string createBody(const std::string& title, JSONMap data);
   static std::string updateBody(const std::string& title, JSONMap data);
 
-  /// Makes a new sheet; its number in the cloud. Throws HTTPFailure, or what `bearer` and
-  /// `send` throw.
+  /// Makes a new sheet; its number in the cloud. Throws HTTPFailure, or what the
+  /// API throws.
   Task<std::int64_t> create(std::string body) const;
   /// Replaces the cloud's sheet. Throws also SheetGone.
   Task<> update(std::int64_t remoteID, std::string body) const;

@@ -45,12 +45,11 @@ class PassReport {
 
 }  // namespace
 
-LedgerlyPusher::LedgerlyPusher(LedgerlyQueries queries, LedgerlyPushClient client, CurrentUser currentUserID,
-                               Log log, std::shared_ptr<SyncJournal> journal,
-                               std::shared_ptr<AsyncMutex> exchange, Sleeper sleep)
+LedgerlyPusher::LedgerlyPusher(LedgerlyQueries queries, LedgerlyPushClient client, Log log,
+                               std::shared_ptr<SyncJournal> journal, std::shared_ptr<AsyncMutex> exchange,
+                               Sleeper sleep)
     : queries_(std::move(queries)),
       client_(std::move(client)),
-      currentUserID_(std::move(currentUserID)),
       log_(std::move(log)),
       journal_(std::move(journal)),
       exchange_(std::move(exchange)),
@@ -73,7 +72,8 @@ Task<> LedgerlyPusher::runForever(std::chrono::seconds interval) {
 
 Task<LedgerlyPusher::Outcomes> LedgerlyPusher::runOnce() {
   Outcomes outcomes;
-  const auto owner = currentUserID_();
+  const AccountMark mark(client_.api.account);
+  const auto& owner = mark.owner();
   if (!owner) {
     log_("LedgerlyPusher: signed out — skip");
     co_return outcomes;
@@ -91,7 +91,7 @@ Task<LedgerlyPusher::Outcomes> LedgerlyPusher::runOnce() {
   log_(fmt::format("LedgerlyPusher: {} sheet(s) pending", ids.size()));
 
   const auto executor = co_await this_coro::executor;
-  const auto client = clientFor(*owner);
+  const auto client = clientFor(mark);
   PassReport report(*journal_, *owner);
   auto ahead = prepareAhead(executor, ids.front(), *owner);
   for (auto id = ids.begin(); id != ids.end(); ++id) {
@@ -102,7 +102,7 @@ Task<LedgerlyPusher::Outcomes> LedgerlyPusher::runOnce() {
     report.note(*outcome);
     outcomes.emplace(*id, *outcome);
     // What is left stays dirty, and waits until its owner is back.
-    if (std::holds_alternative<Failed>(*outcome) && currentUserID_() != owner) break;
+    if (std::holds_alternative<Failed>(*outcome) && !mark.holds()) break;
   }
   co_return outcomes;
 }
@@ -166,13 +166,13 @@ bool LedgerlyPusher::isUpToDate(const std::string& id, const std::shared_ptr<Upl
 /// of them, and by then somebody else may be signed in. Their token must not go out with
 /// it: the cloud would file the sheet under them, or say of an update that there is no
 /// such sheet, which would block it. Without any token there is nothing to mix up.
-LedgerlyPusher::Client LedgerlyPusher::clientFor(const std::string& owner) const {
+LedgerlyPusher::Client LedgerlyPusher::clientFor(const AccountMark& mark) const {
   auto client = std::make_shared<LedgerlyPushClient>(client_);
-  client->bearer = [this, owner]() -> Task<std::optional<std::string>> {
-    auto token = co_await client_.bearer();
-    const auto user = currentUserID_();
-    const bool nobodysRequest = !token && !user;
-    if (user != owner && !nobodysRequest) throw Failure("the account changed before the upload");
+  client->api.bearer = [&api = client_.api, mark]() -> Task<std::optional<std::string>> {
+    auto token = co_await api.bearer();
+    if (mark.holds()) co_return token;
+    const bool nobodysRequest = !token && !api.account->currentUser();
+    if (!nobodysRequest) throw Failure("the account changed before the upload");
     co_return token;
   };
   return client;

@@ -1,11 +1,11 @@
 #pragma once
 
+#include "auth/AccountMark.h"
 #include "base/Date.h"
 #include "base/ShellLog.h"
 #include "base/tasks/AsyncMutex.h"
 #include "base/tasks/SharedTask.h"
 #include "base/tasks/Timing.h"
-#include "cloud/CloudRequest.h"
 #include "store/LedgerlyQueries.h"
 #include "sync/LedgerlyPushClient.h"
 #include "sync/SyncJournal.h"
@@ -21,7 +21,7 @@
 
 namespace vorlane {
 
-/// Carries the edits of sheets to the cloud, behind the back of whoever makes them.
+/// Carries the edits of sheets to the cloud in the background.
 /// What is pending is read from the rows at each pass, so a failed sheet is simply met
 /// again. It has to outlive its tasks, which belong on the concurrent executor: they
 /// read the database where they stand.
@@ -54,7 +54,7 @@ class LedgerlyPusher {
 
   /// `exchange` is held from an upload to its mark: whoever reads the cloud's list of
   /// sheets meanwhile would meet a sheet that no row owns up to yet.
-  LedgerlyPusher(LedgerlyQueries queries, LedgerlyPushClient client, CurrentUser currentUserID, Log log,
+  LedgerlyPusher(LedgerlyQueries queries, LedgerlyPushClient client, Log log,
                  std::shared_ptr<SyncJournal> journal, std::shared_ptr<AsyncMutex> exchange,
                  Sleeper sleep = sleepFor);
 
@@ -76,7 +76,7 @@ class LedgerlyPusher {
                                          const std::string& owner);
   Preparation prepareAhead(const Executor& executor, const std::string& id, const std::string& owner) const;
   bool isUpToDate(const std::string& id, const std::shared_ptr<Upload>& upload) const;
-  Client clientFor(const std::string& owner) const;
+  Client clientFor(const AccountMark& mark) const;
   Task<std::optional<Outcome>> attempt(std::string id, std::string owner, Preparation ready,
                                        Client client) const;
   Task<std::optional<Outcome>> pushPending(std::string id, std::string owner, Preparation ready,
@@ -87,7 +87,6 @@ class LedgerlyPusher {
 
   const LedgerlyQueries queries_;
   const LedgerlyPushClient client_;
-  const CurrentUser currentUserID_;
   const Log log_;
   const std::shared_ptr<SyncJournal> journal_;
   const std::shared_ptr<AsyncMutex> exchange_;

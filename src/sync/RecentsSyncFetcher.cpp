@@ -46,9 +46,7 @@ struct RecentsSyncFetcher::Entry {
 /// How one service's list is asked for and read.
 struct RecentsSyncFetcher::Listing {
   std::string_view app;
-  std::optional<std::string> Settings::* base;
-  /// The deployment's name for that base.
-  std::string_view baseName;
+  cloud::API Settings::* api;
   std::string_view path;
   std::string_view key;
   /// Whether an id may be a number; it is then kept as its decimal text.
@@ -89,20 +87,8 @@ struct RecentsSyncFetcher::Listing {
 };
 
 const RecentsSyncFetcher::Listing RecentsSyncFetcher::listings[] = {
-    {ledgerlyApp,
-     &Settings::ledgerlyBase,
-     "ledgerlyBase",
-     "/api/user/sheets",
-     "sheets",
-     true,
-     {"name", "title", "listName"}},
-    {scenewardApp,
-     &Settings::scenewardBase,
-     "scenewardBase",
-     "/api/v1/projects",
-     "projects",
-     false,
-     {"name"}},
+    {ledgerlyApp, &Settings::ledgerly, "/api/user/sheets", "sheets", true, {"name", "title", "listName"}},
+    {scenewardApp, &Settings::sceneward, "/api/v1/projects", "projects", false, {"name"}},
 };
 
 RecentsSyncFetcher::RecentsSyncFetcher(Settings settings) : settings_(std::move(settings)) {}
@@ -111,7 +97,7 @@ Task<> RecentsSyncFetcher::runForever(std::chrono::seconds interval) {
   for (;;) {
     std::exception_ptr failure;
     try {
-      if (auto user = settings_.currentUserID()) {
+      if (auto user = settings_.ledgerly.account->currentUser()) {
         co_await syncOnce(std::move(*user));
       } else {
         settings_.log("RecentsSyncFetcher: signed out — skip");
@@ -151,21 +137,23 @@ Task<> RecentsSyncFetcher::syncOnce(std::string userID) {
 Task<> RecentsSyncFetcher::pull(const Listing& listing, std::string userID) const {
   std::optional<AsyncMutex::Hold> hold;
   if (listing.app == ledgerlyApp) hold.emplace(co_await settings_.exchange->lock());
-  const auto body = co_await answer(listing, userID);
+  const auto body = co_await answer(listing, AccountMark((settings_.*listing.api).account, userID));
   for (auto& entry : listing.entries(body)) co_await take(listing, userID, std::move(entry));
 }
 
-Task<std::string> RecentsSyncFetcher::answer(const Listing& listing, std::string userID) const {
-  const auto& base = settings_.*listing.base;
-  if (!base) throw TransportFailure(0, fmt::format("the deployment names no \"{}\"", listing.baseName));
-  auto request = cloud::request("GET", *base, listing.path);
-  cloud::setBearer(request, co_await settings_.bearer());
+Task<std::string> RecentsSyncFetcher::answer(const Listing& listing, AccountMark mark) const {
+  const auto requireAccount = [&mark] {
+    if (!mark.holds()) throw Failure("the account changed during the request");
+  };
+  const auto& api = settings_.*listing.api;
+  auto request = api.request("GET", listing.path);
+  cloud::setBearer(request, co_await api.bearer());
   // The answer is the list of whoever the token is of, and it is about to be filed under
   // this person: a token that was fetched across a change of account is of unknown owner.
-  requireAccount(userID);
-  auto response = co_await settings_.runner(std::move(request));
+  requireAccount();
+  auto response = co_await api.send(std::move(request));
   // And a person who has left is not written to any more.
-  requireAccount(userID);
+  requireAccount();
   if (!cloud::isSuccess(response)) {
     throw Failure(fmt::format("GET {} was answered with status {} and {}", listing.path, response.status,
                               cloud::quoted(cloud::bodyText(response))));
@@ -189,10 +177,6 @@ Task<> RecentsSyncFetcher::take(const Listing& listing, std::string userID, Entr
   } else if (listing.app == scenewardApp && settings_.scenewardStore) {
     co_await settings_.scenewardStore->mergeRemoteMetadata(entry.id, userID, std::move(title), *updatedAt);
   }
-}
-
-void RecentsSyncFetcher::requireAccount(const std::string& userID) const {
-  if (settings_.currentUserID() != userID) throw Failure("the account changed during the request");
 }
 
 }  // namespace vorlane

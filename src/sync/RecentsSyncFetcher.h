@@ -1,10 +1,10 @@
 #pragma once
 
+#include "auth/AccountMark.h"
 #include "base/ShellLog.h"
 #include "base/tasks/AsyncMutex.h"
 #include "base/tasks/Timing.h"
-#include "cloud/CloudRequest.h"
-#include "platform/URLSession.h"
+#include "cloud/API.h"
 #include "store/LedgerlyQueries.h"
 #include "store/RecentsQueries.h"
 #include "store/ScenewardQueries.h"
@@ -27,12 +27,9 @@ class RecentsSyncFetcher {
     RecentsQueries recents;
     std::optional<LedgerlyQueries> ledgerlyStore;
     std::optional<ScenewardQueries> scenewardStore;
-    CurrentUser currentUserID;
-    BearerSource bearer;
-    NetworkRunner runner;
-    /// The origins of the two web APIs; a list without one cannot be pulled.
-    std::optional<std::string> ledgerlyBase;
-    std::optional<std::string> scenewardBase;
+    /// Of one account.
+    cloud::API ledgerly;
+    cloud::API sceneward;
     Log log;
     std::shared_ptr<SyncJournal> journal;
     /// Held from the question for the list of sheets to the last of its entries, so that it
@@ -56,9 +53,8 @@ class RecentsSyncFetcher {
   static const Listing listings[];
 
   Task<> pull(const Listing& listing, std::string userID) const;
-  Task<std::string> answer(const Listing& listing, std::string userID) const;
+  Task<std::string> answer(const Listing& listing, AccountMark mark) const;
   Task<> take(const Listing& listing, std::string userID, Entry entry) const;
-  void requireAccount(const std::string& userID) const;
 
   const Settings settings_;
 };

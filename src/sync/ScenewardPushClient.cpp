@@ -54,7 +54,7 @@ ScenewardPushClient::Failure::Failure(Kind kind) : vorlane::Failure(describeKind
 
 URLRequest ScenewardPushClient::requestFor(std::string method, std::string_view path,
                                            const std::string& token) const {
-  auto request = cloud::request(std::move(method), base, path);
+  auto request = api.request(std::move(method), path);
   cloud::setBearer(request, token);
   request.headers.emplace_back(sourceHeader, sourceValue);
   request.maximumBody = longestAnswer;
@@ -63,18 +63,18 @@ URLRequest ScenewardPushClient::requestFor(std::string method, std::string_view 
 }
 
 Task<std::string> ScenewardPushClient::publish(Request request, std::function<bool()> stillCurrent) const {
-  const auto token = co_await bearer();
+  const auto token = co_await api.bearer();
   if (!token || token->empty()) throw Failure(Kind::signedOut);
   requireCurrent(stillCurrent);
 
-  const auto profile = co_await send(requestFor("GET", "/api/v1/user/me", *token));
+  const auto profile = co_await api.send(requestFor("GET", "/api/v1/user/me", *token));
   requireSuccess(profile);
   if (!mayWrite(profile.body, request.ownerID)) throw Failure(Kind::cloudWriteUnavailable);
   requireCurrent(stillCurrent);
 
   auto save = requestFor("PUT", fmt::format("/api/v1/projects/{}/checkpoints", request.projectID), *token);
   cloud::setJSONBody(save, std::move(request.payload));
-  auto answer = co_await send(std::move(save));
+  auto answer = co_await api.send(std::move(save));
   requireSuccess(answer);
   requireCurrent(stillCurrent);
   request.validateReceipt(answer.body);

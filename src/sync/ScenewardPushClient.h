@@ -2,7 +2,7 @@
 
 #include "base/Failure.h"
 #include "base/tasks/Task.h"
-#include "cloud/CloudRequest.h"
+#include "cloud/API.h"
 #include "platform/SignalCenter.h"
 #include "store/ScenewardCheckpointQueue.h"
 
@@ -24,10 +24,7 @@ struct ScenewardPushClient {
   /// The signal between processes that a save waits in the queue.
   static constexpr std::string_view pendingNotice = checkpointPendingSignal;
 
-  /// Origin of the cloud API.
-  std::string base;
-  BearerSource bearer;
-  NetworkRunner send;
+  cloud::API api;
   /// Sets the headers that tell this device from others; may wait for the vault.
   std::function<void(URLRequest&)> identify;
 

@@ -1,5 +1,6 @@
 #include "sync/ScenewardPusher.h"
 
+#include "auth/AccountMark.h"
 #include "auth/AuthNotifications.h"
 #include "base/Failure.h"
 #include "base/tasks/Event.h"
@@ -7,8 +8,8 @@
 #include <boost/asio/this_coro.hpp>
 
 #include <algorithm>
+#include <atomic>
 #include <exception>
-#include <mutex>
 #include <set>
 #include <utility>
 
@@ -35,6 +36,14 @@ std::optional<int> blockingStatus(const std::exception_ptr& failure) {
   return std::nullopt;
 }
 
+std::optional<std::string> userOf(const Account& account) {
+  try {
+    return account.currentUser();
+  } catch (const std::exception&) {
+    return std::nullopt;
+  }
+}
+
 /// Ends as `work` does, but for its failure, which is dropped.
 Task<> whateverComesOf(Task<> work) {
   try {
@@ -45,43 +54,22 @@ Task<> whateverComesOf(Task<> work) {
 
 }  // namespace
 
-struct ScenewardPusher::PassState {
-  std::mutex lock;
-  bool running = false;
-  std::int64_t generation = 0;
-
-  void authenticationChanged() {
-    const std::scoped_lock hold(lock);
-    ++generation;
-  }
-  std::int64_t current() {
-    const std::scoped_lock hold(lock);
-    return generation;
-  }
-  /// The generation to run under; nothing when a pass runs.
-  std::optional<std::int64_t> begin() {
-    const std::scoped_lock hold(lock);
-    if (std::exchange(running, true)) return std::nullopt;
-    return generation;
-  }
-  void end() {
-    const std::scoped_lock hold(lock);
-    running = false;
-  }
+struct ScenewardPusher::State {
+  std::atomic<bool> running = false;
+  std::atomic<std::int64_t> epoch = 0;
 };
 
 /// One pass for one owner; used by the one coroutine that made it.
 class ScenewardPusher::Pass {
  public:
-  Pass(ScenewardPusher& pusher, std::string owner, std::int64_t generation)
-      : pusher_(pusher), owner_(std::move(owner)), generation_(generation) {}
-  ~Pass() { pusher_.state_->end(); }
+  Pass(ScenewardPusher& pusher, AccountMark mark) : pusher_(pusher), mark_(std::move(mark)) {}
+  ~Pass() { pusher_.state_->running = false; }
   Pass(const Pass&) = delete;
   Pass& operator=(const Pass&) = delete;
 
   /// Deals with the next save; false when the pass is over.
   Task<bool> turn() {
-    if (!isCurrent()) co_return false;
+    if (!mark_.holds()) co_return false;
     auto request = co_await next();
     if (!request) co_return false;
     // The payload goes with the upload; what follows needs the ids and hashes alone.
@@ -106,12 +94,10 @@ class ScenewardPusher::Pass {
   Outcomes takeOutcomes() { return std::move(outcomes_); }
 
  private:
-  bool isCurrent() const { return pusher_.state_->current() == generation_ && pusher_.user() == owner_; }
-
   bool fence(const std::string& projectID) const {
-    if (!isCurrent()) return false;
+    if (!mark_.holds()) return false;
     try {
-      return !pusher_.queue_.isProjectCancelled(owner_, projectID);
+      return !pusher_.queue_.isProjectCancelled(owner(), projectID);
     } catch (const std::exception&) {
       return false;
     }
@@ -120,10 +106,10 @@ class ScenewardPusher::Pass {
   Task<std::optional<Request>> next() {
     std::vector<Request> waiting;
     try {
-      waiting = co_await pusher_.pending(owner_);
+      waiting = co_await pusher_.pending(owner());
     } catch (const std::exception& error) {
       if (isCancellation(error)) throw;
-      pusher_.journal_->failed(SyncJournal::Service::checkpoints, owner_, describe(error));
+      pusher_.journal_->failed(SyncJournal::Service::checkpoints, owner(), describe(error));
       pusher_.log_("Sceneward Save queue unavailable");
       co_return std::nullopt;
     }
@@ -137,18 +123,18 @@ class ScenewardPusher::Pass {
   Task<bool> push(Request request, Request operation) {
     const auto receipt = co_await pusher_.client_.publish(
         std::move(request), [this, project = operation.projectID] { return fence(project); });
-    if (!isCurrent()) co_return false;
+    if (!mark_.holds()) co_return false;
     const auto version = operation.validateReceipt(receipt);
     const auto id = operation.operationID;
     co_await pusher_.queue_.acknowledge(std::move(operation), receipt);
     outcomes_[id] = Pushed{version};
-    pusher_.journal_->succeeded(SyncJournal::Service::checkpoints, owner_);
+    pusher_.journal_->succeeded(SyncJournal::Service::checkpoints, owner());
     co_return true;
   }
 
   /// Blocks what the cloud will never take; after any other failure nothing behind it may go.
   Task<bool> settleFailure(Request operation, std::exception_ptr failure) {
-    pusher_.journal_->failed(SyncJournal::Service::checkpoints, owner_, describe(failure));
+    pusher_.journal_->failed(SyncJournal::Service::checkpoints, owner(), describe(failure));
     auto& outcome = outcomes_[operation.operationID];
     const auto status = blockingStatus(failure);
     if (!status) {
@@ -161,28 +147,31 @@ class ScenewardPusher::Pass {
     co_await boost::asio::this_coro::throw_if_cancelled(false);
     co_await whateverComesOf(pusher_.queue_.block(std::move(operation)));
     if (*status != accountGone) co_return true;
-    co_await whateverComesOf(pusher_.queue_.erase(owner_));
+    co_await whateverComesOf(pusher_.queue_.erase(owner()));
     co_return false;
   }
 
+  const std::string& owner() const { return *mark_.owner(); }
+
   ScenewardPusher& pusher_;
-  const std::string owner_;
-  const std::int64_t generation_;
+  const AccountMark mark_;
   std::set<std::string> attempted_;
   Outcomes outcomes_;
 };
 
 ScenewardPusher::ScenewardPusher(ScenewardCheckpointQueue queue, ScenewardPushClient client,
-                                 CurrentUser currentUserID, NotificationCenter& notifications,
-                                 std::shared_ptr<SyncJournal> journal, Log log)
+                                 NotificationCenter& notifications, std::shared_ptr<SyncJournal> journal,
+                                 Log log)
     : queue_(std::move(queue)),
       client_(std::move(client)),
-      currentUserID_(std::move(currentUserID)),
       journal_(std::move(journal)),
       log_(std::move(log)),
-      state_(std::make_shared<PassState>()),
+      state_(std::make_shared<State>()),
+      account_(std::make_shared<const Account>(
+          Account{.currentUser = [account = client_.api.account] { return userOf(*account); },
+                  .epoch = [state = state_] { return state->epoch.load(); }})),
       observer_(notifications.observe(auth::changed, [state = std::weak_ptr(state_)] {
-        if (const auto alive = state.lock()) alive->authenticationChanged();
+        if (const auto alive = state.lock()) ++alive->epoch;
       })) {}
 
 Task<ScenewardPusher::Outcomes> ScenewardPusher::runOnce() {
@@ -190,12 +179,10 @@ Task<ScenewardPusher::Outcomes> ScenewardPusher::runOnce() {
 }
 
 Task<ScenewardPusher::Outcomes> ScenewardPusher::pass(std::shared_ptr<ScenewardPusher> self) {
-  auto owner = self->user();
-  if (!owner) co_return Outcomes();
-  const auto generation = self->state_->begin();
-  if (!generation) co_return Outcomes();
+  auto owner = self->account_->currentUser();
+  if (!owner || self->state_->running.exchange(true)) co_return Outcomes();
   // From here on the destructor of this takes the flag back, whatever happens.
-  Pass pass(*self, *std::move(owner), *generation);
+  Pass pass(*self, AccountMark(self->account_, std::move(owner)));
   try {
     while (co_await pass.turn()) {
     }
@@ -203,14 +190,6 @@ Task<ScenewardPusher::Outcomes> ScenewardPusher::pass(std::shared_ptr<ScenewardP
     if (!isCancellation(error)) throw;
   }
   co_return pass.takeOutcomes();
-}
-
-std::optional<std::string> ScenewardPusher::user() const {
-  try {
-    return currentUserID_();
-  } catch (const std::exception&) {
-    return std::nullopt;
-  }
 }
 
 Task<std::vector<Request>> ScenewardPusher::pending(std::string owner) {

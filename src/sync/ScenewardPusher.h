@@ -4,7 +4,6 @@
 #include "base/ShellLog.h"
 #include "base/tasks/BlockingThread.h"
 #include "base/tasks/Task.h"
-#include "cloud/CloudRequest.h"
 #include "store/ScenewardCheckpointQueue.h"
 #include "sync/ScenewardPushClient.h"
 #include "sync/SyncJournal.h"
@@ -46,9 +45,9 @@ class ScenewardPusher : public std::enable_shared_from_this<ScenewardPusher> {
   /// By operation id.
   using Outcomes = std::map<std::string, Outcome>;
 
-  /// Observes auth::changed from here on. `currentUserID` is the owner read from the id token
-  /// while the session is usable; one that throws names nobody.
-  ScenewardPusher(ScenewardCheckpointQueue queue, ScenewardPushClient client, CurrentUser currentUserID,
+  /// Observes auth::changed from here on. Asking the client's account for its user may throw,
+  /// which names nobody.
+  ScenewardPusher(ScenewardCheckpointQueue queue, ScenewardPushClient client,
                   NotificationCenter& notifications, std::shared_ptr<SyncJournal> journal, Log log);
 
   /// Runs one pass; empty when nobody is signed in or a pass runs already. A pass that is
@@ -58,19 +57,20 @@ class ScenewardPusher : public std::enable_shared_from_this<ScenewardPusher> {
 
  private:
   /// What observers and passes share.
-  struct PassState;
+  struct State;
   class Pass;
 
   static Task<Outcomes> pass(std::shared_ptr<ScenewardPusher> self);
-  std::optional<std::string> user() const;
   Task<std::vector<ScenewardCheckpointRequest>> pending(std::string owner);
 
   const ScenewardCheckpointQueue queue_;
   const ScenewardPushClient client_;
-  const CurrentUser currentUserID_;
   const std::shared_ptr<SyncJournal> journal_;
   const Log log_;
-  const std::shared_ptr<PassState> state_;
+  const std::shared_ptr<State> state_;
+  /// The client's account as it is seen here: its epoch moves with any change of
+  /// authentication, a refresh of the same user's tokens too.
+  const std::shared_ptr<const Account> account_;
   Observation observer_;
   /// For reading the queue, which hashes up to a gigabyte.
   BlockingThread reader_{"vorlane.saves"};

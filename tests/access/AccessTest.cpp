@@ -66,6 +66,9 @@ TEST(SuiteAdminSnapshot, GrantsNothingThatIsUnclear) {
 struct AccountTest : ::testing::Test {
   testing::TaskHarness bench;
   std::optional<std::string> user = "ana";
+  std::int64_t epoch = 4;
+  std::shared_ptr<const Account> account =
+      std::make_shared<const Account>(Account{[this] { return user; }, [this] { return epoch; }});
   std::shared_ptr<AccessGate> gate =
       std::make_shared<AccessGate>(std::make_shared<testing::FakeUserDefaults>());
 };
@@ -79,26 +82,24 @@ class MCPRequestAuthorizerTest : public AccountTest {
   }
 
   std::string token = "t0k";
-  std::uint64_t generation = 4;
   URLResponse response;
   URLRequest asked;
   std::function<void()> duringBearer, duringRequest;
   MCPRequestAuthorizer authorizer{{
       .gate = gate,
-      .currentUserID = [this] { return user; },
-      .accountGeneration = [this] { return generation; },
-      .bearer = [this]() -> Task<std::optional<std::string>> {
-        if (duringBearer) duringBearer();
-        co_return token;
-      },
-      .runner = [this](URLRequest request) -> Task<URLResponse> {
-        asked = request;
-        EXPECT_FALSE(request.followRedirects);
-        if (duringRequest) duringRequest();
-        co_return response;
-      },
+      .api = {.base = "https://ledgerly.test",
+              .send = [this](URLRequest request) -> Task<URLResponse> {
+                asked = request;
+                EXPECT_FALSE(request.followRedirects);
+                if (duringRequest) duringRequest();
+                co_return response;
+              },
+              .bearer = [this]() -> Task<std::optional<std::string>> {
+                if (duringBearer) duringBearer();
+                co_return token;
+              },
+              .account = account},
       .now = [] { return present; },
-      .endpoint = endpoint,
   }};
 };
 
@@ -124,7 +125,7 @@ TEST_F(MCPRequestAuthorizerTest, AsksTheBackEndForEachAdminCallAndTakesTheUnknow
       [this] { response.body = "{}"; },
       [this] { response.body = snapshotText({{"role", "viewer"}}); },
       [] { throw TransportFailure(7, "refused"); },
-      [this] { ++generation; },
+      [this] { ++epoch; },
       [this] { user = "ben"; },
       [this] { gate->set(false, std::nullopt); },
   };
@@ -145,7 +146,7 @@ TEST_F(MCPRequestAuthorizerTest, AsksTheBackEndForEachAdminCallAndTakesTheUnknow
   EXPECT_THAT(asked.headers, ElementsAre(::testing::Pair("Authorization", "Bearer t0k")));
 }
 
-constexpr auto epoch = "com.vorlane.auth.owner-epoch";
+constexpr auto ownerEpoch = "com.vorlane.auth.owner-epoch";
 constexpr auto granted = R"({"success":true,"profile":{"mcpAccess":true}})";
 constexpr auto onLine = "mcp: profile sync — mcpAccess=true";
 
@@ -160,13 +161,13 @@ class ProfileSyncerTest : public AccountTest {
 
   void start() {
     syncer.start({.gate = gate,
-                  .currentUser = [this] { return user; },
-                  .bearer = []() -> Task<std::optional<std::string>> { co_return "t0k"; },
-                  .runner = [this](URLRequest request) -> Task<URLResponse> {
-                    const URLResponse response{.status = 200, .url = request.url, .body = body};
-                    if (hold) co_await hold->wait();
-                    co_return response;
-                  },
+                  .api = {.send = [this](URLRequest request) -> Task<URLResponse> {
+                            const URLResponse response{.status = 200, .url = request.url, .body = body};
+                            if (hold) co_await hold->wait();
+                            co_return response;
+                          },
+                          .bearer = []() -> Task<std::optional<std::string>> { co_return "t0k"; },
+                          .account = account},
                   .log = log.log(),
                   .refreshAction = [this]() -> Task<> {
                     log.log()("begin");
@@ -219,7 +220,7 @@ TEST_F(ProfileSyncerTest, ClosesTheGateBeforeThePostOfAnAccountChangeReturns) {
   EXPECT_THAT(log.take(), ElementsAre(onLine, "begin", "on"));
   user = "ben";
   hold = std::make_shared<Event>();
-  notifications.post(epoch);
+  notifications.post(ownerEpoch);
   EXPECT_FALSE(gate->isOn());
   EXPECT_THAT(log.take(), ElementsAre()) << "the refresh action is never on the poster's stack";
   bench.settle();
@@ -230,8 +231,8 @@ TEST_F(ProfileSyncerTest, ClosesTheGateBeforeThePostOfAnAccountChangeReturns) {
 }
 
 TEST_F(ProfileSyncerTest, DropsAStaleResultWithoutALineAndNeverRunsTwoRefreshActionsAtOnce) {
-  const std::function<void()> changes[] = {[this] { notifications.post(epoch); }, [this] { user = "ben"; },
-                                           [this] { syncer.stop(); }};
+  const std::function<void()> changes[] = {[this] { notifications.post(ownerEpoch); },
+                                           [this] { user = "ben"; }, [this] { syncer.stop(); }};
   for (const auto& change : changes) {
     user = "ana";
     hold = std::make_shared<Event>();
@@ -246,7 +247,7 @@ TEST_F(ProfileSyncerTest, DropsAStaleResultWithoutALineAndNeverRunsTwoRefreshAct
   hold = nullptr;
   holdRefresh = std::make_shared<Event>();
   start();
-  for (int i = 0; i < 3; ++i) notifications.post(epoch);
+  for (int i = 0; i < 3; ++i) notifications.post(ownerEpoch);
   bench.settle();
   EXPECT_EQ(std::ranges::count(log.lines(), "begin"), 1);
   letGo(std::exchange(holdRefresh, nullptr));

@@ -80,9 +80,9 @@ class HTTPTransportTest : public ::testing::Test {
     environment.bearerStore =
         std::make_shared<AgentBearerStore>(std::make_shared<KeychainBearerStorage>(vault));
     environment.gate = gate;
-    environment.currentUser = [] { return std::optional<std::string>("ana"); };
+    environment.api.account = std::make_shared<const Account>(
+        Account{[] { return std::optional<std::string>("ana"); }, [this] { return epoch.load(); }});
     environment.log = log.log();
-    environment.accountGeneration = [this] { return generation.load(); };
     environment.registerModules = [this](const auto& registry) { registry->registerModule(module); };
     environment.routes.add("/render", std::make_shared<TestRoute>());
     environment.port = 0;
@@ -108,7 +108,7 @@ class HTTPTransportTest : public ::testing::Test {
   std::shared_ptr<TestTools> module = std::make_shared<TestTools>();
   std::shared_ptr<AccessGate> gate =
       std::make_shared<AccessGate>(std::make_shared<testing::FakeUserDefaults>());
-  std::atomic<std::uint64_t> generation = 1;
+  std::atomic<std::int64_t> epoch = 1;
   MCPLifecycle::Environment environment;
   MCPLifecycle lifecycle;
 };
@@ -233,7 +233,7 @@ TEST_F(HTTPTransportTest, GivesNoSuccessToACallOfAStoppedServerOrAnotherAccount)
                                R"({"jsonrpc":"2.0","method":"tools/call","params":{"name":"t_wait"}})"));
     ASSERT_TRUE(eventually([&] { return begun.load(); }));
     if (restarted) lifecycle.start(environment);
-    if (!restarted) ++generation;
+    if (!restarted) ++epoch;
     finish.set();
     EXPECT_THAT(client.receiveAll(), ::testing::HasSubstr("The account changed during this request."));
   }

@@ -54,20 +54,24 @@ class RecentsViewModelTest : public StoreTest {
   bool hang = true;
   Event never;
 
-  /// As the desktop program will hand them in.
-  AppRecentsHolder::Settings settings(std::optional<std::string> container) {
-    return {.paths = {.container = std::move(container)},
-            .ledgerlyBase = "https://ledgerly.test",
-            .scenewardBase = "https://sceneward.test",
-            .currentUserID = [this] { return user; },
-            .bearer = []() -> Task<std::optional<std::string>> { co_return "t"; },
-            .network = [this](URLRequest request) -> Task<URLResponse> {
+  cloud::API apiAt(const char* base) {
+    return {.base = base,
+            .send = [this](URLRequest request) -> Task<URLResponse> {
               requests.push_back(request.url);
               if (hang) co_await never.wait();
               constexpr auto lists =
                   R"({"projects":[],"sheets":[{"id":7,"name":"Seven","updatedAt":"2026-01-01T00:00:00Z"}]})";
               co_return URLResponse{.status = 200, .body = lists};
             },
+            .bearer = []() -> Task<std::optional<std::string>> { co_return "t"; },
+            .account = std::make_shared<const Account>(
+                Account{[this] { return user; }, [] { return std::int64_t{0}; }})};
+  }
+  /// As the desktop program will hand them in.
+  AppRecentsHolder::Settings settings(std::optional<std::string> container) {
+    return {.paths = {.container = std::move(container)},
+            .ledgerly = apiAt("https://ledgerly.test"),
+            .sceneward = apiAt("https://sceneward.test"),
             .journal = std::make_shared<SyncJournal>(),
             .sheetExchange = std::make_shared<AsyncMutex>(),
             .preferences = [this] { return preferences; },

@@ -117,7 +117,7 @@ TEST_F(Sheets, LoseNothingWhateverHappensBeforeTheCloudsAnswerIsNoted) {
 // A list that is read between an upload and its mark tells of a sheet that no row owns up to,
 // or takes a title back.
 TEST_F(Sheets, TwoThousandGoUpOnceEachWhileOneIsRefusedTheCloudIsSlowAndListsAreReadInBetween) {
-  fetching.scenewardBase.reset();
+  fetching.sceneward = cloud::API::at({}, "scenewardBase", network, bearer, account);
   RecentsSyncFetcher ofSheets(fetching);
   std::atomic<int> underWay = 0;
   meanwhile = [&](char place) -> Task<> {

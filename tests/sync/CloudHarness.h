@@ -171,10 +171,13 @@ class CloudHarness : public StoreTest {
     return std::ranges::count(cloud.commits(ana), operation(n), &devcloud::Commit::operationID);
   }
 
-  const CurrentUser currentUser = [this] {
-    if (atUser) atUser();
-    return user;
-  };
+  std::atomic<std::int64_t> epoch = 0;
+  const std::shared_ptr<const Account> account =
+      std::make_shared<const Account>(Account{[this] {
+                                                if (atUser) atUser();
+                                                return user;
+                                              },
+                                              [this] { return epoch.load(); }});
   const BearerSource bearer = [this]() -> Task<Text> {
     const auto fetched = token;
     if (meanwhile) co_await meanwhile('T');
@@ -203,27 +206,20 @@ class CloudHarness : public StoreTest {
   Sleeper sleep = sleepFor;
   const Sleeper sleeper = [this](std::chrono::milliseconds interval) { return sleep(interval); };
 
-  LedgerlyPusher sheetPusher{sheets,      {.base = cloud.base(), .bearer = bearer, .send = network},
-                             currentUser, log.log(),
-                             journal,     exchange,
-                             sleeper};
+  const cloud::API api{cloud.base(), network, bearer, account};
+  LedgerlyPusher sheetPusher{sheets, {api}, log.log(), journal, exchange, sleeper};
   std::shared_ptr<ScenewardPusher> savePusher = std::make_shared<ScenewardPusher>(
       queue,
       ScenewardPushClient{
-          .base = cloud.base(),
-          .bearer = bearer,
-          .send = network,
+          .api = api,
           .identify = [](URLRequest& request) { request.headers.emplace_back("x-id", "device"); }},
-      currentUser, notifications, journal, log.log());
+      notifications, journal, log.log());
   RecentsSyncFetcher::Settings fetching{
       .recents = {store, std::make_shared<StoreNotifications>(signals, runtime.io())},
       .ledgerlyStore = sheets,
       .scenewardStore = queriesOn<ScenewardQueries>(store),
-      .currentUserID = currentUser,
-      .bearer = bearer,
-      .runner = network,
-      .ledgerlyBase = cloud.base(),
-      .scenewardBase = cloud.base(),
+      .ledgerly = api,
+      .sceneward = api,
       .log = log.log(),
       .journal = journal,
       .exchange = exchange,

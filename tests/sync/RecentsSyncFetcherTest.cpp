@@ -51,7 +51,7 @@ TEST_F(RecentsSyncFetcherTest, EndsAListAtAWriteThatFailsAndWorksWithoutATableOr
   EXPECT_EQ(recents(), "auth0|ana|ledgerly|a|2026-01-01 00:00:00.000");
   inFile("DROP TRIGGER refuse; DELETE FROM ledgerly_sheets");
   fetching.ledgerlyStore.reset();
-  fetching.scenewardBase.reset();
+  fetching.sceneward = cloud::API::at({}, "scenewardBase", network, bearer, account);
   EXPECT_THAT(
       sync(list),
       ElementsAre("RecentsSyncFetcher: sceneward pull failed the deployment names no \"scenewardBase\""));

@@ -61,10 +61,11 @@ class LedgerlyCloudTools : public DocumentHarness<LedgerlyQueries> {
   std::function<Task<>()> duringSend;
   testing::LogRecorder log;
   boost::asio::io_context archive;
-  LedgerlyWebClient web{.base = "https://ledgerly.example/",
-                        .bearer = [this] { return fetchToken(); },
-                        .send = [this](URLRequest request) { return answerTo(std::move(request)); },
-                        .currentUser = [this] { return user; }};
+  LedgerlyWebClient web{{.base = "https://ledgerly.example/",
+                         .send = [this](URLRequest request) { return answerTo(std::move(request)); },
+                         .bearer = [this] { return fetchToken(); },
+                         .account = std::make_shared<const Account>(
+                             Account{[this] { return user; }, [] { return std::int64_t{0}; }})}};
 };
 
 /// Arguments that satisfy each of the six tools.

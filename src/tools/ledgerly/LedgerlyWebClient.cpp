@@ -1,5 +1,6 @@
 #include "tools/ledgerly/LedgerlyWebClient.h"
 
+#include "auth/AccountMark.h"
 #include "base/JSONArguments.h"
 #include "base/Text.h"
 #include "mcp/MCPRequestContext.h"
@@ -48,16 +49,16 @@ std::string assistantText(std::string_view step, int status, std::string_view bo
   return text += firstCharacters(body, quotedCharacters);
 }
 
-Task<std::optional<std::string>> tokenFor(LedgerlyWebClient client, std::string ownerID,
+Task<std::optional<std::string>> tokenFor(BearerSource bearer, AccountMark mark,
                                           LedgerlyWebClient::WithoutToken rule) {
   using CallFailure = MCPRequestContext::Failure;
-  auto token = co_await client.bearer();
+  auto token = co_await bearer();
   if (!token && rule == LedgerlyWebClient::WithoutToken::refused)
     throw CallFailure(CallFailure::Case::signedOut);
   // Whoever signed in meanwhile is not who asked. What runs under no call, as filing does,
   // has no fence and is told by the account alone.
   MCPRequestContext::checkCurrentAccount();
-  if (token && client.currentUser() != ownerID) throw CallFailure(CallFailure::Case::accountChanged);
+  if (token && !mark.holds()) throw CallFailure(CallFailure::Case::accountChanged);
   co_return token;
 }
 
@@ -68,14 +69,15 @@ LedgerlyWebClient::Failure::Failure(const std::string& step, int status, const s
 
 Task<JSONMap> LedgerlyWebClient::post(std::string path, JSONMap body, std::string ownerID,
                                       WithoutToken rule) const {
-  auto request = cloud::request("POST", base, path);
+  auto request = api.request("POST", path);
   cloud::setJSONBody(request, body);
   request.headers.emplace_back("Accept", "application/json");
   request.retryOnStaleConnection =
       rule != WithoutToken::refused;  // what the service must not do twice is among these
   // Nothing is awaited between the token and the sending, so that its account is still the one asked for.
-  cloud::setBearer(request, co_await tokenFor(*this, std::move(ownerID), rule));
-  const auto response = co_await send(std::move(request));
+  cloud::setBearer(request,
+                   co_await tokenFor(api.bearer, AccountMark(api.account, std::move(ownerID)), rule));
+  const auto response = co_await api.send(std::move(request));
   const auto step = "POST " + path;
   if (!cloud::isSuccess(response)) throw Failure(step, response.status, cloud::bodyText(response));
   auto answer = parsedObject(response.body);

@@ -3,8 +3,7 @@
 #include "base/Failure.h"
 #include "base/JSON.h"
 #include "base/tasks/Task.h"
-#include "cloud/CloudRequest.h"
-#include "platform/URLSession.h"
+#include "cloud/API.h"
 
 #include <cstddef>
 #include <string>
@@ -28,12 +27,7 @@ struct LedgerlyWebClient {
     refused,  ///< it is not sent, and fails with MCPRequestContext::Failure `signedOut`
   };
 
-  /// The API's origin.
-  std::string base;
-  BearerSource bearer;
-  NetworkRunner send;
-  /// Whose the tokens of `bearer` are.
-  CurrentUser currentUser;
+  cloud::API api;
 
   /// Posts `body` for the account `ownerID` and returns the answer. Never sent with
   /// another account's token: when the account, or that of the call around it, has changed by
