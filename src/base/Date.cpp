@@ -86,8 +86,9 @@ std::optional<microseconds> readTime(Reader& in, bool secondsOptional) {
     const auto s = in.digits(2);
     if (!s || *s > 60) return std::nullopt;  // 60: a leap second
     time += seconds(*s);
-  } else if (!secondsOptional) {
-    return std::nullopt;
+  } else {
+    // Without seconds there is no fraction of one either.
+    return secondsOptional ? std::optional(time) : std::nullopt;
   }
   if (!in.take('.')) return time;
   const auto fraction = in.fraction();

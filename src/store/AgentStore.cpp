@@ -29,26 +29,26 @@ constexpr ExtraIndex extraIndices[] = {
 
 /// Adds the indices that are no migrations: they belong to this program alone, and the
 /// family's programs need not know them. Without them everything works, so that a failure
-/// ends in the log.
-void addIndices(const DatabasePool& pool) {
+/// ends in the log. Where they are there already no lock is taken.
+void addIndices(Connection& connection) {
   for (const auto& [name, sql] : extraIndices) {
     try {
-      const bool present = pool.read([name](Database& database) {
-        return database.fetchCount("SELECT COUNT(*) FROM sqlite_master WHERE name = ?", name) > 0;
-      });
-      if (!present) pool.write([sql](Database& database) { database.execute(sql); });
+      connection.run(sql);
     } catch (const std::exception& error) {
       shellLog(fmt::format("store: the index {} could not be made: {}", name, describe(error)));
     }
   }
 }
 
+void prepare(Connection& connection) {
+  storeMigrator().migrate(connection);
+  addIndices(connection);
+}
+
 }  // namespace
 
 AgentStore::AgentStore(const std::string& directory, DatabasePool::Options options)
-    : pool_(directory + "/Vorlane.sqlite", storeMigrator(), options) {
-  addIndices(pool_);
-}
+    : pool_(directory + "/Vorlane.sqlite", &prepare, options) {}
 
 std::shared_ptr<AgentStore> AgentStore::open(const Paths& paths, std::string_view appGroup) {
   const auto container = containerForAppGroup(paths, appGroup);

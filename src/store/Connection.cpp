@@ -6,6 +6,7 @@
 #include <sqlite3.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <thread>
 
 namespace vorlane {
@@ -99,7 +100,11 @@ Connection::Connection(const std::string& path, Access access, milliseconds busy
       access == Access::readOnly ? SQLITE_OPEN_READONLY : SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE;
   const int status =
       sqlite3_open_v2(path.c_str(), &database_, mode | SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_EXRESCODE, nullptr);
+  std::error_code ignored;
   try {
+    if (std::filesystem::is_directory(path, ignored)) {
+      throw DatabaseFailure(SQLITE_CANTOPEN_ISDIR, "cannot open " + path + ": it is a folder");
+    }
     if (status != SQLITE_OK) fail("cannot open " + path);
     // SQLite falls back to reading when the file may not be written.
     if (access == Access::readWrite && sqlite3_db_readonly(database_, "main") == 1) {
@@ -152,6 +157,16 @@ void Connection::enterWriteAheadLog(milliseconds patience) {
   }
 }
 
+bool Connection::isMoved() const {
+  int moved = 0;
+  sqlite3_file_control(database_, "main", SQLITE_FCNTL_HAS_MOVED, &moved);
+  return moved != 0;
+}
+
+void Connection::keepLogOnClose(bool keep) {
+  sqlite3_db_config(database_, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, keep ? 1 : 0, nullptr);
+}
+
 void Connection::deferCheckpoints() {
   const auto note = [](void* connection, sqlite3*, const char*, int pages) {
     static_cast<Connection*>(connection)->logPages_ = pages;
@@ -161,7 +176,10 @@ void Connection::deferCheckpoints() {
 }
 
 void Connection::checkpointIfDue() noexcept {
-  if (logPages_ < checkpointPages) return;
+  if (logPages_ >= checkpointPages) checkpoint();
+}
+
+void Connection::checkpoint() noexcept {
   logPages_ = 0;
   sqlite3_wal_checkpoint_v2(database_, nullptr, SQLITE_CHECKPOINT_PASSIVE, nullptr, nullptr);
 }

@@ -45,12 +45,19 @@ class Connection {
   bool inTransaction() const;
   void setBusyTimeout(std::chrono::milliseconds timeout);
 
+  /// Whether the database is no longer the file at its path.
+  bool isMoved() const;
+  /// Leaves the write-ahead log where it is when the last connection closes. Else it is moved
+  /// into the file, and whatever lies at its path is removed.
+  void keepLogOnClose(bool keep);
+
   /// Leaves it to the caller to move the write-ahead log into the file; a commit would
   /// else do that now and then before it returns, and wait for the disk.
   void deferCheckpoints();
   /// Moves it if it has grown long. What cannot be moved now, since a reader needs it or
   /// the disk refuses, is moved another time.
   void checkpointIfDue() noexcept;
+  void checkpoint() noexcept;
 
  private:
   struct Prepared {

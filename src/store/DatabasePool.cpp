@@ -2,7 +2,6 @@
 
 #include "base/tasks/BlockingThread.h"
 #include "store/DatabaseFailure.h"
-#include "store/Migrator.h"
 #include "store/ProgrammingFault.h"
 
 #include <fmt/format.h>
@@ -10,22 +9,49 @@
 
 #include <algorithm>
 #include <atomic>
-#include <future>
+#include <condition_variable>
 #include <mutex>
 #include <thread>
 #include <vector>
 
 namespace vorlane {
+namespace {
+
+/// The writes that the writer thread has not yet let go of.
+class Unfinished {
+ public:
+  void begin() {
+    const std::scoped_lock hold(lock_);
+    ++count_;
+  }
+  void end() {
+    const std::scoped_lock hold(lock_);
+    if (--count_ == 0) none_.notify_all();
+  }
+  void waitForNone() {
+    std::unique_lock hold(lock_);
+    none_.wait(hold, [this] { return count_ == 0; });
+  }
+
+ private:
+  std::mutex lock_;
+  std::condition_variable none_;
+  std::size_t count_ = 0;
+};
+
+}  // namespace
 
 using std::chrono::milliseconds;
 
-struct DatabasePool::Core {
-  std::string path;
-  Options options;
-  /// Used by the writer thread alone once the pool is made; null after a failure
-  /// that left it in an unknown state.
+struct DatabasePool::Core final : DatabaseFile::Pool {
+  const Preparation prepare;
+  const Options options;
+  const std::shared_ptr<DatabaseFile> file;
+  /// Used by the writer thread alone once the pool is made; null after a failure that left
+  /// it in an unknown state, and when the file was taken away.
   std::unique_ptr<Connection> writer;
   std::atomic<std::size_t> waiting = 0;
+  const std::shared_ptr<Unfinished> unfinished = std::make_shared<Unfinished>();
 
   std::mutex lock;
   std::vector<std::unique_ptr<Connection>> idleReaders;
@@ -33,9 +59,42 @@ struct DatabasePool::Core {
   /// Last, so that it is joined before what it uses goes.
   BlockingThread thread{"store-writer"};
 
+  Core(const std::string& path, Preparation given, Options chosen)
+      : prepare(std::move(given)), options(chosen), file(DatabaseFile::at(path)) {
+    file->add(*this);
+  }
+  ~Core() {
+    file->remove(*this);
+    if (writer && !file->isInPlace()) writer->keepLogOnClose(true);
+  }
+  Core(const Core&) = delete;
+  Core& operator=(const Core&) = delete;
+
   void openWriter() {
-    writer = std::make_unique<Connection>(path, Connection::Access::readWrite, options.busyTimeout);
+    const DatabaseFile::Use use(*file);
+    writer = file->open(Connection::Access::readWrite, options.busyTimeout, prepare);
     writer->deferCheckpoints();
+  }
+
+  std::unique_ptr<Connection> takeReader() {
+    {
+      const std::scoped_lock hold(lock);
+      if (!idleReaders.empty()) {
+        auto reader = std::move(idleReaders.back());
+        idleReaders.pop_back();
+        return reader;
+      }
+    }
+    // Nobody waits for a reader: each thread has at most the few that it nests.
+    return file->open(Connection::Access::readOnly, options.busyTimeout);
+  }
+
+  void closeConnections(bool saveLog) noexcept override {
+    if (writer && saveLog) writer->checkpoint();
+    if (writer) writer->keepLogOnClose(true);
+    writer.reset();
+    const std::scoped_lock hold(lock);
+    idleReaders.clear();
   }
 
   /// Waits for another process's lock until the write's own time is up, and looks
@@ -56,32 +115,46 @@ struct DatabasePool::Core {
     writer->setBusyTimeout(options.busyTimeout);
   }
 
-  void perform(PendingWrite& write) {
-    std::exception_ptr failure;
-    PendingWrite::Calls afterCommit;
+  PendingWrite::Calls commit(PendingWrite& write) {
+    const DatabaseFile::Use use(*file);
     try {
       begin(write);
       Database database(*writer);
       write.perform(database);
+      // Once while it can be taken back, and once more before anybody is told of it.
+      file->requireInPlace();
       writer->commit();
-      afterCommit = database.takeAfterCommit();
+      file->requireInPlace();
+      return database.takeAfterCommit();
     } catch (...) {
-      failure = std::current_exception();
       if (writer) writer->rollback();
       if (writer && writer->inTransaction()) writer.reset();
+      file->requireInPlace();  // a database without its files fails in many words
+      throw;
     }
+  }
+
+  void perform(PendingWrite& write) {
+    std::exception_ptr failure;
+    PendingWrite::Calls afterCommit;
+    try {
+      afterCommit = commit(write);
+    } catch (...) {
+      failure = std::current_exception();
+    }
+    if (DatabaseFile::isReplaced(failure)) file->closeIfReplaced(options.busyTimeout);
     write.finish(failure, std::move(afterCommit));
     // The asker has its answer; only now does the log go into the file.
+    const DatabaseFile::Use use(*file);
     if (writer) writer->checkpointIfDue();
   }
 };
 
-DatabasePool::DatabasePool(std::string path, const Migrator& migrator, Options options)
-    : core_(std::make_shared<Core>()) {
-  core_->path = std::move(path);
-  core_->options = options;
+DatabasePool::DatabasePool(std::string path, Preparation prepare, Options options)
+    : core_(std::make_shared<Core>(path, std::move(prepare), options)) {
+  // Another pool may not have noticed yet that the file is another one.
+  core_->file->closeIfReplaced(options.busyTimeout);
   core_->openWriter();
-  migrator.migrate(*core_->writer);
 }
 
 DatabasePool::~DatabasePool() {
@@ -90,47 +163,47 @@ DatabasePool::~DatabasePool() {
   if (core_->thread.isCurrentThread()) return;
   // After this the thread touches nothing but its own queue. Without it, it might
   // still be handing a result to an executor that goes right after the store.
-  auto drained = std::make_shared<std::promise<void>>();
-  core_->thread.post([drained] { drained->set_value(); });
-  drained->get_future().wait();
+  core_->unfinished->waitForNone();
 }
 
-std::shared_ptr<PendingWrite> DatabasePool::queue(const std::shared_ptr<Core>& core, PendingWrite::Work work,
-                                                  Asker asker) {
-  if (asker == Asker::blocks && core->thread.isCurrentThread()) {
-    programmingFault("store: write was called from inside a write of the same store, which would never end");
-  }
+void DatabasePool::requireOtherThread() const {
+  if (!core_->thread.isCurrentThread()) return;
+  programmingFault("store: write was called from inside a write of the same store, which would never end");
+}
+
+std::shared_ptr<PendingWrite> DatabasePool::queue(const std::shared_ptr<Core>& core,
+                                                  PendingWrite::Work work) {
   if (core->waiting.fetch_add(1) >= core->options.queueLimit) {
     core->waiting.fetch_sub(1);
     throw DatabaseFailure(SQLITE_BUSY, "too many writes are waiting for the database");
   }
   auto write = std::make_shared<PendingWrite>(std::move(work));
+  core->unfinished->begin();
   // The piece holds the core, so that no write is dropped when the last of the
   // store's users goes meanwhile.
   try {
-    core->thread.post([core, write] {
+    core->thread.post([core = core, write, unfinished = core->unfinished]() mutable {
       core->waiting.fetch_sub(1);
       core->perform(*write);
+      write.reset();
+      core.reset();
+      unfinished->end();
     });
   } catch (...) {
     core->waiting.fetch_sub(1);
+    core->unfinished->end();
     throw;
   }
   return write;
 }
 
-DatabasePool::Reading::Reading(std::shared_ptr<Core> core) : core_(std::move(core)) {
-  {
-    const std::scoped_lock hold(core_->lock);
-    if (!core_->idleReaders.empty()) {
-      connection_ = std::move(core_->idleReaders.back());
-      core_->idleReaders.pop_back();
-    }
-  }
-  // Nobody waits for a reader: each thread has at most the few that it nests.
-  if (!connection_) {
-    connection_ =
-        std::make_unique<Connection>(core_->path, Connection::Access::readOnly, core_->options.busyTimeout);
+DatabasePool::Reading::Reading(std::shared_ptr<Core> core) : core_(std::move(core)), use_(*core_->file) {
+  try {
+    connection_ = core_->takeReader();
+  } catch (...) {
+    // The writer thread notices as well, and opens what is there now.
+    if (DatabaseFile::isReplaced(std::current_exception())) queue(core_, [](Database&) {});
+    throw;
   }
   connection_->begin("BEGIN");
   database_ = std::make_unique<Database>(*connection_);

@@ -2,6 +2,7 @@
 
 #include "base/tasks/Task.h"
 #include "store/Database.h"
+#include "store/DatabaseFile.h"
 #include "store/PendingWrite.h"
 
 #include <chrono>
@@ -13,8 +14,6 @@
 #include <utility>
 
 namespace vorlane {
-
-class Migrator;
 
 /// One database file: one writer connection with a thread of its own, and reader
 /// connections as they are needed. Callable from any thread. Work that throws has
@@ -30,8 +29,11 @@ class DatabasePool {
     std::size_t queueLimit = 4096;
   };
 
-  /// Opens the file and brings its schema up to date. Throws DatabaseFailure.
-  DatabasePool(std::string path, const Migrator& migrator, Options options);
+  /// Brings the schema up to date, whenever the writer connection has opened the file.
+  using Preparation = std::function<void(Connection&)>;
+
+  /// Opens the file. Throws DatabaseFailure, and what `prepare` throws.
+  DatabasePool(std::string path, Preparation prepare, Options options);
   /// Waits until every write that was asked for has been made or has failed, and the
   /// writer thread has let go of those who asked.
   ~DatabasePool();
@@ -39,36 +41,36 @@ class DatabasePool {
   DatabasePool& operator=(const DatabasePool&) = delete;
 
   /// Runs `work(Database&)` on this thread over one snapshot of the database, beside
-  /// other reads and writes. Returns its result.
+  /// other reads and writes. Returns its result. Throws DatabaseFailure also when the file
+  /// was taken away, see DatabaseFile; a later read finds what is there then.
   template <class Work>
   auto read(Work work) const -> std::invoke_result_t<Work&, Database&> {
     const Reading reading(core_);
     return work(reading.database());
   }
 
-  /// Runs `work(Database&)` on the writer thread inside one transaction and blocks
-  /// until it is committed or rolled back. Writes run one at a time in the order in
-  /// which they arrive. Called from inside another write it would wait for itself:
-  /// that ends the process.
-  template <class Work>
-  auto write(Work work) const -> std::invoke_result_t<Work&, Database&> {
-    Result<std::invoke_result_t<Work&, Database&>> result;
-    queue(core_, [&](Database& database) { result.set(work, database); }, Asker::blocks)->wait();
-    return result.take();
-  }
-
-  /// The same, for a task: it suspends and holds no thread. The work runs on the
-  /// writer thread and must own all that it uses, since the awaiter may be cancelled
-  /// meanwhile; the write is then still made.
+  /// Runs `work(Database&)` on the writer thread inside one transaction, which is committed
+  /// or rolled back when the task ends. Writes run one at a time in the order in which they
+  /// arrive. The work must own all that it uses, since the awaiter may be cancelled
+  /// meanwhile; the write is then still made. Throws DatabaseFailure also when the file was
+  /// taken away, see DatabaseFile; the next write goes into what is there then.
   template <class Work>
   auto writeAsync(Work work) const -> Task<std::invoke_result_t<Work&, Database&>> {
-    return awaitWrite<std::invoke_result_t<Work&, Database&>>(core_, std::move(work));
+    return performed<std::invoke_result_t<Work&, Database&>>(core_, std::move(work));
+  }
+
+  /// The same for a thread that may block. Called from inside another write it would wait
+  /// for itself: that ends the process.
+  template <class Work>
+  auto write(Work work) const -> std::invoke_result_t<Work&, Database&> {
+    requireOtherThread();
+    const Write<std::invoke_result_t<Work&, Database&>> write(core_, std::move(work));
+    write.pending->wait();
+    return write.result->take();
   }
 
  private:
   struct Core;
-  enum class Asker { blocks, suspends };
-
   /// A reader connection inside a read transaction, for the object's lifetime.
   class Reading {
    public:
@@ -80,6 +82,7 @@ class DatabasePool {
 
    private:
     std::shared_ptr<Core> core_;
+    DatabaseFile::Use use_;
     std::unique_ptr<Connection> connection_;
     std::unique_ptr<Database> database_;
   };
@@ -108,17 +111,28 @@ class DatabasePool {
     void take() {}
   };
 
-  static std::shared_ptr<PendingWrite> queue(const std::shared_ptr<Core>& core, PendingWrite::Work work,
-                                             Asker asker);
+  static std::shared_ptr<PendingWrite> queue(const std::shared_ptr<Core>& core, PendingWrite::Work work);
+  void requireOtherThread() const;
+
+  /// A write that was asked for, and where its work leaves its result.
+  template <class R>
+  struct Write {
+    template <class Work>
+    Write(const std::shared_ptr<Core>& core, Work work)
+        : result(std::make_shared<Result<R>>()),
+          pending(queue(core, [result = result, work = std::move(work)](Database& database) mutable {
+            result->set(work, database);
+          })) {}
+
+    std::shared_ptr<Result<R>> result;
+    std::shared_ptr<PendingWrite> pending;
+  };
 
   template <class R, class Work>
-  static Task<R> awaitWrite(std::shared_ptr<Core> core, Work work) {
-    const auto result = std::make_shared<Result<R>>();
-    auto owning = [result, work = std::move(work)](Database& database) mutable {
-      result->set(work, database);
-    };
-    co_await PendingWrite::ended(queue(core, std::move(owning), Asker::suspends));
-    co_return result->take();
+  static Task<R> performed(std::shared_ptr<Core> core, Work work) {
+    const Write<R> write(core, std::move(work));
+    co_await PendingWrite::ended(write.pending);
+    co_return write.result->take();
   }
 
   std::shared_ptr<Core> core_;

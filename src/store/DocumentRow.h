@@ -9,6 +9,13 @@
 
 namespace vorlane {
 
+/// What the cloud lacks of a row.
+enum class PushState {
+  clean,    ///< nothing
+  pending,  ///< an edit, which it has to be sent
+  blocked,  ///< an edit, which it has refused for good
+};
+
 /// What the rows of every table of documents have in common. A Record has the members
 /// that `read` fills; what else its table holds is its own affair.
 struct DocumentRow {
@@ -33,10 +40,12 @@ struct DocumentRow {
   static bool isDirty(const Record& record) {
     return !record.syncedAt || record.updatedAt > *record.syncedAt;
   }
-  /// Whether the cloud refused it and it has not been edited since.
+  /// An edit after the refusal is sent again.
   template <class Record>
-  static bool isBlocked(const Record& record) {
-    return record.pushBlockedAt && record.updatedAt <= *record.pushBlockedAt;
+  static PushState pushState(const Record& record) {
+    if (!isDirty(record)) return PushState::clean;
+    const bool refused = record.pushBlockedAt && record.updatedAt <= *record.pushBlockedAt;
+    return refused ? PushState::blocked : PushState::pending;
   }
 };
 

@@ -1,5 +1,6 @@
 #include "store/DocumentTable.h"
 
+#include "store/DatabaseFailure.h"
 #include "store/SnapshotCodec.h"
 
 #include <fmt/format.h>
@@ -19,75 +20,86 @@ RowStatus RowStatus::fromRow(const Row& row) {
           .pushBlockedAt = row.get<std::optional<Date>>("push_blocked_at")};
 }
 
-// The stored form of a date sorts as the dates do.
-
-DocumentTable::Counts DocumentTable::counts(const std::string& ownerID) const {
-  const auto sql = fmt::format(
-      "SELECT push_blocked_at IS NOT NULL AND updated_at <= push_blocked_at, COUNT(*) FROM {} "
-      "WHERE owner_id = ? AND (synced_at IS NULL OR updated_at > synced_at) GROUP BY 1",
-      kind_->table);
-  return pool().read([&](Database& database) {
-    Counts counts;
-    const RowVisitor visit = [&](const Row& row) {
-      (row.at<std::int64_t>(0) != 0 ? counts.blocked : counts.pending) = row.at<std::int64_t>(1);
+template <class Visit>
+void DocumentTable::forEachUnsent(const std::string& ownerID, const Visit& visit) const {
+  // Dates are read before they are compared: programs write them in more forms than one.
+  const auto stateOf = [](const Row& row) {
+    try {
+      return DocumentRow::pushState(RowStatus::fromRow(row));
+    } catch (const DatabaseFailure&) {
+      return PushState::pending;  // of which its own push fails and tells, and not the others'
+    }
+  };
+  const auto sql =
+      Database::selectSQL(kind_->table, RowStatus::columns, "owner_id = ? ORDER BY updated_at ASC");
+  pool().read([&](Database& database) {
+    const RowVisitor visitUnsent = [&](const Row& row) {
+      const auto state = stateOf(row);
+      if (state != PushState::clean) visit(row, state);
       return true;
     };
-    database.forEachRow(sql, visit, ownerID);
-    return counts;
+    database.forEachRow(sql, visitUnsent, ownerID);
   });
+}
+
+DocumentTable::Counts DocumentTable::counts(const std::string& ownerID) const {
+  Counts counts;
+  forEachUnsent(ownerID, [&](const Row&, PushState state) {
+    ++(state == PushState::blocked ? counts.blocked : counts.pending);
+  });
+  return counts;
 }
 
 std::vector<std::string> DocumentTable::pendingIDs(const std::string& ownerID) const {
-  const auto sql = fmt::format(
-      "SELECT id FROM {} WHERE owner_id = ? AND (synced_at IS NULL OR updated_at > synced_at) "
-      "AND (push_blocked_at IS NULL OR updated_at > push_blocked_at) ORDER BY updated_at ASC",
-      kind_->table);
-  return pool().read([&](Database& database) { return database.fetchAll<std::string>(sql, ownerID); });
+  std::vector<std::string> ids;
+  forEachUnsent(ownerID, [&](const Row& row, PushState state) {
+    if (state == PushState::pending) ids.push_back(row.get<std::string>("id"));
+  });
+  return ids;
 }
 
-DocumentTable::Opened DocumentTable::open(Database& database, const std::string& id,
-                                          const EditRefusals& refusals) const {
-  std::optional<Opened> opened;
-  bool wasSynced = false;
+std::optional<RowStatus> DocumentTable::status(const std::string& id) const {
+  return pool().read([&](Database& database) { return status(database, storedID(id)); });
+}
+
+void DocumentTable::openRow(Database& database, const std::string& id, OpenedRow& opened) const {
+  opened.id = storedID(id);
+  bool found = false, wasSynced = false;
   // The document is parsed where the database holds it; it may be megabytes.
   const RowVisitor visit = [&](const Row& row) {
-    opened.emplace(Opened{.ownerID = row.get<std::string>("owner_id"),
-                          .updatedAt = row.get<Date>("updated_at"),
-                          .document = SnapshotCodec::decode(row.get<std::string_view>("data"))});
+    found = true;
+    opened.ownerID = row.get<std::string>("owner_id");
+    opened.updatedAt = row.get<Date>("updated_at");
     wasSynced = row.get<std::optional<Date>>("synced_at").has_value();
+    opened.read(row.get<std::string>("title"), row.get<std::string_view>("data"));
     return false;
   };
   database.forEachRow(
-      fmt::format("SELECT owner_id, data, updated_at, synced_at FROM {} WHERE id = ?", kind_->table), visit,
-      id);
-  if (!opened) throw refusals.notFound;
-  if (refusals.onlyInCloud && wasSynced && opened->document.empty()) throw *refusals.onlyInCloud;
-  return std::move(*opened);
+      fmt::format("SELECT owner_id, title, data, updated_at, synced_at FROM {} WHERE id = ?", kind_->table),
+      visit, opened.id);
+  if (!found) throw kind_->notFound(id);
+  opened.isStub = wasSynced && opened.row().document.empty();
 }
 
-Date DocumentTable::editTime(Date previousEdit) const {
-  return std::max(storageRounded(clock_()), storageRounded(previousEdit) + milliseconds(1));
-}
-
-void DocumentTable::writeBack(Database& database, const std::string& id, const Opened& opened) const {
-  const auto data = SnapshotCodec::encode(opened.document);
-  database.execute(fmt::format("UPDATE {} SET data = ?, updated_at = ? WHERE id = ?", kind_->table), data,
-                   editTime(opened.updatedAt), id);
+void DocumentTable::writeBack(Database& database, const std::string& id, const OpenedRow& opened,
+                              DocumentEdit edit) const {
+  const auto& [title, document] = opened.row();
+  if (kind_->onlyInCloud != nullptr && opened.isStub && edit == DocumentEdit::part && !document.empty()) {
+    throw kind_->onlyInCloud(id);
+  }
+  // An edit is always later than the one before, also when the clock has been set back.
+  const auto time = std::max(storageRounded(clock_()), storageRounded(opened.updatedAt) + milliseconds(1));
+  // A title that was not edited stays byte for byte what another program wrote.
+  const auto newTitle = title == opened.storedTitle ? std::nullopt : std::optional(title);
+  database.execute(
+      fmt::format("UPDATE {} SET data = ?, title = coalesce(?, title), updated_at = ? WHERE id = ?",
+                  kind_->table),
+      SnapshotCodec::encode(document), newTitle, time, opened.id);
   signalAfterCommit(database, opened.ownerID);
 }
 
-Task<> DocumentTable::rename(std::string id, std::string title) const {
-  return pool().writeAsync([table = *this, id = std::move(id), title = std::move(title)](Database& database) {
-    const auto row = table.standing(database, id);
-    if (!row) return;
-    database.execute(fmt::format("UPDATE {} SET title = ?, updated_at = ? WHERE id = ?", table.kind_->table),
-                     title, table.editTime(row->updatedAt), id);
-    table.signalAfterCommit(database, row->ownerID);
-  });
-}
-
 Task<> DocumentTable::markPushed(std::string id, std::int64_t remote, Date at) const {
-  return pool().writeAsync([table = *this, id = std::move(id), remote, at](Database& database) {
+  return pool().writeAsync([table = *this, id = storedID(id), remote, at](Database& database) {
     const auto owner = table.ownerOf(database, id);
     if (!owner) return;
     database.execute(fmt::format("UPDATE {} SET synced_at = ?, {} = ?, push_blocked_at = NULL WHERE id = ?",
@@ -98,13 +110,13 @@ Task<> DocumentTable::markPushed(std::string id, std::int64_t remote, Date at) c
 }
 
 Task<> DocumentTable::markPushBlocked(std::string id, Date at) const {
-  return pool().writeAsync([table = kind_->table, id = std::move(id), at](Database& database) {
+  return pool().writeAsync([table = kind_->table, id = storedID(id), at](Database& database) {
     database.execute(fmt::format("UPDATE {} SET push_blocked_at = ? WHERE id = ?", table), at, id);
   });
 }
 
 Task<> DocumentTable::remove(std::string id) const {
-  return pool().writeAsync([table = *this, id = std::move(id)](Database& database) {
+  return pool().writeAsync([table = *this, id = storedID(id)](Database& database) {
     const auto owner = table.ownerOf(database, id);
     if (!owner) return;
     database.execute(fmt::format("DELETE FROM {} WHERE id = ?", table.kind_->table), id);
@@ -118,8 +130,13 @@ Date DocumentTable::listingDate(Date updatedAt) const {
   return storageRounded(std::min(updatedAt, clock_()));
 }
 
-std::optional<RowStatus> DocumentTable::standing(Database& database, const std::string& id) const {
+std::optional<RowStatus> DocumentTable::status(Database& database, const std::string& id) const {
   return database.fetchOne<RowStatus>(Database::selectSQL(kind_->table, RowStatus::columns, "id = ?"), id);
+}
+
+std::optional<std::string> DocumentTable::ownerOf(Database& database, const std::string& id) const {
+  return database.fetchOne<std::string>(fmt::format("SELECT owner_id FROM {} WHERE id = ?", kind_->table),
+                                        id);
 }
 
 bool DocumentTable::refresh(Database& database, const RowStatus& row, const std::string& title,
@@ -133,11 +150,6 @@ bool DocumentTable::refresh(Database& database, const RowStatus& row, const std:
       title, date, date, row.id);
   signalAfterCommit(database, row.ownerID);
   return true;
-}
-
-std::optional<std::string> DocumentTable::ownerOf(Database& database, const std::string& id) const {
-  return database.fetchOne<std::string>(fmt::format("SELECT owner_id FROM {} WHERE id = ?", kind_->table),
-                                        id);
 }
 
 void DocumentTable::signalAfterCommit(Database& database, const std::string& ownerID) const {

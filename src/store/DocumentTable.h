@@ -6,6 +6,7 @@
 #include "base/tasks/Task.h"
 #include "store/AgentStore.h"
 #include "store/DocumentRow.h"
+#include "store/EditedRow.h"
 #include "store/RowStatus.h"
 #include "store/StoreNotifications.h"
 
@@ -27,25 +28,92 @@ struct DocumentTableKind {
   std::string_view remoteColumn;
   /// Whose signal a change of a row posts.
   StoreScope (*scope)(const std::string& ownerID);
+  /// The spelling in which the table holds an id.
+  std::string (*storedID)(const std::string& id);
+  /// What an edit is answered with when there is no such row. The id is as it was given.
+  DomainFailure (*notFound)(const std::string& id);
+  /// What it is answered with when it would make a whole document of a stub: the cloud has
+  /// the document, and all that is here of it is a title. Null where a stub is edited like an
+  /// empty document.
+  DomainFailure (*onlyInCloud)(const std::string& id) = nullptr;
 };
 
-/// What an edit of a document that cannot be made is answered with.
-struct EditRefusals {
-  /// When there is no such row.
-  DomainFailure notFound;
-  /// When the row is a stub: the cloud has a document, and all that is here of it is a title.
-  /// Without this failure a stub is edited like an empty document.
-  std::optional<DomainFailure> onlyInCloud = std::nullopt;
+/// How much of a document an edit decides.
+enum class DocumentEdit {
+  part,   ///< the rest stays, so that it has to be here
+  whole,  ///< everything that the document shows is replaced
 };
 
-/// What the query objects of the tables of documents share: how a document is edited,
-/// which rows the cloud has to be sent, and what its answers do to them. A small
-/// value, copied freely, usable from any thread. Reads run where they stand; writes
-/// are tasks, each one transaction, which is made even when its awaiter is cancelled.
-/// After a commit that changed something the owner's scope is signalled on the
-/// awaiter's side, before the task ends. Everything may throw DatabaseFailure.
+/// What the query objects of the tables of documents share and what needs no record: how a
+/// document is edited, which rows the cloud has to be sent, and what its answers do to them.
+/// Every id may come in any spelling. A small value, copied freely, usable from any thread.
+/// Reads run where they stand; writes are tasks, each one transaction, which is made even
+/// when its awaiter is cancelled. After a commit that changed something the owner's scope is
+/// signalled on the awaiter's side, before the task ends. Everything may throw DatabaseFailure.
 class DocumentTable {
  public:
+  /// How many of the owner's rows the cloud has to be sent, and how many it has refused
+  /// since their last edit.
+  struct Counts {
+    std::int64_t pending = 0;
+    std::int64_t blocked = 0;
+  };
+
+  /// The present, by the clock that stamps the rows.
+  Date now() const { return clock_(); }
+
+  /// What decides whether the cloud has to be sent the row, without its document.
+  std::optional<RowStatus> status(const std::string& id) const;
+  /// Reads no document.
+  Counts counts(const std::string& ownerID) const;
+  /// The ids of the rows that the cloud has to be sent, the oldest edit first. Reads no document.
+  std::vector<std::string> pendingIDs(const std::string& ownerID) const;
+
+  /// Reads a row, has `transform(EditedRow&)` edit it and writes it back with a later
+  /// `updatedAt`, also when nothing was changed: it is then pushed once more, which costs
+  /// one idempotent upload. Read, edit and write are one transaction, so that no other
+  /// edit is lost, and other columns keep what a push writes meanwhile. Returns what the
+  /// transform returns. The transform runs on the writer thread and must own all that it
+  /// uses; when it throws, nothing is written. Throws the kind's `notFound`, and its
+  /// `onlyInCloud` for an edit of a part that leaves more than a stub of one: the next push
+  /// would put that part in the place of the whole document.
+  template <class Transform>
+  auto mutateRow(std::string id, Transform transform, DocumentEdit edit = DocumentEdit::part) const
+      -> Task<std::invoke_result_t<Transform&, EditedRow&>> {
+    using Report = std::invoke_result_t<Transform&, EditedRow&>;
+    return pool().writeAsync([table = *this, id = std::move(id), transform = std::move(transform),
+                              edit](Database& database) mutable -> Report {
+      OpenedRow opened;
+      table.openRow(database, id, opened);
+      if constexpr (std::is_void_v<Report>) {
+        transform(opened.row());
+        table.writeBack(database, id, opened, edit);
+      } else {
+        // It must not lie in the document's memory, which ends here.
+        Report report = detachedReport(transform(opened.row()));
+        table.writeBack(database, id, opened, edit);
+        return report;
+      }
+    });
+  }
+
+  /// The same for a transform of the document alone, `transform(JSONMap&)`.
+  template <class Transform>
+  auto mutateDocument(std::string id, Transform transform, DocumentEdit edit = DocumentEdit::part) const
+      -> Task<std::invoke_result_t<Transform&, JSONMap&>> {
+    return mutateRow(
+        std::move(id),
+        [transform = std::move(transform)](EditedRow& row) mutable { return transform(row.document); }, edit);
+  }
+
+  /// The cloud took the document as it was at `at`, the row's `updatedAt` from before
+  /// the upload: an edit made meanwhile leaves the row dirty. `remote` is the cloud's number
+  /// for the row, or its revision. Without such a row nothing happens.
+  Task<> markPushed(std::string id, std::int64_t remote, Date at) const;
+  /// The cloud refused the document of `at` for good. Signals nobody.
+  Task<> markPushBlocked(std::string id, Date at) const;
+
+ protected:
   /// `kind` has to outlive the object.
   DocumentTable(const DocumentTableKind& kind, std::shared_ptr<AgentStore> store,
                 std::shared_ptr<StoreNotifications> notifications, Clock clock)
@@ -54,128 +122,27 @@ class DocumentTable {
         notifications_(std::move(notifications)),
         clock_(std::move(clock)) {}
 
-  Date now() const { return clock_(); }
   const DatabasePool& pool() const { return store_->dbWriter(); }
-
-  /// By primary key.
-  template <TableRecord Record>
-  std::optional<Record> fetch(const std::string& id) const {
-    return pool().read([&](Database& database) { return database.fetchRecord<Record>(id); });
-  }
-
-  /// The owner's rows, the latest edit first.
-  template <TableRecord Record>
-  std::vector<Record> list(const std::string& ownerID) const {
-    static const auto sql =
-        Database::selectSQL(Record::table, Record::columns, "owner_id = ? ORDER BY updated_at DESC");
-    return pool().read([&](Database& database) { return database.fetchAll<Record>(sql, ownerID); });
-  }
-
-  /// What the cloud has to be sent, the oldest edit first: dirty rows that it has not
-  /// refused since their last edit.
-  template <TableRecord Record>
-  std::vector<Record> pendingPush(const std::string& ownerID) const {
-    static const auto sql =
-        Database::selectSQL(Record::table, Record::columns, "owner_id = ? ORDER BY updated_at ASC");
-    return pool().read([&](Database& database) {
-      std::vector<Record> pending;
-      const RowVisitor visit = [&](const Row& row) {
-        auto record = Record::fromRow(row);
-        if (DocumentRow::isDirty(record) && !DocumentRow::isBlocked(record))
-          pending.push_back(std::move(record));
-        return true;
-      };
-      database.forEachRow(sql, visit, ownerID);
-      return pending;
-    });
-  }
-  /// How many of the owner's dirty rows the cloud has to be sent, and how many it has
-  /// refused since their last edit.
-  struct Counts {
-    std::int64_t pending = 0;
-    std::int64_t blocked = 0;
-  };
-  /// Reads no document.
-  Counts counts(const std::string& ownerID) const;
-  /// The ids of what has to be sent, as pendingPush has them in their order.
-  std::vector<std::string> pendingIDs(const std::string& ownerID) const;
-
-  /// Inserts the row or updates the one of its id.
-  template <TableRecord Record>
-  Task<> save(Record record) const {
-    return pool().writeAsync([table = *this, record = std::move(record)](Database& database) {
-      database.saveRecord(record);
-      table.signalAfterCommit(database, record.ownerID);
-    });
-  }
-
-  /// Reads a document, has `transform(JSONMap&)` edit it and writes it back with a later
-  /// `updatedAt`, also when nothing was changed: it is then pushed once more, which costs
-  /// one idempotent upload. Read, edit and write are one transaction, so that no other
-  /// edit is lost, and other columns keep what a push writes meanwhile. Returns what the
-  /// transform returns. The transform runs on the writer thread and must own all that it
-  /// uses; when it throws, nothing is written. Throws what `refusals` hold.
-  template <class Transform>
-  auto mutate(std::string id, EditRefusals refusals, Transform transform) const
-      -> Task<std::invoke_result_t<Transform&, JSONMap&>> {
-    using Report = std::invoke_result_t<Transform&, JSONMap&>;
-    return pool().writeAsync([table = *this, id = std::move(id), refusals = std::move(refusals),
-                              transform = std::move(transform)](Database& database) mutable -> Report {
-      auto opened = table.open(database, id, refusals);
-      if constexpr (std::is_void_v<Report>) {
-        transform(opened.document);
-        table.writeBack(database, id, opened);
-      } else {
-        Report report = transform(opened.document);
-        table.writeBack(database, id, opened);
-        return report;
-      }
-    });
-  }
-
-  /// Gives the row another title and a later `updatedAt`. Without such a row nothing happens.
-  Task<> rename(std::string id, std::string title) const;
-
-  /// The cloud took the document as it was at `at`, the row's `updatedAt` from before
-  /// the upload: an edit made meanwhile leaves the row dirty. Without such a row
-  /// nothing happens.
-  Task<> markPushed(std::string id, std::int64_t remote, Date at) const;
-  /// The cloud refused the document of `at` for good. Signals nobody.
-  Task<> markPushBlocked(std::string id, Date at) const;
+  std::string storedID(const std::string& id) const { return kind_->storedID(id); }
   Task<> remove(std::string id) const;
-
   /// `updatedAt` of a cloud listing as it is to be compared and stored: a time in the
   /// future counts as the present.
   Date listingDate(Date updatedAt) const;
 
-  // Within a write of the pool.
+  // Within a write of the pool; ids are as they are stored.
 
-  /// Takes the word of a cloud listing, whose title and time are those of `stub`: inserts
-  /// it where there is no row, else refreshes the row if it has no local edits. True when
-  /// something changed.
-  template <TableRecord Record>
-  bool mergeListing(Database& database, const std::optional<RowStatus>& present, const Record& stub) const {
-    if (present) return refresh(database, *present, stub.title, stub.updatedAt);
-    database.saveRecord(stub);
-    signalAfterCommit(database, stub.ownerID);
-    return true;
-  }
-  std::optional<RowStatus> standing(Database& database, const std::string& id) const;
+  std::optional<RowStatus> status(Database& database, const std::string& id) const;
   std::optional<std::string> ownerOf(Database& database, const std::string& id) const;
+  /// Takes a listing's word on a row that has no local edits. True when something changed.
+  bool refresh(Database& database, const RowStatus& row, const std::string& title, Date date) const;
   void signalAfterCommit(Database& database, const std::string& ownerID) const;
 
  private:
-  struct Opened {
-    std::string ownerID;
-    Date updatedAt;
-    JSONMap document;
-  };
-  Opened open(Database& database, const std::string& id, const EditRefusals& refusals) const;
-  /// The time of an edit of a row: now, but always later than the edit before, also when
-  /// the clock has been set back.
-  Date editTime(Date previousEdit) const;
-  void writeBack(Database& database, const std::string& id, const Opened& opened) const;
-  bool refresh(Database& database, const RowStatus& row, const std::string& title, Date date) const;
+  void openRow(Database& database, const std::string& id, OpenedRow& opened) const;
+  void writeBack(Database& database, const std::string& id, const OpenedRow& opened, DocumentEdit edit) const;
+  /// Hands out the owner's rows that the cloud lacks something of, the oldest edit first.
+  template <class Visit>
+  void forEachUnsent(const std::string& ownerID, const Visit& visit) const;
 
   const DocumentTableKind* kind_;
   std::shared_ptr<AgentStore> store_;

@@ -27,8 +27,12 @@ std::optional<T> resolve(Database& database, const std::string& id,
 
 }  // namespace
 
-const DocumentTableKind LedgerlyQueries::kind{
-    .table = LedgerlySheetRow::table, .remoteColumn = "remote_id", .scope = &StoreScope::ledgerly};
+const DocumentTableKind LedgerlyQueries::kind{.table = LedgerlySheetRow::table,
+                                              .remoteColumn = "remote_id",
+                                              .scope = &StoreScope::ledgerly,
+                                              .storedID = [](const std::string& id) { return id; },
+                                              .notFound = &LedgerlyQueries::sheetNotFound,
+                                              .onlyInCloud = &LedgerlyQueries::sheetOnlyInCloud};
 
 DomainFailure LedgerlyQueries::sheetNotFound(const std::string& id) {
   return {"ledgerly", 404, "sheet " + id + " not found"};
@@ -41,79 +45,32 @@ DomainFailure LedgerlyQueries::sheetOnlyInCloud(const std::string& id) {
               "Nothing was changed."};
 }
 
-std::optional<LedgerlySheetRow> LedgerlyQueries::fetch(const std::string& id) const {
-  return sheets_.fetch<LedgerlySheetRow>(id);
-}
-
 std::optional<LedgerlySheetRow> LedgerlyQueries::fetchResolving(const std::string& id) const {
-  return sheets_.pool().read(
+  return pool().read(
       [&](Database& database) { return resolve<LedgerlySheetRow>(database, id, LedgerlySheetRow::columns); });
 }
 
-std::vector<LedgerlySheetRow> LedgerlyQueries::listSheets(const std::string& ownerID) const {
-  return sheets_.list<LedgerlySheetRow>(ownerID);
-}
-
 std::vector<LedgerlySheetMeta> LedgerlyQueries::listMeta(const std::string& ownerID) const {
-  return sheets_.pool().read([&](Database& database) {
+  return pool().read([&](Database& database) {
     return database.fetchAll<LedgerlySheetMeta>(
         "SELECT id, title, updated_at FROM ledgerly_sheets WHERE owner_id = ? ORDER BY updated_at DESC",
         ownerID);
   });
 }
 
-std::vector<LedgerlySheetRow> LedgerlyQueries::pendingPush(const std::string& ownerID) const {
-  return sheets_.pendingPush<LedgerlySheetRow>(ownerID);
-}
-
-std::vector<std::string> LedgerlyQueries::pendingIDs(const std::string& ownerID) const {
-  return sheets_.pendingIDs(ownerID);
-}
-
-std::optional<RowStatus> LedgerlyQueries::standing(const std::string& id) const {
-  return sheets_.pool().read([&](Database& database) { return sheets_.standing(database, id); });
-}
-
-DocumentTable::Counts LedgerlyQueries::counts(const std::string& ownerID) const {
-  return sheets_.counts(ownerID);
-}
-
-Task<> LedgerlyQueries::save(LedgerlySheetRow row) const {
-  return sheets_.save(std::move(row));
-}
-
-Task<> LedgerlyQueries::rename(std::string id, std::string title) const {
-  return sheets_.rename(std::move(id), std::move(title));
-}
-
-Task<> LedgerlyQueries::markPushed(std::string id, std::int64_t remoteID, Date at) const {
-  return sheets_.markPushed(std::move(id), remoteID, at);
-}
-
-Task<> LedgerlyQueries::markPushBlocked(std::string id, Date at) const {
-  return sheets_.markPushBlocked(std::move(id), at);
-}
-
 Task<bool> LedgerlyQueries::mergeRemoteMetadata(std::string id, std::string ownerID, std::string title,
                                                 Date updatedAt) const {
-  const auto date = sheets_.listingDate(updatedAt);
-  LedgerlySheetRow stub{.id = std::move(id),
-                        .ownerID = std::move(ownerID),
-                        .title = std::move(title),
-                        .data = "{}",
-                        .createdAt = date,
-                        .updatedAt = date,
-                        .syncedAt = date};
+  auto stub = stubOf(std::move(id), std::move(ownerID), std::move(title), updatedAt);
   if (const auto number = decimalInteger(stub.id)) stub.remoteID = *number;
-  return sheets_.pool().writeAsync([sheets = sheets_, stub = std::move(stub)](Database& database) {
-    return sheets.mergeListing(database, resolve<RowStatus>(database, stub.id, RowStatus::columns), stub);
+  return pool().writeAsync([queries = *this, stub = std::move(stub)](Database& database) {
+    return queries.mergeListing(database, resolve<RowStatus>(database, stub.id, RowStatus::columns), stub);
   });
 }
 
 Task<bool> LedgerlyQueries::applyServerCopy(std::string id, std::string data, std::optional<Date> baseline,
                                             Date date) const {
-  return sheets_.pool().writeAsync(
-      [sheets = sheets_, id = std::move(id), data = std::move(data), baseline, date](Database& database) {
+  return pool().writeAsync(
+      [queries = *this, id = std::move(id), data = std::move(data), baseline, date](Database& database) {
         const auto row = resolve<RowStatus>(database, id, RowStatus::columns);
         if (!row || !baseline || row->updatedAt > *baseline) return false;
         // Later than the baseline whatever the clock says: a second answer to it is refused.
@@ -122,13 +79,9 @@ Task<bool> LedgerlyQueries::applyServerCopy(std::string id, std::string data, st
             "UPDATE ledgerly_sheets SET data = ?, updated_at = ?, synced_at = ?, push_blocked_at = NULL "
             "WHERE id = ?",
             data, time, time, row->id);
-        sheets.signalAfterCommit(database, row->ownerID);
+        queries.signalAfterCommit(database, row->ownerID);
         return true;
       });
-}
-
-Task<> LedgerlyQueries::deleteSheet(std::string id) const {
-  return sheets_.remove(std::move(id));
 }
 
 }  // namespace vorlane

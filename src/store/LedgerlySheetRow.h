@@ -32,8 +32,6 @@ struct LedgerlySheetRow {
 
   /// Whether there is anything that the cloud does not have.
   bool isDirty() const { return DocumentRow::isDirty(*this); }
-  /// Whether it was refused and has not been edited since.
-  bool isBlocked() const { return DocumentRow::isBlocked(*this); }
 
   static constexpr std::string_view table = "ledgerly_sheets";
   static constexpr std::array<std::string_view, 9> columns{"id",        "owner_id",   "title",

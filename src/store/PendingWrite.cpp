@@ -25,15 +25,15 @@ void PendingWrite::finish(std::exception_ptr failure, Calls afterCommit) {
   Calls forsaken;
   {
     const std::scoped_lock hold(lock_);
-    finished_ = true;
     failure_ = std::move(failure);
     if (left_) {
       forsaken = std::move(afterCommit);
     } else {
       afterCommit_ = std::move(afterCommit);
     }
-    changed_.notify_all();
   }
+  finished_ = true;
+  finished_.notify_all();
   event_.set();
   callAll(forsaken);
 }
@@ -49,10 +49,7 @@ void PendingWrite::leave() noexcept {
 }
 
 void PendingWrite::wait() {
-  {
-    std::unique_lock hold(lock_);
-    changed_.wait(hold, [this] { return finished_; });
-  }
+  finished_.wait(false);
   leave();
   if (failure_) std::rethrow_exception(failure_);
 }

@@ -3,8 +3,8 @@
 #include "base/tasks/Event.h"
 #include "store/Database.h"
 
+#include <atomic>
 #include <chrono>
-#include <condition_variable>
 #include <exception>
 #include <functional>
 #include <memory>
@@ -29,7 +29,7 @@ class PendingWrite {
   /// Ends the write; `failure` is null after a commit.
   void finish(std::exception_ptr failure, Calls afterCommit);
 
-  // For the asker. Both throw what the write failed with.
+  // For the asker: by a thread or by a task. Both throw what the write failed with.
   void wait();
   static Task<> ended(std::shared_ptr<PendingWrite> write);
 
@@ -41,8 +41,7 @@ class PendingWrite {
   Work work_;
   Event event_;
   std::mutex lock_;
-  std::condition_variable changed_;
-  bool finished_ = false;
+  std::atomic<bool> finished_ = false;
   bool left_ = false;
   std::exception_ptr failure_;
   Calls afterCommit_;

@@ -26,7 +26,7 @@ void requireOwner(Database& database, const std::string& ownerID) {
   throw QueueError(invalidRequest, "the saves of this owner were erased for good");
 }
 
-void requireStanding(Database& database, const Request& request) {
+void requireNotTakenBack(Database& database, const Request& request) {
   requireOwner(database, request.ownerID);
   if (!isCancelled(database, request)) return;
   throw QueueError(invalidRequest, fmt::format("the save {} or its project {} was cancelled",
@@ -43,7 +43,7 @@ Date creationDate(Database& database, const std::string& ownerID, Date present) 
 }
 
 void insert(Database& database, const Request& request, Date present) {
-  requireStanding(database, request);
+  requireNotTakenBack(database, request);
   const auto known = database.fetchOne<std::string>(
       "SELECT payload_hash FROM sceneward_checkpoint_queue WHERE owner_id=? AND operation_id=?",
       request.ownerID, request.operationID);
@@ -80,7 +80,7 @@ Task<Request> enqueued(std::shared_ptr<AgentStore> store, Clock clock, std::stri
 Task<> acknowledged(std::shared_ptr<AgentStore> store, Request request, std::string receipt) {
   request.validateReceipt(receipt);
   auto work = [request = std::move(request), receipt = std::move(receipt)](Database& database) {
-    requireStanding(database, request);
+    requireNotTakenBack(database, request);
     database.execute(
         "UPDATE sceneward_checkpoint_queue SET status='acknowledged',receipt=? WHERE owner_id=? AND "
         "operation_id=? AND payload_hash=?",

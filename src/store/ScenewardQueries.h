@@ -2,11 +2,9 @@
 
 #include "base/Date.h"
 #include "base/Failure.h"
-#include "base/JSON.h"
 #include "base/tasks/Task.h"
 #include "store/AgentStore.h"
-#include "store/DocumentTable.h"
-#include "store/ScenewardID.h"
+#include "store/DocumentQueries.h"
 #include "store/ScenewardProjectRow.h"
 #include "store/StoreNotifications.h"
 
@@ -14,7 +12,6 @@
 #include <memory>
 #include <optional>
 #include <string>
-#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -23,43 +20,22 @@ namespace vorlane {
 /// The one way to the table `sceneward_projects`. Every id may come in any spelling; it
 /// is made canonical before it touches the table. Threads, transactions, signals and
 /// failures are as DocumentTable has them.
-class ScenewardQueries {
+class ScenewardQueries : public DocumentQueries<ScenewardProjectRow> {
  public:
   ScenewardQueries(std::shared_ptr<AgentStore> store, std::shared_ptr<StoreNotifications> notifications,
                    Clock clock = vorlane::now)
-      : projects_(kind, std::move(store), std::move(notifications), std::move(clock)) {}
+      : DocumentQueries(kind, std::move(store), std::move(notifications), std::move(clock)) {}
 
   /// DomainFailure ("sceneward", 404), "scene ID not found".
   static DomainFailure sceneNotFound(const std::string& id);
 
-  /// The present, by the clock that stamps the rows.
-  Date now() const { return projects_.now(); }
-
-  std::optional<ScenewardProjectRow> fetch(const std::string& id) const;
   /// The owner's projects without their scenes, the latest edit first; all of them when
   /// `limit` is absent or below 1.
   std::vector<ScenewardProjectMeta> listMeta(const std::string& ownerID,
                                              std::optional<std::int64_t> limit = std::nullopt) const;
   /// The owner's projects, the latest edit first.
-  std::vector<ScenewardProjectRow> listProjects(const std::string& ownerID) const;
+  std::vector<ScenewardProjectRow> listProjects(const std::string& ownerID) const { return list(ownerID); }
 
-  /// Inserts the row or updates the one of its id.
-  Task<> save(ScenewardProjectRow row) const;
-  /// Edits a scene in one transaction, see DocumentTable::mutate. Throws `sceneNotFound`,
-  /// with the id as it is given here, when there is no such scene.
-  template <class Transform>
-  auto mutateDocument(std::string id, Transform transform) const
-      -> Task<std::invoke_result_t<Transform&, JSONMap&>> {
-    return projects_.mutate(ScenewardID::canonical(id), {.notFound = sceneNotFound(id)},
-                            std::move(transform));
-  }
-
-  /// What a push by rows would have to send, the oldest edit first.
-  std::vector<ScenewardProjectRow> pendingPush(const std::string& ownerID) const;
-  /// As DocumentTable::markPushed, with the revision that the cloud gave the project.
-  Task<> markPushed(std::string id, std::int64_t remoteVersion, Date at) const;
-  /// The cloud refused the project for good. Signals nobody.
-  Task<> markPushBlocked(std::string id, Date at) const;
   /// Sets the scene's text alone and keeps every date.
   Task<> replaceData(std::string id, std::string data) const;
   /// Moves the local work to a new identity, which the cloud has never seen. The new id,
@@ -70,12 +46,10 @@ class ScenewardQueries {
   /// time in the future counts as the present. True when the row changed.
   Task<bool> mergeRemoteMetadata(std::string id, std::string ownerID, std::string title,
                                  Date updatedAt) const;
-  Task<> deleteProject(std::string id) const;
+  Task<> deleteProject(std::string id) const { return remove(std::move(id)); }
 
  private:
   static const DocumentTableKind kind;
-
-  DocumentTable projects_;
 };
 
 }  // namespace vorlane

@@ -131,7 +131,7 @@ std::shared_ptr<LedgerlyPusher::Upload> LedgerlyPusher::prepare(const LedgerlyQu
                                                                 const std::string& id,
                                                                 const std::string& owner) {
   auto row = queries.fetch(id);
-  if (!row || row->ownerID != owner || !row->isDirty() || row->isBlocked()) return nullptr;
+  if (!row || row->ownerID != owner || DocumentRow::pushState(*row) != PushState::pending) return nullptr;
   auto document = SnapshotCodec::decode(std::exchange(row->data, {}));
   std::optional<std::string> body;
   if (json::arrayOfObjects(document, "categories") != nullptr) {
@@ -163,7 +163,7 @@ LedgerlyPusher::Preparation LedgerlyPusher::prepareAhead(const Executor& executo
 
 /// Whether the row is still as it was when the upload was prepared.
 bool LedgerlyPusher::isUpToDate(const std::string& id, const std::shared_ptr<Upload>& upload) const {
-  const auto row = queries_.standing(id);
+  const auto row = queries_.status(id);
   if (!row || !upload) return !row && !upload;
   return row->updatedAt == upload->at && row->syncedAt == upload->syncedAt &&
          row->pushBlockedAt == upload->pushBlockedAt;

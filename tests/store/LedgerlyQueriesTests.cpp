@@ -11,8 +11,10 @@ class LedgerlyStore : public StoreTest {
   }
   LedgerlySheetRow row(const std::string& id) { return queries.fetch(id).value(); }
   std::string pending() {
-    std::string ids;
-    for (const auto& row : queries.pendingPush("o")) ids += row.id + ";";
+    std::string ids, rows;
+    for (const auto& id : queries.pendingIDs("o")) ids += id + ";";
+    for (const auto& row : queries.pendingPush("o")) rows += row.id + ";";
+    EXPECT_EQ(ids, rows);
     return ids + std::to_string(queries.counts("o").pending);
   }
   Date at(int milliseconds) const { return noon + std::chrono::milliseconds(milliseconds); }
@@ -56,7 +58,19 @@ TEST_F(LedgerlyStore, TheQueueHoldsWhatTheCloudLacksOldestFirst) {
       {"edited since blocked", "o", "T", "{}", at(0), at(10), at(8), {}, at(9)},
   };
   for (const auto& row : rows) save(row);
-  EXPECT_EQ(pending(), "edited since blocked;dirty by a tick;never pushed;3");
+  const std::string expected = "edited since blocked;dirty by a tick;never pushed;";
+  EXPECT_EQ(pending(), expected + "3");
+  // Dates are compared, and not their texts: other programs write shorter forms.
+  inFile(
+      "UPDATE ledgerly_sheets SET synced_at = '2026-03-01 12:00', updated_at = '2026-03-01 12:00:00.000' "
+      "WHERE id = 'clean'; UPDATE ledgerly_sheets SET updated_at = '2026-03-01 12:00:00', "
+      "synced_at = NULL, push_blocked_at = '2026-03-01 12:00:00.000' WHERE id = 'blocked at the edit'");
+  EXPECT_EQ(pending(), expected + "3");
+  EXPECT_EQ(queries.counts("o").blocked, 2);
+  // A date that nobody can read is told by the push of its own row and stops no other one.
+  inFile("UPDATE ledgerly_sheets SET synced_at = 'soon' WHERE id = 'clean'");
+  EXPECT_EQ(queries.pendingIDs("o").size(), 4U);
+  EXPECT_EQ(queries.counts("o").pending, 4);
 }
 
 TEST_F(LedgerlyStore, MarksTouchTheirOwnColumnsAlone) {

@@ -2,6 +2,7 @@
 
 #include "base/JSONArguments.h"
 #include "base/SHA256.h"
+#include "store/ScenewardID.h"
 #include "store/ScenewardQueries.h"
 #include "store/ScenewardSceneSeed.h"
 #include "store/ScenewardTombstones.h"

@@ -1,7 +1,10 @@
 #include "StoreFixture.h"
 
+#include "base/ShellLog.h"
 #include "base/tasks/TaskGroup.h"
 
+#include <fmt/format.h>
+#include <fmt/ranges.h>
 #include <signal.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -9,6 +12,8 @@
 #include <unistd.h>
 
 #include <iostream>
+#include <iterator>
+#include <set>
 #include <vector>
 
 // That no acknowledged write is lost when the process is killed is tested with the whole agent.
@@ -130,6 +135,53 @@ TEST(StoreFaults, AFullDiskFailsTheWriteAndNothingElse) {
   EXPECT_EQ(failureOfWrite(2000), "nothing");
   EXPECT_EQ(OtherProgram(folder.database()).run("SELECT COUNT(*) FROM recents; PRAGMA integrity_check"),
             std::to_string(written + 1) + " ok");
+}
+
+// Whoever clears a folder or restores a backup does not ask whether the agent runs.
+TEST(StoreFaults, NoWriteIsAcknowledgedThatTheFileAtThePathDoesNotHold) {
+  // What is done to the files, the rows of before that are found afterwards, and what was set aside.
+  const std::tuple<const char*, const char*, const char*> cases[] = {
+      {"rm Vorlane.sqlite*", "-", ""},
+      {"rm Vorlane.sqlite", "-", "-shm.orphaned -wal.orphaned"},
+      {"mv backup Vorlane.sqlite", "1", "-shm.orphaned -wal.orphaned"},
+      {"rm Vorlane.sqlite-*; mv backup Vorlane.sqlite", "1", ""},
+      {"rm Vorlane.sqlite-wal", "1,2", ""},
+      {"rm Vorlane.sqlite-shm", "1,2", ""},
+  };
+  for (const auto& [harm, rowsBefore, setAside] : cases) {
+    SCOPED_TRACE(harm);
+    const TemporaryFolder folder;
+    const auto inFile = [&](const std::string& sql) { return OtherProgram(folder.database()).run(sql); };
+    const AgentStore stores[] = {AgentStore(folder.path), AgentStore(folder.path)};
+    const auto count = [](Database& db) { return db.fetchCount("SELECT COUNT(*) FROM recents"); };
+    installShellLog(ShellLog(folder.path + "/log", "test"));
+    stores[0].dbWriter().write(insertion(1));
+    inFile("VACUUM INTO '" + folder.path + "/backup'");
+    stores[0].dbWriter().write(insertion(2));
+    EXPECT_EQ(stores[1].dbWriter().read(count), 2);
+    ASSERT_EQ(std::system(("cd " + folder.path + "; " + harm).c_str()), 0);
+
+    std::string expected = rowsBefore, failures;
+    for (int number = 10; number < 30; ++number) {
+      const auto failure = failureOf([&] { stores[number % 2].dbWriter().write(insertion(number)); });
+      failure == "nothing" ? expected += "," + std::to_string(number) : failures += failure;
+    }
+    EXPECT_EQ(failures, folder.database() +
+                            " or its log was removed or replaced while it was open. Nothing was read or "
+                            "written; the next call finds what is there now.");
+    EXPECT_EQ(inFile("SELECT group_concat(entity_id) FROM recents"),
+              expected.starts_with("-,") ? expected.substr(2) : expected);
+    EXPECT_EQ(inFile("PRAGMA integrity_check; SELECT COUNT(*) FROM grdb_migrations"), "ok 9");
+    for (const auto& store : stores)
+      EXPECT_EQ(std::to_string(store.dbWriter().read(count)), inFile("SELECT COUNT(*) FROM recents"));
+    std::set<std::string> orphans;
+    for (const auto& entry : std::filesystem::directory_iterator(folder.path))
+      if (entry.path().extension() == ".orphaned")
+        orphans.insert(entry.path().filename().string().substr(14));
+    EXPECT_EQ(fmt::format("{}", fmt::join(orphans, " ")), setAside);
+    std::ifstream log(folder.path + "/log");
+    EXPECT_EQ(std::count(std::istreambuf_iterator<char>(log), {}, '\n'), 1);
+  }
 }
 
 TEST(StoreFaults, AFolderOrFileThatMayNotBeWrittenIsNamed) {

@@ -127,15 +127,29 @@ TEST_F(LedgerlyTools, ItemsAreEditedByTheirId) {
                {two, "'itemId':'1'", "{'checked':true,'itemId':'1'}", done},
                {"[{'items':[{'checked':true,'id':'1'}]}]", "'itemId':'1'", "{'checked':false,'itemId':'1'}",
                 "[{'items':[{'checked':false,'id':'1'}]}]"}});
-  // What an edit of a stub leaves would take the place of the sheet that the cloud has.
-  await(queries.mergeRemoteMetadata("7", "o", "Cloud", present));
-  for (const char* tool : {"add_item", "update_item", "delete_item", "toggle_check", "delete_category"}) {
-    EXPECT_EQ(call(tool, "{'sheetId':'no'}"), "ledgerly 404 sheet no not found") << tool;
-    EXPECT_THAT(call(tool, "{'sheetId':'7'}"),
-                ::testing::StartsWith("ledgerly 409 only the title of sheet 7 is"))
-        << tool;
+}
+
+// What would make a whole sheet of a stub would take the place of the sheet that the cloud has.
+TEST_F(LedgerlyTools, AnEditOfAStubFindsNothingAndOneThatWouldFillItIsRefused) {
+  const std::tuple<const char*, const char*, bool> cases[] = {
+      {"add_item",
+       "ledgerly 409 only the title of sheet 7 is on this computer: its contents are in the cloud, and an "
+       "edit here would replace them. Nothing was changed.",
+       false},
+      {"update_item", "{'item':{}}", true},
+      {"delete_item", "{'deleted':'1'}", true},
+      {"toggle_check", "{'checked':false,'itemId':'1'}", true},
+      {"delete_category", "ledgerly 409 no category matched", true},
+      {"rename_category", "ledgerly 404 no category matched", true},
+  };
+  for (const auto& [tool, answer, moved] : cases) {
+    await(queries.mergeRemoteMetadata("7", "o", "Cloud", present));
+    for (int again = 0; again < 2; ++again)
+      EXPECT_EQ(call(tool, "{'sheetId':'7','itemId':'1','newName':'N','patch':{'name':'N'}}"), answer);
+    EXPECT_EQ(inFile("SELECT data, updated_at > synced_at FROM ledgerly_sheets"), moved ? "{}|1" : "{}|0");
+    EXPECT_EQ(call(tool, "{'sheetId':'no','newName':'N'}"), "ledgerly 404 sheet no not found") << tool;
+    await(queries.deleteSheet("7"));
   }
-  EXPECT_EQ(inFile("SELECT data, updated_at = synced_at FROM ledgerly_sheets WHERE id = '7'"), "{}|1");
 }
 
 TEST_F(LedgerlyTools, CategoriesAreFoundRemovedAndRenamed) {

@@ -174,9 +174,11 @@ TEST_F(ScenewardTools, TheTimelineIsFoldersAndKeyframes) {
                 "{'cue':" + full + "}", "{'cues':{'c':{},'d':{}},'folders':[{'id':'c'}," + full + "]}"},
                {"{'cues':[]}", "'cueId':'c','parentFolderId':null,'name':7,'atSeconds':'3','color':7",
                 "{'cue':" + plain + "}", "{'cues':{'c':{}},'folders':[" + plain + "]}"},
-               {"{'folders':[{'id':'f'},7]}", "'cueId':'c'", unreadable("folders"), "="},
+               {"{'folders':[{'id':'f'},7]}", "'cueId':'c'", "{'cue':" + plain + "}",
+                "{'cues':{'c':{}},'folders':[{'id':'f'},7," + plain + "]}"},
+               {"{'folders':{'id':'f'}}", "'cueId':'c'", "{'cue':" + plain + "}",
+                "{'cues':{'c':{}},'folders':[" + plain + "]}"},
                {"{'cues':[1]}", "'cueId':'c'", unreadable("cues", "an object"), "="}});
-  expectEdits("create_shot", {{"{'folders':[{'id':'f'},7]}", "'name':'N'", unreadable("folders"), "="}});
   expectEdits("upsert_keyframe",
               {{"{}", "'cueId':'c','shapeId':'a','keyframe':{'x':1}",
                 "{'cueId':'c','keyframe':{'x':1},'shapeId':'a'}", "{'cues':{'c':{'a':{'x':1}}}}"},

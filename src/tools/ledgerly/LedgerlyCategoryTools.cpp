@@ -8,7 +8,7 @@
 
 #include <fmt/format.h>
 
-#include <optional>
+#include <expected>
 #include <string>
 #include <utility>
 
@@ -17,12 +17,8 @@ namespace {
 
 constexpr char noCategory[] = "no category matched";
 
-/// What an edit did, or the text by which it refused. A refusal is raised only after
-/// the document has been written back as it was.
-struct Report {
-  std::optional<std::string> refusal;
-  JSONMap result;
-};
+// An edit reports what it did, or the text by which it refused. A refusal is raised only
+// after the document has been written back as it was.
 
 JSONValue valueOrEmptyString(const JSONMap& map, std::string_view key) {
   const auto* value = json::find(map, key);
@@ -39,44 +35,44 @@ std::size_t itemCount(const JSONMap& category) {
 Task<JSONMap> deleteCategory(LedgerlyQueries queries, JSONMap arguments, Identity) {
   auto remove = [id = json::string(arguments, "categoryId"), name = json::string(arguments, "categoryName"),
                  deleteItems =
-                     json::booleanOr(arguments, "deleteItems", false)](JSONMap& document) -> Report {
+                     json::booleanOr(arguments, "deleteItems", false)](JSONMap& document) -> EditReport {
     const auto position = ledgerly::findCategory(document, id, name);
-    if (!position) return {.refusal = noCategory};
+    if (!position) return std::unexpected(noCategory);
     auto& categories = *ledgerly::categories(document);
     const auto& category = categories[*position].get_object();
     const auto count = itemCount(category);
     if (count > 0 && !deleteItems) {
-      return {.refusal = fmt::format(
-                  "category holds {} item(s) — pass deleteItems: true to remove them along with it", count)};
+      return std::unexpected(fmt::format(
+          "category holds {} item(s) — pass deleteItems: true to remove them along with it", count));
     }
     JSONMap removed{{"id", valueOrEmptyString(category, "id")},
                     {"name", valueOrEmptyString(category, "name")},
                     {"itemsRemoved", count}};
     categories.erase(categories.begin() + *position);
-    return {.result = std::move(removed)};
+    return removed;
   };
   auto report = co_await queries.mutateDocument(json::stringOr(arguments, "sheetId"), std::move(remove));
-  if (report.refusal) throw ledgerlyFailure(409, *report.refusal);
-  co_return JSONMap{{"deleted", std::move(report.result)}};
+  if (!report) throw ledgerlyFailure(409, report.error());
+  co_return JSONMap{{"deleted", *std::move(report)}};
 }
 
 Task<JSONMap> renameCategory(LedgerlyQueries queries, JSONMap arguments, Identity) {
   auto newName = trimmed(entityDecoded(json::stringOr(arguments, "newName")));
   if (newName.empty()) throw ledgerlyFailure(400, "newName is required");
   auto rename = [id = json::string(arguments, "categoryId"), name = json::string(arguments, "categoryName"),
-                 newName = std::move(newName)](JSONMap& document) -> Report {
+                 newName = std::move(newName)](JSONMap& document) -> EditReport {
     const auto position = ledgerly::findCategory(document, id, name);
-    if (!position) return {.refusal = noCategory};
+    if (!position) return std::unexpected(noCategory);
     auto& category = (*ledgerly::categories(document))[*position].get_object();
     JSONMap renamed{{"id", valueOrEmptyString(category, "id")},
                     {"name", newName},
                     {"previousName", valueOrEmptyString(category, "name")}};
     category["name"] = newName;
-    return {.result = std::move(renamed)};
+    return renamed;
   };
   auto report = co_await queries.mutateDocument(json::stringOr(arguments, "sheetId"), std::move(rename));
-  if (report.refusal) throw ledgerlyFailure(404, *report.refusal);
-  co_return JSONMap{{"category", std::move(report.result)}};
+  if (!report) throw ledgerlyFailure(404, report.error());
+  co_return JSONMap{{"category", *std::move(report)}};
 }
 
 constexpr ToolProperty removal[] = {

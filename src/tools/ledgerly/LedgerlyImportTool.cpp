@@ -90,20 +90,23 @@ Task<JSONMap> importInto(Services services, LedgerlySheetRow row, Import import,
     entry = archiveEntry(services, import, payload, name, reference);
   }
   const auto result = resultOf(row.id, name, payload);
-  auto land = [append = import.append,
-               categories = std::move(payload.categories)](JSONMap& document) mutable {
-    auto& present = document["categories"];
+  // One transaction for the list and the title: a call that is repeated because its answer
+  // was lost must not meet a sheet that has the one without the other.
+  auto land = [append = import.append, title = std::move(import.title),
+               categories = std::move(payload.categories)](EditedRow& sheet) mutable {
+    if (title) sheet.title = *title;
+    auto& present = sheet.document["categories"];
     if (!append || !present.is_array()) {
       present = std::move(categories);
       return;
     }
-    auto& list = ledgerly::appendableArray(document, "categories");
-    list.insert(list.end(), std::make_move_iterator(categories.begin()),
-                std::make_move_iterator(categories.end()));
+    auto& list = ledgerly::appendableArray(sheet.document, "categories");
+    // One by one: the array's own insert of a range does not take the parts into its memory.
+    list.reserve(list.size() + categories.size());
+    for (auto& category : categories) list.push_back(std::move(category));
   };
-  co_await services.queries.mutateDocument(row.id, std::move(land),
-                                           import.append ? SheetEdit::part : SheetEdit::whole);
-  if (name != row.title) co_await services.queries.rename(row.id, name);
+  co_await services.queries.mutateRow(row.id, std::move(land),
+                                      import.append ? DocumentEdit::part : DocumentEdit::whole);
   fileInArchive(services, identity, std::move(entry));
   co_return result;
 }

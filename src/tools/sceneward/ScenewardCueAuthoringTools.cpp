@@ -16,15 +16,21 @@ void copyString(JSONMap& folder, const JSONMap& arguments, std::string_view key)
   if (const auto text = json::string(arguments, key)) folder[key] = *text;
 }
 
+/// The scene's folders, to be appended to. What stands in the list stays, whatever it is;
+/// anything but a list reads as an empty one.
+JSONArray& folders(JSONMap& document) {
+  auto& value = document["folders"];
+  if (!value.is_array()) value.emplace_array();
+  return value.get_array();
+}
+
 Task<JSONMap> createShot(ScenewardQueries queries, JSONMap arguments, Identity) {
   JSONMap folder{{"id", newUppercaseUUID()}, {"kind", "shot"}};
   copyString(folder, arguments, "name");
   const auto* parent = json::find(arguments, "parentFolderId");
   if (parent != nullptr && (parent->is_string() || parent->is_null())) folder["parentFolderId"] = *parent;
   copyString(folder, arguments, "color");
-  auto append = [folder](JSONMap& document) {
-    sceneward::appendableArray(document, "folders").push_back(folder);
-  };
+  auto append = [folder](JSONMap& document) { folders(document).push_back(folder); };
   co_await queries.mutateDocument(json::stringOr(arguments, "sceneId"), std::move(append));
   co_return JSONMap{{"shot", std::move(folder)}};
 }
@@ -38,7 +44,7 @@ Task<JSONMap> createCue(ScenewardQueries queries, JSONMap arguments, Identity) {
   if (seconds != nullptr && seconds->is_number()) folder["atSeconds"] = *seconds;
   copyString(folder, arguments, "color");
   auto append = [folder, cueID](JSONMap& document) {
-    sceneward::appendableArray(document, "folders").push_back(folder);
+    folders(document).push_back(folder);
     // The keyframes of an earlier cue of that id go.
     sceneward::writableObject(document, "cues")[cueID] = JSONMap();
   };

@@ -2,6 +2,7 @@
 
 #include "base/Identifiers.h"
 #include "base/JSONArguments.h"
+#include "store/ScenewardID.h"
 #include "store/ScenewardSceneSeed.h"
 #include "store/SnapshotCodec.h"
 #include "tools/DocumentEdits.h"
