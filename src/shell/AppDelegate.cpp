@@ -194,6 +194,7 @@ MCPLifecycle::Environment AppDelegate::lifecycleEnvironment() const {
       .port = settings_.port,
       .io = runtime_.io(),
       .concurrent = runtime_.concurrent(),
+      .poller = &runtime_.poller(),
   };
 }
 
