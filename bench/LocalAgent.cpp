@@ -2,6 +2,8 @@
 
 #include "access/KeychainBearerStorage.h"
 #include "base/Failure.h"
+#include "mcp/MCPRequestContext.h"
+#include "mcp/RPCRoute.h"
 #include "platform/Platform.h"
 #include "tests/integration/AgentProcess.h"
 #include "tools/ledgerly/LedgerlyToolModule.h"
@@ -53,10 +55,17 @@ LocalAgent::LocalAgent(std::vector<ToolDefinition> extra)
   const auto bearer = std::make_shared<AgentBearerStore>(std::make_shared<KeychainBearerStorage>(
       std::shared_ptr<SecretVault>(makeFileVault(folder_ / "vault"))));
   token_ = bearer->currentToken();
-  http_ = std::make_shared<HTTPTransport>(server_, bearer, 0, runtime_->io(), runtime_->concurrent());
+  const auto reserve = std::make_shared<DescriptorReserve>();
+  HTTPRoutes routes;
+  routes.add("/rpc", std::make_shared<RPCRoute>(server_, bearer));
+  const auto startCall = [concurrent = runtime_->concurrent()](std::string name, TaskBody body) {
+    MCPRequestContext::startCall(concurrent, std::move(name), std::move(body));
+  };
+  http_ = std::make_shared<HTTPTransport>(std::move(routes), 0, runtime_->io(), runtime_->poller(), startCall,
+                                          reserve);
   http_->start();
   socket_ = std::make_unique<UnixSocketTransport>(server_, (folder_ / "mcp.sock").string(), runtime_->io(),
-                                                  runtime_->concurrent());
+                                                  runtime_->concurrent(), runtime_->poller(), reserve);
   socket_->start();
 }
 

@@ -24,6 +24,7 @@ std::string encodeResponse(const JSONRPCResponse& response);
 /// parseError and this text. Throws as encodeResponse does.
 std::string encodeParseError(std::string description);
 
+/// Cuts the messages of a stream apart.
 using vorlane::extractLine;
 
 }  // namespace vorlane::JSONRPCCodec

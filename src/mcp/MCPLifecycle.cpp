@@ -74,7 +74,7 @@ void MCPLifecycle::startSocket(const Environment& environment) {
   if (!environment.socketPath) return;
   try {
     uds_ = std::make_unique<UnixSocketTransport>(server_, *environment.socketPath, environment.io,
-                                                 environment.concurrent);
+                                                 environment.concurrent, *environment.poller, reserve_);
     uds_->start();
     environment.log("mcp: UDS listening at " + uds_->path());
   } catch (const std::exception& error) {
@@ -89,8 +89,11 @@ void MCPLifecycle::startHTTP(const Environment& environment) {
     auto routes = environment.routes;
     routes.add("/rpc", std::make_shared<RPCRoute>(server_, environment.bearerStore));
     auto http = std::make_shared<HTTPTransport>(
-        std::move(routes), port, environment.io,
-        [concurrent = environment.concurrent] { return MCPRequestContext::executorForCall(concurrent); });
+        std::move(routes), port, environment.io, *environment.poller,
+        [concurrent = environment.concurrent](std::string name, TaskBody body) {
+          MCPRequestContext::startCall(concurrent, std::move(name), std::move(body));
+        },
+        reserve_);
     http->start();
     http_ = std::move(http);
   };

@@ -4,9 +4,11 @@
 #include "access/AgentBearerStore.h"
 #include "access/MCPRequestAuthorizer.h"
 #include "base/ShellLog.h"
+#include "base/tasks/Poller.h"
 #include "mcp/MCPServer.h"
 #include "mcp/MCPStatusSnapshot.h"
 #include "mcp/ToolRegistry.h"
+#include "net/DescriptorReserve.h"
 #include "net/HTTPRoutes.h"
 
 #include <atomic>
@@ -43,6 +45,8 @@ class MCPLifecycle {
     std::uint16_t port = 17800;
     Executor io;
     Executor concurrent;
+    /// Serves the clients; outlives the lifecycle, as the executors do.
+    Poller* poller = nullptr;
     Clock clock = now;
   };
 
@@ -85,6 +89,8 @@ class MCPLifecycle {
   std::shared_ptr<std::atomic<bool>> running_;
   std::unique_ptr<UnixSocketTransport> uds_;
   std::shared_ptr<HTTPTransport> http_;
+  /// Of both transports.
+  const std::shared_ptr<DescriptorReserve> reserve_ = std::make_shared<DescriptorReserve>();
   /// What the system chose when it was asked for any port.
   std::uint16_t chosenPort_ = 0;
 };

@@ -1,6 +1,7 @@
 #include "mcp/MCPRequestContext.h"
 
 #include "base/tasks/AwaitOn.h"
+#include "base/tasks/Moment.h"
 #include "base/tasks/TaskContext.h"
 
 #include <boost/asio/cancellation_state.hpp>
@@ -59,15 +60,18 @@ void checkCurrentAccount() {
   if (context->fence && !context->fence()) throw Failure(Failure::Case::accountChanged);
 }
 
-Executor executorForCall(Executor inner) {
-  return executorWithContext(std::move(inner), std::make_shared<const CallContext>());
+void startCall(const Executor& executor, std::string name, TaskBody body) {
+  spawnHere(executor, std::make_shared<const CallContext>(), std::move(name), std::move(body));
 }
 
 namespace {
 
 Task<JSONMap> checked(std::function<Task<JSONMap>()> handler) {
   checkCurrentAccount();
+  // The handler may take its time, and its effects are seen by others.
+  Moment::end();
   auto result = co_await handler();
+  const Moment afterwards;
   checkCurrentAccount();
   co_return result;
 }

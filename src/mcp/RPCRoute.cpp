@@ -10,10 +10,16 @@ namespace vorlane {
 RPCRoute::RPCRoute(std::shared_ptr<MCPServer> server, std::shared_ptr<AgentBearerStore> bearerStore)
     : server_(std::move(server)), bearerStore_(std::move(bearerStore)) {}
 
+std::optional<HTTPMessage> RPCRoute::answerToHead(const HTTPRequest& head) {
+  if (head.method != "POST" || head.path != "/rpc") return notFoundMessage();
+  if (!isAuthorised(head.headers)) return plainMessage(401, "unauthorized", "text/plain");
+  if (!server_) return plainMessage(503, "mcp access disabled", "text/plain");
+  return std::nullopt;
+}
+
+/// The head is judged by what holds now, when the whole request is there.
 Task<HTTPMessage> RPCRoute::answer(HTTPRequest request) {
-  if (request.method != "POST" || request.path != "/rpc") co_return notFoundMessage();
-  if (!isAuthorised(request.headers)) co_return plainMessage(401, "unauthorized", "text/plain");
-  if (!server_) co_return plainMessage(503, "mcp access disabled", "text/plain");
+  if (auto refusal = answerToHead(request)) co_return *std::move(refusal);
   co_return co_await answerCall(std::move(request.body));
 }
 

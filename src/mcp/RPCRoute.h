@@ -5,6 +5,7 @@
 #include "net/HTTPRoutes.h"
 
 #include <memory>
+#include <optional>
 #include <string>
 
 namespace vorlane {
@@ -16,6 +17,8 @@ class RPCRoute final : public HTTPRoute {
   /// the token.
   RPCRoute(std::shared_ptr<MCPServer> server, std::shared_ptr<AgentBearerStore> bearerStore);
 
+  /// All that keeps a request from being carried out stands in its head.
+  std::optional<HTTPMessage> answerToHead(const HTTPRequest& head) override;
   Task<HTTPMessage> answer(HTTPRequest request) override;
 
  private:

@@ -1,6 +1,5 @@
 #include "mcp/SocketConnection.h"
 
-#include "base/tasks/Spawn.h"
 #include "mcp/MCPRequestContext.h"
 #include "mcp/MessageExchange.h"
 
@@ -17,7 +16,7 @@
 namespace vorlane {
 namespace {
 
-using boost::asio::posix::stream_descriptor;
+using Steady = std::chrono::steady_clock;
 
 constexpr std::size_t readSize = 65536;
 /// Bytes of answers that the client may leave untaken, and bytes and number of lines
@@ -26,17 +25,17 @@ constexpr std::size_t answerBound = std::size_t{1} << 20;
 constexpr std::size_t lineByteBound = std::size_t{1} << 20;
 constexpr std::size_t lineBound = 1024;
 /// How many of the concurrent executor's threads, which are four at the least, one connection
-/// occupies with starting its lines; and how many lines each starts, and for how long, before
+/// occupies with its lines, and for how long each, or a thread of the poller, starts lines before
 /// others have their turn. A call that works without waiting is over when the next is started.
 constexpr std::size_t workersAtMost = 3;
-constexpr int linesATurn = 16;
 constexpr std::chrono::milliseconds timeATurn{2};
-/// Bytes of answers that a worker sends by itself, and that the I/O thread sends before
-/// others have their turn.
-constexpr std::size_t sentAtOnce = 65536;
+/// How long the answers of a turn are gathered. A send costs as much as a small call, and
+/// wakes the client up; and it has something to do while the rest is made.
+constexpr std::chrono::microseconds gatheringTime{200};
+/// Bytes of answers that are sent before others have their turn.
 constexpr std::size_t sentATurn = std::size_t{1} << 20;
 
-/// Every connection reads into the same buffer, since all of them read on the one I/O thread.
+/// The connections of a thread read into the same buffer.
 std::array<char, readSize>& readBuffer() {
   thread_local std::array<char, readSize> buffer;
   return buffer;
@@ -44,62 +43,122 @@ std::array<char, readSize>& readBuffer() {
 
 }  // namespace
 
+/// A thread's turn with the lines of a connection. The answers that are ready during it are
+/// gathered, and sent by the thread itself.
+class SocketConnection::Turn {
+ public:
+  explicit Turn(const SocketConnection& connection) : outer_(std::exchange(current_, &connection)) {}
+  ~Turn() { current_ = outer_; }
+  Turn(const Turn&) = delete;
+  Turn& operator=(const Turn&) = delete;
+
+  static bool isOn(const SocketConnection& connection) { return current_ == &connection; }
+  /// To be told the time after each call.
+  void tick() { now_ = Steady::now(); }
+  bool isOver() const { return now_ >= end_; }
+  /// True once for each stretch of gathering.
+  bool hasGathered() {
+    if (now_ < gathered_) return false;
+    gathered_ = now_ + gatheringTime;
+    return true;
+  }
+
+ private:
+  static thread_local constinit const SocketConnection* current_;
+
+  const SocketConnection* const outer_;
+  Steady::time_point now_ = Steady::now();
+  const Steady::time_point end_ = now_ + timeATurn;
+  Steady::time_point gathered_ = now_ + gatheringTime;
+};
+
+thread_local constinit const SocketConnection* SocketConnection::Turn::current_ = nullptr;
+
 SocketConnection::SocketConnection(std::shared_ptr<SocketSettings> settings, FileDescriptor socket)
-    : settings_(std::move(settings)), socket_(settings_->io, socket.get()) {
-  socket.release();
+    : settings_(std::move(settings)), socket_(std::move(socket)) {
   ++settings_->open;
 }
 
-// Whatever still waits here was dropped by an executor that has ended.
 SocketConnection::~SocketConnection() {
-  if (socket_.is_open()) --settings_->open;
+  // Only where the poller has let go of it, or could not take it.
+  if (socket_) --settings_->open;
 }
 
-void SocketConnection::read() {
-  // Nobody closes the socket but this thread.
-  if (!socket_.is_open()) return;
-  auto& buffer = readBuffer();
-  const auto count = ::recv(socket_.native_handle(), buffer.data(), buffer.size(), MSG_DONTWAIT);
-  if (count < 0 && (errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR)) return waitToRead();
-  if (count <= 0) return close();
-  take({buffer.data(), static_cast<std::size_t>(count)});
-
-  std::unique_lock hold(lock_);
-  paused_ = !hasRoom(1);
-  if (paused_) return;
-  hold.unlock();
-  if (static_cast<std::size_t>(count) < readSize) return waitToRead();
-  // There is more; others have their turn in between.
-  boost::asio::post(settings_->io, [self = shared_from_this()] { self->read(); });
-}
-
-void SocketConnection::waitToRead() {
-  const std::scoped_lock hold(lock_);
-  socket_.async_wait(stream_descriptor::wait_read,
-                     [self = shared_from_this()](boost::system::error_code error) {
-                       if (!error) self->read();
-                     });
-}
-
-void SocketConnection::take(std::string_view bytes) {
-  received_.append(bytes);
-  std::deque<std::string> lines;
-  while (auto line = received_.next()) lines.push_back(*std::move(line));
-  if (lines.empty()) return;
-
-  const std::scoped_lock hold(lock_);
-  for (auto& line : lines) {
-    lineBytes_ += line.size();
-    lines_.push_back(std::move(line));
+void SocketConnection::start() {
+  bool crowded = false;
+  {
+    const std::scoped_lock hold(lock_);
+    place_ = settings_->reserve->enter(weak_from_this(), DescriptorReserve::Rank::silentAssistant);
+    crowded = DescriptorReserve::isKeptBack(socket_.get());
+    key_ = settings_->poller.add(socket_.get(), shared_from_this(), Poller::Wait::edgesOfBytes);
   }
-  wakeWorkers();
+  if (crowded) settings_->reserve->makeRoom();
+}
+
+/// Several threads may be here at once, each with what it has read.
+void SocketConnection::ready() {
+  if (!goOnSending()) return;
+  Turn turn(*this);
+  for (auto reading = Reading::more; reading == Reading::more;) {
+    reading = readSome();
+    if (reading == Reading::nothing) return;
+    runLines(turn);
+    if (reading == Reading::more && turn.isOver()) {
+      // Others have their turn in between.
+      const std::scoped_lock hold(lock_);
+      if (isOpen()) settings_->poller.wait(key_, socket_.get(), Poller::Wait::edgesOfBytes);
+      return;
+    }
+  }
+}
+
+/// False when the connection has ended.
+bool SocketConnection::goOnSending() {
+  {
+    const std::scoped_lock hold(lock_);
+    if (cut_) close();
+    if (!isOpen()) return false;
+    if (!std::exchange(blocked_, false)) return true;
+    settings_->poller.wait(key_, socket_.get(), Poller::Wait::edgesOfBytes);
+  }
+  flush();
+  return true;
+}
+
+SocketConnection::Reading SocketConnection::readSome() {
+  auto& buffer = readBuffer();
+  const std::scoped_lock hold(lock_);
+  if (!isOpen() || paused_) return Reading::nothing;
+  ssize_t count = 0;
+  do {
+    count = ::recv(socket_.get(), buffer.data(), buffer.size(), MSG_DONTWAIT);
+  } while (count < 0 && errno == EINTR);
+  if (count < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) return Reading::nothing;
+  if (count <= 0) {
+    close();
+    return Reading::nothing;
+  }
+  received_.append({buffer.data(), static_cast<std::size_t>(count)});
+  takeLines();
+  return std::cmp_equal(count, readSize) ? Reading::more : Reading::all;
+}
+
+/// Under the lock.
+void SocketConnection::takeLines() {
+  while (auto line = received_.next()) {
+    lineBytes_ += line->size();
+    lines_.push_back(*std::move(line));
+    place_.reset();
+  }
+  paused_ = !hasRoom(1);
+  if (busy_) wakeWorkers();
 }
 
 /// Under the lock. Sees to it that as many workers take lines as may and can.
 void SocketConnection::wakeWorkers() {
   if (!mayStart()) return;
   for (; workers_ < std::min(lines_.size(), workersAtMost); ++workers_) {
-    boost::asio::post(settings_->concurrent, [self = shared_from_this()] { self->runLines(); });
+    boost::asio::post(settings_->concurrent, [self = shared_from_this()] { self->work(); });
   }
 }
 
@@ -111,33 +170,40 @@ std::size_t SocketConnection::untaken() const {
 /// Under the lock. A line waits while the client leaves too much untaken. When it has
 /// gone, what it sent is still carried out.
 bool SocketConnection::mayStart() const {
-  return untaken() < answerBound || !socket_.is_open();
+  return untaken() < answerBound || !isOpen();
+}
+
+/// A turn on the concurrent executor.
+void SocketConnection::work() {
+  Turn turn(*this);
+  runLines(turn);
+  const std::scoped_lock hold(lock_);
+  if (lines_.empty() || !mayStart()) {
+    --workers_;
+    return;
+  }
+  boost::asio::post(settings_->concurrent, [self = shared_from_this()] { self->work(); });
 }
 
 /// Starts lines one after another. Most calls read the database where they stand and
 /// end before the next is started; one that waits for something goes on by itself.
-void SocketConnection::runLines() {
-  using Steady = std::chrono::steady_clock;
-  const auto end = Steady::now() + timeATurn;
-  for (int count = 0; count == 0 || (count < linesATurn && Steady::now() < end); ++count) {
-    std::string line;
-    if (!nextLine(line)) return;
-    spawn(MCPRequestContext::executorForCall(settings_->concurrent), "mcp: socket request",
-          [self = shared_from_this(), line = std::move(line)]() mutable -> Task<> {
-            auto exchange = co_await exchangeMessage(self->settings_->server, std::move(line));
-            if (exchange.isNotification) exchange.answer.clear();
-            self->finish(std::move(exchange.answer));
-          });
+void SocketConnection::runLines(Turn& turn) {
+  std::string line;
+  while (nextLine(line)) {
+    startCall(std::move(line));
+    turn.tick();
+    if (turn.isOver()) break;
+    if (turn.hasGathered()) sendGathered();
   }
-  boost::asio::post(settings_->concurrent, [self = shared_from_this()] { self->runLines(); });
+  sendGathered();
+  const std::scoped_lock hold(lock_);
+  busy_ = !lines_.empty();
+  if (busy_) wakeWorkers();
 }
 
 bool SocketConnection::nextLine(std::string& line) {
   const std::scoped_lock hold(lock_);
-  if (lines_.empty() || !mayStart()) {
-    --workers_;
-    return false;
-  }
+  if (lines_.empty() || !mayStart()) return false;
   line = std::move(lines_.front());
   lines_.pop_front();
   lineBytes_ -= line.size();
@@ -146,53 +212,88 @@ bool SocketConnection::nextLine(std::string& line) {
   return true;
 }
 
-/// Takes the answer of a call, which is empty when the client is to get none.
-void SocketConnection::finish(std::string answer) {
-  const std::scoped_lock hold(lock_);
-  --callsInFlight_;
-  if (!socket_.is_open()) return;
-  if (!answer.empty() && !deaf_) answers_.append(std::move(answer += '\n'));
-  if (flushing_ || answers_.empty()) return;
-  // The last answer goes out at once, unless that would take long. Others are gathered
-  // while the I/O thread comes to it, since a send costs as much as a small call.
-  const bool last = callsInFlight_ == 0 && lines_.empty() && answers_.bytes() <= sentAtOnce;
-  if (last && answers_.send(socket_.native_handle(), sentAtOnce) == AnswerQueue::Sending::complete)
-    return goOn();
-  flushing_ = true;
-  boost::asio::post(settings_->io, [self = shared_from_this()] { self->flush(); });
+void SocketConnection::startCall(std::string line) {
+  MCPRequestContext::startCall(settings_->concurrent, "mcp: socket request",
+                               [self = shared_from_this(), line = std::move(line)]() mutable -> Task<> {
+                                 auto exchange =
+                                     co_await exchangeMessage(self->settings_->server, std::move(line));
+                                 if (exchange.isNotification) exchange.answer.clear();
+                                 self->finish(std::move(exchange.answer));
+                               });
 }
 
-/// On `io`. Only this thread closes the socket, so it sends without the lock, and the
-/// workers go on gathering meanwhile.
-void SocketConnection::flush() {
-  if (!socket_.is_open()) return;
+/// Takes the answer of a call, which is empty when the client is to get none.
+void SocketConnection::finish(std::string answer) {
   {
     const std::scoped_lock hold(lock_);
-    sending_.take(answers_);
-    unsent_ = sending_.bytes();
-    flushing_ = !sending_.empty();
-    if (!flushing_) return goOn();
+    --callsInFlight_;
+    if (!isOpen()) return;
+    if (!answer.empty() && !deaf_) answers_.append(std::move(answer += '\n'));
+    if (Turn::isOn(*this) || flushing_ || answers_.empty()) return;
+    flushing_ = true;
+    // Answers of other calls that are ready go with it.
+    if (callsInFlight_ > 0 || !lines_.empty()) {
+      return boost::asio::post(settings_->concurrent, [self = shared_from_this()] { self->flush(); });
+    }
   }
-  const auto outcome = sending_.send(socket_.native_handle(), sentATurn);
-  // The client takes no answers any more. What it has sent is still read and carried
-  // out: the end of that is the connection's.
-  if (outcome == AnswerQueue::Sending::failed) sending_ = {};
+  flush();
+}
 
-  const std::scoped_lock hold(lock_);
+void SocketConnection::sendGathered() {
+  {
+    const std::scoped_lock hold(lock_);
+    if (!isOpen() || flushing_ || answers_.empty()) return;
+    flushing_ = true;
+  }
+  flush();
+}
+
+/// Sends until nothing is left, or the client takes no more. By whoever has set `flushing_`.
+void SocketConnection::flush() {
+  while (sendOnce()) {
+  }
+}
+
+/// Whether to go on at once. Sends without the lock, so that others go on gathering meanwhile.
+bool SocketConnection::sendOnce() {
+  std::unique_lock hold(lock_);
+  if (isOpen()) sending_.take(answers_);
   unsent_ = sending_.bytes();
+  if (!isOpen() || sending_.empty()) {
+    flushing_ = false;
+    goOn();
+    return false;
+  }
+  inSend_ = true;
+  hold.unlock();
+  const auto outcome = sending_.send(socket_.get(), sentATurn);
+  hold.lock();
+  inSend_ = false;
+  if (closing_) {
+    close();
+    return false;
+  }
   if (outcome == AnswerQueue::Sending::failed) {
+    // The client takes no answers any more. What it has sent is still read and carried
+    // out: the end of that is the connection's.
     deaf_ = true;
+    sending_ = {};
     answers_ = {};
   }
-  goOn();
+  unsent_ = sending_.bytes();
   if (outcome == AnswerQueue::Sending::blocked) {
-    return socket_.async_wait(stream_descriptor::wait_write,
-                              [self = shared_from_this()](boost::system::error_code error) {
-                                if (!error) self->flush();
-                              });
+    blocked_ = true;
+    goOn();
+    settings_->poller.wait(key_, socket_.get(), Poller::Wait::edgesOfBytesAndRoom);
+    return false;
   }
-  // Others have their turn before the rest.
-  boost::asio::post(settings_->io, [self = shared_from_this()] { self->flush(); });
+  if (outcome == AnswerQueue::Sending::more) {
+    // Others have their turn before the rest.
+    goOn();
+    boost::asio::post(settings_->concurrent, [self = shared_from_this()] { self->flush(); });
+    return false;
+  }
+  return true;
 }
 
 /// Whether what is piled up is below one part in `parts` of what may be. Under the lock.
@@ -204,26 +305,35 @@ bool SocketConnection::hasRoom(std::size_t parts) const {
 /// Under the lock, when something has been taken away. Waits until half of the room is
 /// free, so that reading does not stop and start with every line.
 void SocketConnection::goOn() {
-  wakeWorkers();
+  if (!Turn::isOn(*this)) wakeWorkers();
   if (!paused_ || !hasRoom(2)) return;
   paused_ = false;
-  boost::asio::post(settings_->io, [self = shared_from_this()] { self->read(); });
+  if (isOpen())
+    settings_->poller.wait(key_, socket_.get(),
+                           blocked_ ? Poller::Wait::edgesOfBytesAndRoom : Poller::Wait::edgesOfBytes);
 }
 
 void SocketConnection::cut() {
   const std::scoped_lock hold(lock_);
-  if (!socket_.is_open()) return;
-  ::shutdown(socket_.native_handle(), SHUT_RDWR);
-  boost::asio::post(settings_->io, [self = shared_from_this()] { self->close(); });
+  if (!isOpen()) return;
+  cut_ = true;
+  // The poller is told of the end.
+  ::shutdown(socket_.get(), SHUT_RDWR);
 }
 
-/// On `io`. Lines that were read run all the same.
+/// Under the lock. Lines that were read run all the same.
 void SocketConnection::close() {
-  const std::scoped_lock hold(lock_);
-  if (!socket_.is_open()) return;
+  if (!socket_) return;
+  if (inSend_) {
+    closing_ = true;
+    ::shutdown(socket_.get(), SHUT_RDWR);
+    return;
+  }
+  closing_ = false;
   --settings_->open;
-  boost::system::error_code ignored;
-  socket_.close(ignored);
+  if (key_ != 0) settings_->poller.remove(std::exchange(key_, 0), socket_.get());
+  socket_.reset();
+  place_.reset();
   answers_ = {};
   sending_ = {};
   unsent_ = 0;

@@ -16,7 +16,6 @@ class UnixSocketTransport::Connections {
  public:
   explicit Connections(std::shared_ptr<SocketSettings> settings) : settings_(std::move(settings)) {}
 
-  /// On `io`.
   void accept(FileDescriptor socket) {
     const auto connection = std::make_shared<SocketConnection>(settings_, std::move(socket));
     {
@@ -28,7 +27,7 @@ class UnixSocketTransport::Connections {
       }
       list_.push_back(connection);
     }
-    connection->read();
+    connection->start();
   }
 
   /// From any thread.
@@ -49,12 +48,12 @@ class UnixSocketTransport::Connections {
 };
 
 UnixSocketTransport::UnixSocketTransport(std::shared_ptr<MCPServer> server, std::string socketPath,
-                                         Executor io, Executor concurrent)
-    : socketPath_(std::move(socketPath)), settings_(std::make_shared<SocketSettings>()) {
-  settings_->server = std::move(server);
-  settings_->io = std::move(io);
-  settings_->concurrent = std::move(concurrent);
-}
+                                         Executor io, Executor concurrent, Poller& poller,
+                                         std::shared_ptr<DescriptorReserve> reserve)
+    : socketPath_(std::move(socketPath)),
+      io_(std::move(io)),
+      settings_(std::make_shared<SocketSettings>(std::move(server), poller, std::move(concurrent),
+                                                 std::move(reserve))) {}
 
 UnixSocketTransport::~UnixSocketTransport() {
   stop();
@@ -71,7 +70,9 @@ void UnixSocketTransport::start() {
     if (const auto connections = weak.lock()) connections->accept(std::move(accepted));
   };
   try {
-    listener_ = std::make_shared<Listener>(settings_->io, std::move(socket), "mcp: UDS", std::move(accept));
+    listener_ =
+        std::make_shared<Listener>(io_, settings_->poller, std::move(socket), "mcp: UDS", std::move(accept),
+                                   [reserve = settings_->reserve] { reserve->makeRoom(); });
   } catch (...) {
     ::unlink(socketPath_.c_str());  // nobody listens behind it
     throw;

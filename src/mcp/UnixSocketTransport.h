@@ -14,9 +14,9 @@ namespace vorlane {
 /// the socket lies in lets no other user in. Used on the main executor.
 class UnixSocketTransport final {
  public:
-  /// `io` is run by one thread; both executors outlive the object. Nothing is opened yet.
+  /// `io` is for timers. Executors and poller outlive the object. Nothing is opened yet.
   UnixSocketTransport(std::shared_ptr<MCPServer> server, std::string socketPath, Executor io,
-                      Executor concurrent);
+                      Executor concurrent, Poller& poller, std::shared_ptr<DescriptorReserve> reserve);
   ~UnixSocketTransport();
   UnixSocketTransport(const UnixSocketTransport&) = delete;
   UnixSocketTransport& operator=(const UnixSocketTransport&) = delete;
@@ -34,6 +34,7 @@ class UnixSocketTransport final {
   class Connections;
 
   const std::string socketPath_;
+  const Executor io_;
   const std::shared_ptr<SocketSettings> settings_;
   std::shared_ptr<Connections> connections_;
   std::shared_ptr<Listener> listener_;

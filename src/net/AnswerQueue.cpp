@@ -32,7 +32,7 @@ void AnswerQueue::take(AnswerQueue& other) {
     std::swap(*this, other);
     return;
   }
-  // Nothing of the other has been sent: it gathers only.
+  // Nothing of the other has been sent yet: its lines are only being gathered.
   bytes_ += std::exchange(other.bytes_, 0);
   std::ranges::move(other.chunks_, std::back_inserter(chunks_));
   other.chunks_.clear();

@@ -1,18 +1,15 @@
 #include "net/HTTPConnection.h"
 
-#include <boost/asio/post.hpp>
-
 #include <sys/socket.h>
 #include <sys/uio.h>
 
 #include <array>
 #include <cerrno>
 #include <chrono>
+#include <utility>
 
 namespace vorlane {
 namespace {
-
-using boost::asio::posix::stream_descriptor;
 
 constexpr std::size_t readSize = 65536;
 /// What a client may go on sending after its answer, in time and in bytes,
@@ -20,8 +17,7 @@ constexpr std::size_t readSize = 65536;
 constexpr std::chrono::seconds lingerTime{5};
 constexpr std::size_t lingerBytes = std::size_t{64} << 20;
 
-/// Every connection reads into the same buffer, since all of them read on the
-/// one I/O thread; what they keep is in their parsers.
+/// The connections of a thread read into the same buffer; what they keep is in their parsers.
 std::array<char, readSize>& readBuffer() {
   thread_local std::array<char, readSize> buffer;
   return buffer;
@@ -41,55 +37,91 @@ ssize_t receive(int descriptor) {
 
 }  // namespace
 
-HTTPConnection::HTTPConnection(Executor io, FileDescriptor socket, std::shared_ptr<OpenCount> open,
-                               std::shared_ptr<const Handler> handler)
-    : io_(std::move(io)), open_(std::move(open)), handler_(std::move(handler)), socket_(std::move(socket)) {
-  ++*open_;
+HTTPConnection::HTTPConnection(std::shared_ptr<HTTPSettings> settings, FileDescriptor socket)
+    : settings_(std::move(settings)), socket_(std::move(socket)) {
+  ++settings_->open;
 }
 
 HTTPConnection::~HTTPConnection() {
   close();
 }
 
-int HTTPConnection::descriptor() const {
-  // Asio spells the accessor without const.
-  return waiting_ ? const_cast<stream_descriptor&>(*waiting_).native_handle() : socket_.get();
-}
-
 /// Ends the connection. The count goes down first, so that a client that has
 /// seen the end is counted no more.
 void HTTPConnection::close() {
-  if (descriptor() < 0) return;
-  --*open_;
+  place_.reset();
   deadline_.reset();
-  waiting_.reset();
+  unwatch();
+  const std::scoped_lock hold(lock_);
+  if (!socket_) return;
+  --settings_->open;
   socket_.reset();
 }
 
-/// On `io`. Without a further wait the last owner goes and the connection closes.
-void HTTPConnection::waitFor(stream_descriptor::wait_type what, Step next) {
-  if (!waiting_) {
-    boost::system::error_code error;
-    stream_descriptor waiting(io_);
-    waiting.assign(socket_.get(), error);
-    if (error) return;
-    socket_.release();
-    waiting_.emplace(std::move(waiting));
+void HTTPConnection::cut() {
+  const std::scoped_lock hold(lock_);
+  if (socket_) ::shutdown(socket_.get(), SHUT_RDWR);
+}
+
+/// The poller keeps the connection until this is over. Without a wait the last owner goes,
+/// and the connection closes.
+void HTTPConnection::waitFor(Poller::Wait what, Step next) {
+  const std::scoped_lock hold(lock_);
+  next_ = next;
+  if (key_ != 0) return settings_->poller.wait(key_, socket_.get(), what);
+  key_ = settings_->poller.add(socket_.get(), shared_from_this(), what);
+}
+
+void HTTPConnection::ready() {
+  Step next = nullptr;
+  {
+    const std::scoped_lock hold(lock_);
+    next = next_;
   }
-  waiting_->async_wait(what, [self = shared_from_this(), next](boost::system::error_code error) {
-    if (!error) (self.get()->*next)();
-  });
+  (this->*next)();
+}
+
+void HTTPConnection::unwatch() {
+  Poller::Key key = 0;
+  {
+    const std::scoped_lock hold(lock_);
+    key = std::exchange(key_, 0);
+  }
+  if (key != 0) settings_->poller.remove(key, socket_.get());
 }
 
 void HTTPConnection::read() {
-  const auto count = receive(descriptor());
-  if (count > 0) {
-    auto request = parser_.feed({readBuffer().data(), static_cast<std::size_t>(count)});
-    if (request) return (*handler_)(shared_from_this(), *std::move(request));
-  } else if (count == 0 || !wouldBlock(errno)) {
-    return;  // a half-sent request gets no answer
+  const auto count = receive(socket_.get());
+  if (count < 0 && wouldBlock(errno)) return waitForRequest();
+  if (count <= 0) return close();  // a half-sent request gets no answer
+  auto request = parser_.feed({readBuffer().data(), static_cast<std::size_t>(count)},
+                              [this](const HTTPRequest& head) { return wantsBody(head); });
+  if (!request) return waitForRequest();
+  take(*std::move(request));
+}
+
+bool HTTPConnection::wantsBody(const HTTPRequest& head) {
+  settled_ = settings_->answerToHead(head);
+  return !settled_;
+}
+
+void HTTPConnection::take(HTTPRequest request) {
+  place_.reset();
+  // From here on it belongs to whoever answers.
+  unwatch();
+  if (settled_) return answer(*std::move(settled_));
+  settings_->serve(shared_from_this(), std::move(request));
+}
+
+void HTTPConnection::waitForRequest() {
+  const bool first = !place_;
+  if (first) {
+    place_ = settings_->reserve->enter(weak_from_this(), DescriptorReserve::Rank::incompleteRequest);
   }
-  waitFor(stream_descriptor::wait_read, &HTTPConnection::read);
+  const bool crowded = first && DescriptorReserve::isKeptBack(socket_.get());
+  const auto self = shared_from_this();
+  waitFor(Poller::Wait::onceForBytes, &HTTPConnection::read);
+  if (crowded) self->settings_->reserve->makeRoom();
 }
 
 void HTTPConnection::answer(HTTPMessage message) {
@@ -98,9 +130,7 @@ void HTTPConnection::answer(HTTPMessage message) {
     case Sending::complete:
       return finish();
     case Sending::blocked:
-      return boost::asio::post(io_, [self = shared_from_this()] {
-        self->waitFor(stream_descriptor::wait_write, &HTTPConnection::sendRest);
-      });
+      return waitFor(Poller::Wait::onceForRoom, &HTTPConnection::sendRest);
     case Sending::failed:
       return close();
   }
@@ -120,7 +150,7 @@ HTTPConnection::Sending HTTPConnection::sendSome() {
     msghdr header{};
     header.msg_iov = parts.data();
     header.msg_iovlen = count;
-    const auto taken = ::sendmsg(descriptor(), &header, MSG_DONTWAIT | MSG_NOSIGNAL);
+    const auto taken = ::sendmsg(socket_.get(), &header, MSG_DONTWAIT | MSG_NOSIGNAL);
     if (taken < 0 && errno == EINTR) continue;
     if (taken < 0) return wouldBlock(errno) ? Sending::blocked : Sending::failed;
     sent_ += static_cast<std::size_t>(taken);
@@ -133,7 +163,7 @@ void HTTPConnection::sendRest() {
     case Sending::complete:
       return finish();
     case Sending::blocked:
-      return waitFor(stream_descriptor::wait_write, &HTTPConnection::sendRest);
+      return waitFor(Poller::Wait::onceForRoom, &HTTPConnection::sendRest);
     case Sending::failed:
       return close();
   }
@@ -144,34 +174,31 @@ void HTTPConnection::sendRest() {
 /// client may send more, its bytes are taken in for a while before the close.
 void HTTPConnection::finish() {
   message_ = {};
-  if (!clientMaySendMore()) return close();
-  boost::asio::post(io_, [self = shared_from_this()] { self->linger(); });
+  clientMaySendMore() ? linger() : close();
 }
 
 bool HTTPConnection::clientMaySendMore() const {
   char next = 0;
-  const auto count = ::recv(descriptor(), &next, 1, MSG_PEEK | MSG_DONTWAIT);
+  const auto count = ::recv(socket_.get(), &next, 1, MSG_PEEK | MSG_DONTWAIT);
   if (count > 0) return true;
   return count < 0 && wouldBlock(errno) && parser_.clientMaySendMore();
 }
 
 void HTTPConnection::linger() {
-  ::shutdown(descriptor(), SHUT_WR);
-  deadline_.emplace(io_, lingerTime);
+  ::shutdown(socket_.get(), SHUT_WR);
+  deadline_.emplace(settings_->io, lingerTime);
   deadline_->async_wait([self = shared_from_this()](boost::system::error_code error) {
-    if (!error) self->close();
+    if (!error) self->cut();
   });
   drain();
 }
 
 void HTTPConnection::drain() {
-  // A wait that had ended already when the deadline came still calls this.
-  if (descriptor() < 0) return;
-  const auto count = receive(descriptor());
+  const auto count = receive(socket_.get());
   if (count > 0) drained_ += static_cast<std::size_t>(count);
   const bool open = count > 0 || (count < 0 && wouldBlock(errno));
   if (!open || drained_ > lingerBytes) return close();
-  waitFor(stream_descriptor::wait_read, &HTTPConnection::drain);
+  waitFor(Poller::Wait::onceForBytes, &HTTPConnection::drain);
 }
 
 }  // namespace vorlane

@@ -3,6 +3,8 @@
 #include "base/Identifiers.h"
 #include "base/Text.h"
 
+#include <utility>
+
 namespace vorlane {
 namespace {
 
@@ -17,7 +19,7 @@ std::string_view withoutBlanks(std::string_view text) {
 
 }  // namespace
 
-std::optional<HTTPRequest> HTTPRequestParser::feed(std::string_view bytes) {
+std::optional<HTTPRequest> HTTPRequestParser::feed(std::string_view bytes, const WantsBody& wantsBody) {
   switch (state_) {
     case State::unusable:
       return std::nullopt;
@@ -27,7 +29,20 @@ std::optional<HTTPRequest> HTTPRequestParser::feed(std::string_view bytes) {
     case State::head:
       buffer_.append(bytes);
       if (!takeHead()) return std::nullopt;
+      if (buffer_.size() < bodyLength_ && wantsBody && !wantsBody(request_)) {
+        state_ = State::unwantedBody;
+        bodyLength_ -= buffer_.size();
+        buffer_ = {};
+      }
       break;
+    case State::unwantedBody:
+      if (bytes.size() < bodyLength_) {
+        bodyLength_ -= bytes.size();
+        return std::nullopt;
+      }
+      bytes.remove_prefix(std::exchange(bodyLength_, 0));
+      clientMaySendMore_ = clientMaySendMore_ || !bytes.empty();
+      return complete();
     case State::body:
       buffer_.append(bytes);
       break;
@@ -38,6 +53,10 @@ std::optional<HTTPRequest> HTTPRequestParser::feed(std::string_view bytes) {
     clientMaySendMore_ = true;
     buffer_.resize(bodyLength_);
   }
+  return complete();
+}
+
+std::optional<HTTPRequest> HTTPRequestParser::complete() {
   state_ = State::complete;
   request_.body = std::move(buffer_);
   return std::move(request_);

@@ -31,6 +31,16 @@ std::shared_ptr<HTTPRoute> HTTPRoutes::routeTo(std::string_view path) const {
   return nullptr;
 }
 
+std::optional<HTTPMessage> HTTPRoutes::answerToHead(const HTTPRequest& head) const {
+  const auto route = routeTo(head.path);
+  if (!route) return notFoundMessage();
+  try {
+    return route->answerToHead(head);
+  } catch (const std::exception&) {
+    return std::nullopt;  // which shows again in the answer to the whole
+  }
+}
+
 Task<HTTPMessage> HTTPRoutes::answer(HTTPRequest request) const {
   const auto route = routeTo(request.path);
   if (!route) co_return notFoundMessage();

@@ -5,6 +5,7 @@
 #include "net/HTTPRequest.h"
 
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -16,7 +17,11 @@ namespace vorlane {
 class HTTPRoute {
  public:
   virtual ~HTTPRoute() = default;
-  /// Runs on the concurrent executor, once for each request, many at a time. The path still
+  /// The answer to a request that its head alone decides, whatever its body will be; the
+  /// body is then not kept. Asked when only the head has come, which still has no body.
+  virtual std::optional<HTTPMessage> answerToHead(const HTTPRequest& /*head*/) { return std::nullopt; }
+  /// Runs once for each request, many at a time, first on the thread that read it and after
+  /// a wait on the concurrent executor. The path still
   /// holds the query. The caller keeps the route alive. What is thrown is answered by 500.
   virtual Task<HTTPMessage> answer(HTTPRequest request) = 0;
 };
@@ -29,6 +34,8 @@ class HTTPRoutes {
   /// that goes on with a slash behind it. The prefixes of a table do not overlap.
   void add(std::string prefix, std::shared_ptr<HTTPRoute> route);
 
+  /// What the head alone decides: see HTTPRoute. Does not throw.
+  std::optional<HTTPMessage> answerToHead(const HTTPRequest& head) const;
   /// Never throws: every failure is an answer; a path that nobody serves is not found.
   Task<HTTPMessage> answer(HTTPRequest request) const;
 

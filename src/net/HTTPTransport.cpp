@@ -1,7 +1,6 @@
 #include "net/HTTPTransport.h"
 
 #include "base/Failure.h"
-#include "base/tasks/Spawn.h"
 
 #include <arpa/inet.h>
 #include <fmt/format.h>
@@ -51,13 +50,15 @@ FileDescriptor listenOnLoopback(std::uint16_t& port) {
 
 }  // namespace
 
-HTTPTransport::HTTPTransport(HTTPRoutes routes, std::uint16_t port, Executor io,
-                             RequestExecutor executorForRequest)
+HTTPTransport::HTTPTransport(HTTPRoutes routes, std::uint16_t port, Executor io, Poller& poller,
+                             StartRequest startRequest, std::shared_ptr<DescriptorReserve> reserve)
     : port_(port),
-      io_(std::move(io)),
-      executorForRequest_(std::move(executorForRequest)),
+      io_(io),
+      poller_(poller),
+      startRequest_(std::move(startRequest)),
       routes_(std::move(routes)),
-      open_(std::make_shared<HTTPConnection::OpenCount>(0)) {}
+      settings_(std::make_shared<HTTPSettings>(nullptr, nullptr, poller, std::move(io), std::move(reserve))) {
+}
 
 HTTPTransport::~HTTPTransport() {
   stop();
@@ -65,15 +66,21 @@ HTTPTransport::~HTTPTransport() {
 
 void HTTPTransport::start() {
   auto socket = listenOnLoopback(port_);
-  const auto weak = weak_from_this();
-  handler_ = std::make_shared<const HTTPConnection::Handler>(
-      [weak](std::shared_ptr<HTTPConnection> connection, HTTPRequest request) {
-        if (const auto self = weak.lock()) self->serve(std::move(connection), std::move(request));
-      });
-  listener_ =
-      std::make_shared<Listener>(io_, std::move(socket), "mcp: HTTP", [weak](FileDescriptor accepted) {
-        if (const auto self = weak.lock()) self->accept(std::move(accepted));
-      });
+  settings_->answerToHead = [weak = weak_from_this()](const HTTPRequest& head) -> std::optional<HTTPMessage> {
+    const auto self = weak.lock();
+    // Nobody is left to answer: it is closed without a word.
+    return self ? self->routes_.answerToHead(head) : HTTPMessage();
+  };
+  settings_->serve = [weak = weak_from_this()](std::shared_ptr<HTTPConnection> connection,
+                                               HTTPRequest request) {
+    if (const auto self = weak.lock()) self->serve(std::move(connection), std::move(request));
+  };
+  listener_ = std::make_shared<Listener>(
+      io_, poller_, std::move(socket), "mcp: HTTP",
+      [settings = settings_](FileDescriptor accepted) {
+        std::make_shared<HTTPConnection>(settings, std::move(accepted))->read();
+      },
+      [reserve = settings_->reserve] { reserve->makeRoom(); });
   listener_->start();
 }
 
@@ -81,16 +88,12 @@ void HTTPTransport::stop() {
   if (listener_) listener_->close();
 }
 
-void HTTPTransport::accept(FileDescriptor socket) {
-  std::make_shared<HTTPConnection>(io_, std::move(socket), open_, handler_)->read();
-}
-
 void HTTPTransport::serve(std::shared_ptr<HTTPConnection> connection, HTTPRequest request) {
-  spawn(executorForRequest_(), "mcp: HTTP request",
-        [self = shared_from_this(), connection = std::move(connection),
-         request = std::move(request)]() mutable -> Task<> {
-          connection->answer(co_await self->routes_.answer(std::move(request)));
-        });
+  startRequest_("mcp: HTTP request",
+                [self = shared_from_this(), connection = std::move(connection),
+                 request = std::move(request)]() mutable -> Task<> {
+                  connection->answer(co_await self->routes_.answer(std::move(request)));
+                });
 }
 
 }  // namespace vorlane

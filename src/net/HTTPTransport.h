@@ -1,6 +1,9 @@
 #pragma once
 
+#include "base/tasks/Poller.h"
+#include "base/tasks/Spawn.h"
 #include "base/tasks/Task.h"
+#include "net/DescriptorReserve.h"
 #include "net/HTTPConnection.h"
 #include "net/HTTPRoutes.h"
 #include "net/Listener.h"
@@ -9,25 +12,27 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <string>
 
 namespace vorlane {
 
 /// A small HTTP/1.1 server on 127.0.0.1 for a table of routes. One request per
 /// connection, no keep-alive, no chunked bodies, no TLS, no limits.
 ///
-/// Accepting, reading and parsing run on `io`, where nothing blocks; each complete
-/// request is a task of its own on the executor made for it, which also sends the answer. A
-/// task holds the transport until it has answered; a connection that is still
-/// sending when the transport is gone is closed instead of answered.
+/// The thread of the poller that accepts a connection reads its request, carries it out up to
+/// the first thing that it has to wait for, and sends the answer. A task
+/// holds the transport until it has answered; a connection that is still
+/// sending its request when the transport is gone is closed instead of answered.
 ///
-/// Made with make_shared; both executors outlive it.
+/// Made with make_shared; executors and poller outlive it.
 class HTTPTransport : public std::enable_shared_from_this<HTTPTransport> {
  public:
-  /// Gives the executor that the task of one request is spawned on.
-  using RequestExecutor = std::function<Executor()>;
+  /// Starts the task of one request on the calling thread.
+  using StartRequest = std::function<void(std::string name, TaskBody body)>;
 
-  /// Port 0 lets the system choose.
-  HTTPTransport(HTTPRoutes routes, std::uint16_t port, Executor io, RequestExecutor executorForRequest);
+  /// Port 0 lets the system choose. `io` is for timers.
+  HTTPTransport(HTTPRoutes routes, std::uint16_t port, Executor io, Poller& poller, StartRequest startRequest,
+                std::shared_ptr<DescriptorReserve> reserve);
   ~HTTPTransport();
   HTTPTransport(const HTTPTransport&) = delete;
   HTTPTransport& operator=(const HTTPTransport&) = delete;
@@ -42,18 +47,17 @@ class HTTPTransport : public std::enable_shared_from_this<HTTPTransport> {
   /// The port that is listened on, once started.
   std::uint16_t port() const { return port_; }
   /// Open connections, those that have not sent their request included. From any thread.
-  std::size_t activeConnections() const { return *open_; }
+  std::size_t activeConnections() const { return settings_->open; }
 
  private:
-  void accept(FileDescriptor socket);
   void serve(std::shared_ptr<HTTPConnection> connection, HTTPRequest request);
 
   std::uint16_t port_;
   const Executor io_;
-  const RequestExecutor executorForRequest_;
+  Poller& poller_;
+  const StartRequest startRequest_;
   const HTTPRoutes routes_;
-  const std::shared_ptr<HTTPConnection::OpenCount> open_;
-  std::shared_ptr<const HTTPConnection::Handler> handler_;
+  const std::shared_ptr<HTTPSettings> settings_;
   std::shared_ptr<Listener> listener_;
 };
 

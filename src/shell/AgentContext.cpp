@@ -12,6 +12,7 @@ AgentContext::AgentContext(AgentSettings agent, Platform platform, const Runtime
       io(runtime.io()),
       concurrent(runtime.concurrent()),
       main(mainLoop.executor()),
+      poller(runtime.poller()),
       account(std::move(platform), settings.deployment, concurrent),
       preferences(*account.platform.standardDefaults, shellLog),
       storeNotifications(std::make_shared<StoreNotifications>(account.platform.signals, main)),

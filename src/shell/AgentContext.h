@@ -16,6 +16,7 @@
 namespace vorlane {
 
 class AgentStore;
+class Poller;
 class StoreNotifications;
 
 struct AgentSettings {
@@ -31,6 +32,8 @@ struct AgentContext {
   const AgentSettings settings;
   /// The I/O executor, the concurrent one, and the one that the services live on.
   const Executor io, concurrent, main;
+  /// The threads of the clients' connections.
+  Poller& poller;
   AccountServices account;
   AgentPreferences preferences;
   const std::shared_ptr<StoreNotifications> storeNotifications;

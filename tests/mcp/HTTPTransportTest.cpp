@@ -88,6 +88,7 @@ class HTTPTransportTest : public ::testing::Test {
     environment.port = 0;
     environment.io = runtime.io();
     environment.concurrent = runtime.concurrent();
+    environment.poller = &runtime.poller();
     gate->set(true, "ana");
     lifecycle.start(environment);
   }

@@ -49,7 +49,8 @@ class SocketTransportTest : public ::testing::Test {
         .authorize = [](auto, Identity) -> Task<bool> { co_return true; },
         .accountFence = [](const Identity&) -> AccountFence { return [] { return true; }; }};
     transport = std::make_unique<UnixSocketTransport>(std::make_shared<MCPServer>(registry, rights), path,
-                                                      runtime->io(), runtime->concurrent());
+                                                      runtime->io(), runtime->concurrent(), runtime->poller(),
+                                                      std::make_shared<DescriptorReserve>());
     transport->start();
   }
   ~SocketTransportTest() override { std::filesystem::remove_all(path); }
@@ -195,7 +196,8 @@ TEST_F(SocketTransportTest, StopCutsEveryConnectionAndFreesThePath) {
   EXPECT_THAT([&] { transport->start(); },
               ::testing::Throws<Failure>(::testing::Property(
                   &Failure::description, "cannot listen at " + path + ": Address already in use")));
-  UnixSocketTransport far(nullptr, "/" + std::string(107, 'p'), runtime->io(), runtime->concurrent());
+  UnixSocketTransport far(nullptr, "/" + std::string(107, 'p'), runtime->io(), runtime->concurrent(),
+                          runtime->poller(), nullptr);
   EXPECT_THAT([&] { far.start(); },
               ::testing::Throws<Failure>(::testing::Property(
                   &Failure::description,

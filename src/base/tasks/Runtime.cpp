@@ -2,6 +2,7 @@
 
 #include "base/Failure.h"
 #include "base/ShellLog.h"
+#include "base/tasks/Poller.h"
 
 #include <boost/asio/executor_work_guard.hpp>
 #include <boost/asio/io_context.hpp>
@@ -48,9 +49,15 @@ class Context : public asio::io_context {
   void dropWork() { shutdown(); }
 };
 
+unsigned workers() {
+  return std::max(4U, std::thread::hardware_concurrency());
+}
+
 }  // namespace
 
 struct Runtime::Contexts {
+  // The last to go: whatever else goes may still have a connection in it.
+  Poller poller{workers()};
   Context io{1};
   Context concurrent;
   WorkGuard ioWork = asio::make_work_guard(io);
@@ -59,17 +66,17 @@ struct Runtime::Contexts {
 };
 
 Runtime::Runtime() : contexts_(std::make_unique<Contexts>()) {
-  const unsigned workers = std::max(4U, std::thread::hardware_concurrency());
   contexts_->threads.emplace_back([this] { runForever(contexts_->io); });
-  for (unsigned i = 0; i < workers; ++i) {
+  for (unsigned i = 0; i < workers(); ++i) {
     contexts_->threads.emplace_back([this] { runForever(contexts_->concurrent); });
   }
 }
 
 Runtime::~Runtime() {
   stop();
-  // What waits on one context may own a strand or a timer of the other, so both
-  // are emptied while both are there.
+  // What waits in one place may own a strand or a timer of another, so all are
+  // emptied while all are there.
+  contexts_->poller.drop();
   contexts_->io.dropWork();
   contexts_->concurrent.dropWork();
 }
@@ -82,7 +89,12 @@ Executor Runtime::concurrent() const {
   return contexts_->concurrent.get_executor();
 }
 
+Poller& Runtime::poller() const {
+  return contexts_->poller;
+}
+
 void Runtime::stop() {
+  contexts_->poller.stop();
   contexts_->io.stop();
   contexts_->concurrent.stop();
   for (auto& thread : contexts_->threads) {

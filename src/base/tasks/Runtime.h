@@ -6,17 +6,20 @@
 
 namespace vorlane {
 
-/// The process's threads. Two contexts, kept apart so that work which waits for
-/// a database or a disk can never stop a transport from accepting or a timer from
-/// firing:
-///  - the I/O executor, one thread, for sockets, timers and signals; nothing
-///    that runs there may block;
-///  - the concurrent executor, max(4, cores) threads, for the tasks of requests
-///    and services, which may make short blocking calls.
+class Poller;
+
+/// The process's threads, kept apart so that work which waits for a database or a disk
+/// can never stop a timer from firing:
+///  - the poller, up to max(4, cores) threads, for the clients' connections: who reads a
+///    request there carries it out, up to the first thing that it has to wait for;
+///  - the concurrent executor, max(4, cores) threads, for what goes on after such a wait, and
+///    for services; both may make short blocking calls;
+///  - the I/O executor, one thread, for timers, signals and sockets of our own; nothing
+///    that runs there may block.
 class Runtime {
  public:
   Runtime();
-  /// Stops both executors and joins their threads; work that is still queued is
+  /// Stops all three and joins their threads; work that is still queued is
   /// destroyed with them.
   ~Runtime();
   Runtime(const Runtime&) = delete;
@@ -24,6 +27,7 @@ class Runtime {
 
   Executor io() const;
   Executor concurrent() const;
+  Poller& poller() const;
 
   /// As the destructor; a second call does nothing. Not from a thread of the runtime.
   void stop();

@@ -17,7 +17,7 @@ struct FileStamp {
   std::int64_t changed = 0;   ///< nanoseconds since 1970
 
   explicit FileStamp(const struct stat& status);
-  /// The five numbers, for who keeps a stamp without knowing what it is.
+  /// The bytes of the five numbers, for who keeps a stamp without knowing what it is.
   std::string text() const;
 
   friend bool operator==(const FileStamp&, const FileStamp&) = default;

@@ -3,6 +3,7 @@
 #include "base/Failure.h"
 #include "base/ShellLog.h"
 #include "base/Text.h"
+#include "base/tasks/Moment.h"
 #include "platform/linux/FileStamp.h"
 #include "platform/linux/Files.h"
 
@@ -122,11 +123,26 @@ vault::Status FileVault::remove(const SecretItem& item) {
 }
 
 std::optional<std::string> FileVault::stamp(const SecretItem& item) {
+  /// What this thread was last told in a moment.
+  struct Told {
+    std::uint64_t moment = 0;
+    std::string path;
+    std::optional<std::string> stamp;
+  };
+  static thread_local Told told;
+  auto path = folder_ + "/" + fileName(item.service) + "/" + fileName(item.account);
+  const auto moment = Moment::current();
+  if (moment != 0 && told.moment == moment && told.path == path) return told.stamp;
+
   struct stat status{};
-  const auto path = folder_ + "/" + fileName(item.service) + "/" + fileName(item.account);
-  if (::lstat(path.c_str(), &status) == 0) return FileStamp(status).text();
-  if (errno == ENOENT) return "absent";
-  return std::nullopt;
+  std::optional<std::string> stamp;
+  if (::lstat(path.c_str(), &status) == 0) {
+    stamp = FileStamp(status).text();
+  } else if (errno == ENOENT) {
+    stamp = "absent";
+  }
+  if (moment != 0) told = {moment, std::move(path), stamp};
+  return stamp;
 }
 
 }  // namespace vorlane

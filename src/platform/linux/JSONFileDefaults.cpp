@@ -5,6 +5,7 @@
 #include "base/Identifiers.h"
 #include "base/JSONArguments.h"
 #include "base/ShellLog.h"
+#include "base/tasks/Moment.h"
 #include "platform/linux/FileLock.h"
 #include "platform/linux/Files.h"
 
@@ -64,6 +65,9 @@ JSONFileDefaults::JSONFileDefaults(const std::string& folder, const std::string&
     : folder_(folder), path_(folder + "/" + domain + ".json") {}
 
 void JSONFileDefaults::refresh() const {
+  const auto moment = Moment::current();
+  if (moment != 0 && moment == moment_) return;
+  moment_ = moment;
   struct stat status{};
   if (::stat(path_.c_str(), &status) != 0) {
     if (errno != ENOENT && stamp_) shellLog(withErrno(fmt::format("user defaults {}", path_), errno));
@@ -147,6 +151,7 @@ void JSONFileDefaults::apply(std::vector<Change> changes) {
   struct stat status{};
   const std::scoped_lock hold(lock_);
   stamp_.reset();
+  moment_ = 0;
   if (::fstat(written.get(), &status) != 0) return;
   stamp_.emplace(status);
   map_ = std::move(map);

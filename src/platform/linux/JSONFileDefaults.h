@@ -4,6 +4,7 @@
 #include "platform/UserDefaults.h"
 #include "platform/linux/FileStamp.h"
 
+#include <cstdint>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -11,8 +12,8 @@
 namespace vorlane {
 
 /// User defaults as one JSON object in FOLDER/DOMAIN.json. A read costs one
-/// stat(2): the file is read again only when its stamp has changed. Writers of all
-/// processes take turns by a lock file beside it.
+/// stat(2), and several in one Moment cost one: the file is read again only when its stamp has changed.
+/// Writers of all processes take turns by a lock file beside it.
 class JSONFileDefaults : public UserDefaults {
  public:
   JSONFileDefaults(const std::string& folder, const std::string& domain);
@@ -34,6 +35,8 @@ class JSONFileDefaults : public UserDefaults {
   // What the file held when its stamp was `stamp_`; no stamp, no file.
   mutable JSONMap map_;
   mutable std::optional<FileStamp> stamp_;
+  /// The moment in which that was last compared with the file.
+  mutable std::uint64_t moment_ = 0;
 };
 
 }  // namespace vorlane

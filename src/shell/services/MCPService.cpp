@@ -90,6 +90,7 @@ MCPLifecycle::Environment MCPService::environment() const {
       .port = context_.settings.port,
       .io = context_.io,
       .concurrent = context_.concurrent,
+      .poller = &context_.poller,
   };
 }
 
