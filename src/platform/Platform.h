@@ -14,8 +14,9 @@
 namespace vorlane {
 
 /// The folder that the app group's processes share, made with its parents, mode
-/// 0700, when it is missing. Nothing when the platform has none for that group.
-/// Throws Failure when it cannot be made.
+/// 0700, when it is missing; one that is there is made 0700. Nothing when the platform
+/// has none for that group. Throws Failure when it cannot be made, or belongs to another
+/// user, naming both; nothing has been written in it then.
 std::optional<std::string> containerForAppGroup(const Paths& paths, std::string_view identifier);
 
 /// What this operating system offers, behind the interfaces of this folder. The

@@ -2,11 +2,11 @@
 
 #include "base/Failure.h"
 #include "base/ShellLog.h"
+#include "platform/linux/AppGroupContainer.h"
 #include "platform/linux/BoundedVault.h"
 #include "platform/linux/CurlSession.h"
 #include "platform/linux/FileSignalCenter.h"
 #include "platform/linux/FileVault.h"
-#include "platform/linux/Files.h"
 #include "platform/linux/JSONFileDefaults.h"
 #include "platform/linux/SecretServiceModule.h"
 
@@ -16,9 +16,7 @@ namespace vorlane {
 
 std::optional<std::string> containerForAppGroup(const Paths& paths, std::string_view identifier) {
   if (identifier != appGroupIdentifier || !paths.container) return std::nullopt;
-  if (const int error = files::makeFolders(*paths.container); error != 0) {
-    throw Failure(withErrno(fmt::format("The container {} cannot be made", *paths.container), error));
-  }
+  prepareAppGroupContainer(*paths.container);
   return paths.container;
 }
 
