@@ -13,7 +13,9 @@
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
+#include <latch>
 #include <map>
+#include <thread>
 
 namespace vorlane {
 namespace {
@@ -110,6 +112,27 @@ TEST_F(TheShellLog, GoesToAnotherFileWhenItIsFullAndCannotMove) {
     EXPECT_THAT(::testing::internal::GetCapturedStderr(), ::testing::HasSubstr("full and cannot be moved"));
   }
   EXPECT_EQ(lines("0").size() * 10 + lines("1").size(), 12U);
+}
+
+TEST_F(TheShellLog, MovesOnceWhenSeveralFindItFullAtTheSameTime) {
+  const std::string full(1000, 'x');
+  for (int round = 0; round < 500; ++round) {
+    fs::remove(path("shell.log.1"));
+    std::ofstream(path()) << full;
+    std::latch ready(8);
+    {
+      std::vector<std::jthread> writers;
+      for (int i = 0; i < 8; ++i) {
+        writers.emplace_back([&] {
+          const ShellLog log(path(), "test", std::nullopt, full.size());
+          ready.arrive_and_wait();
+          log.write("line");
+        });
+      }
+    }
+    ASSERT_GE(fs::file_size(path("shell.log.1")), full.size());
+    fs::remove(path());
+  }
 }
 
 TEST_F(TheShellLog, LinesOfSeveralProcessesStayWholeAndAreKeptWhenItMovesAside) {
