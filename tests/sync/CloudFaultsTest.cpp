@@ -26,7 +26,7 @@ class Sheets : public CloudHarness {
   /// The name that the sheet's category has in the cloud, if it is the edit that the row calls sent.
   std::string sent(const std::string& id) {
     const auto row = sheets.fetch(id);
-    for (const auto& sheet : cloud.sheets(ana)) {
+    for (const auto& sheet : cloud.call(&devcloud::Sheets::ownedBy, ana)) {
       if (sheet.id != row->remoteID || row->syncedAt != row->updatedAt) continue;
       return std::string(sheet.data.at("categories").at(0).at("name").as_string());
     }
@@ -65,12 +65,13 @@ TEST_F(Sheets, AreInTheCloudOnceWithTheirLastEditWhateverFailsUnlessTheAnswerToA
     if (settled) edit(id, "Later");
     // The one exception: the cloud made the sheet, and nobody here knows its number.
     const std::size_t lost = creates && trouble.hasEffect() ? 1 : 0;
-    while (trouble.isLate() && cloud.sheets(ana).size() < inCloud + lost) std::this_thread::yield();
+    while (trouble.isLate() && cloud.call(&devcloud::Sheets::ownedBy, ana).size() < inCloud + lost)
+      std::this_thread::yield();
     inCloud += 1 + lost;
     EXPECT_THAT(pushSheets(), ElementsAre(StartsWith(id + (creates ? ": created " : ": updated "))));
     EXPECT_EQ(lastError("sheets"), "");
     EXPECT_EQ(sent(id), settled ? "Later" : creates ? "First" : "Edited");
-    EXPECT_EQ(cloud.sheets(ana).size(), inCloud);
+    EXPECT_EQ(cloud.call(&devcloud::Sheets::ownedBy, ana).size(), inCloud);
     EXPECT_THAT(pushSheets(), IsEmpty());
   }
 }
@@ -89,8 +90,8 @@ TEST_F(Sheets, LoseNothingWhateverHappensBeforeTheCloudsAnswerIsNoted) {
       SCOPED_TRACE(name + outcome);
       if (outcome != "created") edit(name, outcome);
       addSheet(name + outcome, 9);
-      cloud.clearRequests();
-      if (outcome == "deleted") cloud.addFault({.path = sheetsPath, .prefix = true, .status = 404});
+      cloud.call(&RequestLog::clear);
+      if (outcome == "deleted") cloud.call(&Faults::add, {.path = sheetsPath, .prefix = true, .status = 404});
       bool once = false;
       meanwhile = [&](char place) -> Task<> {
         if (place != 'p' || std::exchange(once, true)) co_return;
@@ -102,7 +103,8 @@ TEST_F(Sheets, LoseNothingWhateverHappensBeforeTheCloudsAnswerIsNoted) {
       EXPECT_THAT(pushSheets(), name == "cancelled"
                                     ? ::testing::Matcher<Texts>(IsEmpty())
                                     : ElementsAre(first, HasSubstr(done ? "created" : "account changed")));
-      EXPECT_THAT(cloud.requests(), SizeIs(done ? 2 : 1)) << "nothing goes out under another account";
+      EXPECT_THAT(cloud.call(&RequestLog::find, {}), SizeIs(done ? 2 : 1))
+          << "nothing goes out under another account";
       signIn(ana);
       EXPECT_THAT(pushSheets(), SizeIs((edited ? 1 : 0) + (done ? 0 : 1)));
       EXPECT_EQ(sent(name), edited                 ? "Later"
@@ -111,7 +113,7 @@ TEST_F(Sheets, LoseNothingWhateverHappensBeforeTheCloudsAnswerIsNoted) {
                                                    : outcome);
     }
   }
-  EXPECT_THAT(cloud.sheets(bo), IsEmpty());
+  EXPECT_THAT(cloud.call(&devcloud::Sheets::ownedBy, bo), IsEmpty());
 }
 
 // A list that is read between an upload and its mark tells of a sheet that no row owns up to,
@@ -126,14 +128,14 @@ TEST_F(Sheets, TwoThousandGoUpOnceEachWhileOneIsRefusedTheCloudIsSlowAndListsAre
     co_return;
   };
   for (int i = 0; i < 2000; ++i) addSheet(std::to_string(i));
-  cloud.addFault({.path = sheetsPath, .method = "POST", .status = 500});
-  cloud.addFault({.path = sheetsPath, .method = "POST", .times = 20, .delay = milliseconds(20)});
+  cloud.call(&Faults::add, {.path = sheetsPath, .method = "POST", .status = 500});
+  cloud.call(&Faults::add, {.path = sheetsPath, .method = "POST", .times = 20, .delay = milliseconds(20)});
   auto pushing = start(sheetPusher.runOnce());
   for (int i = 0; i < 40; ++i) await(ofSheets.syncOnce(ana));
   EXPECT_THAT(pushing.get(), SizeIs(2000));
-  EXPECT_THAT(cloud.sheets(ana), SizeIs(1999));
+  EXPECT_THAT(cloud.call(&devcloud::Sheets::ownedBy, ana), SizeIs(1999));
   EXPECT_THAT(pushSheets(), SizeIs(1));
-  EXPECT_THAT(cloud.sheets(ana), SizeIs(2000));
+  EXPECT_THAT(cloud.call(&devcloud::Sheets::ownedBy, ana), SizeIs(2000));
   EXPECT_EQ(inFile("SELECT COUNT(*), COUNT(DISTINCT remote_id) FROM ledgerly_sheets"), "2000|2000");
 }
 
@@ -181,8 +183,8 @@ TEST_F(Saves, AreInTheCloudExactlyOnceOrBlockedAndKeepTheirOrderWhateverFails) {
 }
 
 TEST_F(Lists, ThatFailKeepWhatIsThereAndTheOtherListAndAreMadeGoodByTheNextPull) {
-  cloud.putSheet({.owner = ana, .name = "Night", .data = {{"categories", JSONArray()}}});
-  cloud.putProject({.id = newLowercaseUUID(), .owner = ana, .name = "Pier"});
+  cloud.call(&devcloud::Sheets::put, {.owner = ana, .name = "Night", .data = {{"categories", JSONArray()}}});
+  cloud.call(&Projects::put, {.id = newLowercaseUUID(), .owner = ana, .name = "Pier"});
   Asked ofSheets{"GET", sheetsPath, {{"{}", "the answer has no list \"sheets\""}}};
   // What stands behind a good entry.
   const std::pair<const char*, const char*> entries[] = {
@@ -241,7 +243,7 @@ TEST_F(Loops, GoOnWhateverAPassComesToAndEndWhenTheyAreCancelled) {
     });
     EXPECT_EQ(sleeps, 2);
   }
-  EXPECT_THAT(cloud.requests(), IsEmpty());
+  EXPECT_THAT(cloud.call(&RequestLog::find, {}), IsEmpty());
   EXPECT_THAT(
       log.take(),
       ElementsAre("LedgerlyPusher: push loop started (every 60s)", "LedgerlyPusher: signed out — skip",
