@@ -3,6 +3,10 @@
 #include "base/tasks/Runtime.h"
 #include "bench/Measure.h"
 #include "devcloud/DevCloud.h"
+#include "devcloud/Identity.h"
+#include "devcloud/People.h"
+#include "devcloud/RequestLog.h"
+#include "devcloud/Sheets.h"
 #include "platform/Platform.h"
 #include "store/AgentStore.h"
 #include "store/LedgerlyQueries.h"
@@ -149,16 +153,18 @@ class CloudProcess {
   static void serve(const fs::path& folder, int commands, int answers) {
     devcloud::DevCloud cloud({.directory = folder});
     cloud.start();
-    cloud.putPerson({.sub = owner, .email = "bench@vorlane.test", .name = "Bench"});
-    const auto text = writeJSON(JSONMap{{"base", cloud.base()},
-                                        {"token", cloud.issueTokens(owner).accessToken},
-                                        {"caFile", cloud.caFile().string()}}) +
-                      "\n";
+    cloud.call(&devcloud::People::put, {.sub = owner, .email = "bench@vorlane.test", .name = "Bench"});
+    const auto text =
+        writeJSON(JSONMap{{"base", cloud.base()},
+                          {"token", cloud.call(&devcloud::Identity::issue, owner, {}).accessToken},
+                          {"caFile", cloud.caFile().string()}}) +
+        "\n";
     if (::write(answers, text.data(), text.size()) != static_cast<ssize_t>(text.size())) std::abort();
     for (char command = 0; ::read(commands, &command, 1) == 1;) {
-      cloud.clearRequests();
+      cloud.call(&devcloud::RequestLog::clear);
       if (command == 'r') {
-        for (const auto& sheet : cloud.sheets(owner)) cloud.removeSheet(owner, sheet.id);
+        for (const auto& sheet : cloud.call(&devcloud::Sheets::ownedBy, owner))
+          cloud.call(&devcloud::Sheets::remove, owner, sheet.id);
       }
       if (::write(answers, &command, 1) != 1) return;
     }

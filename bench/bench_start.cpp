@@ -2,6 +2,7 @@
 // answered request, and what it costs and what it asks of the cloud while nobody asks.
 // `bench_start [SECONDS]` idles that long (60).
 #include "bench/Measure.h"
+#include "devcloud/RequestLog.h"
 #include "tests/integration/Spine.h"
 
 #include <fmt/format.h>
@@ -95,7 +96,7 @@ int run(int idleSeconds) {
        field(process / "smaps_rollup", "Private_Clean:")) /
           1024.0);
   std::map<std::string, long> before, after;
-  spine.cloud.clearRequests();
+  spine.cloud.call(&devcloud::RequestLog::clear);
   const auto first = usage(agent.pid(), &before);
   std::this_thread::sleep_for(std::chrono::seconds(idleSeconds));
   const auto last = usage(agent.pid(), &after);
@@ -103,7 +104,8 @@ int run(int idleSeconds) {
   fmt::print("{} idle seconds: {:.2f} s of CPU time, {:.3f} % (under 0.1), {} wake-ups\n", idleSeconds, cpu,
              cpu / idleSeconds * 100, last.wakeups - first.wakeups);
   std::map<std::string, int> requests;
-  for (const auto& request : spine.cloud.requests()) ++requests[request.method + " " + request.path];
+  for (const auto& request : spine.cloud.call(&devcloud::RequestLog::find, {}))
+    ++requests[request.method + " " + request.path];
   fmt::print("  requests: {}\n", requests.empty() ? "none" : "");
   for (const auto& [request, count] : requests) fmt::print("    {} {}\n", count, request);
   for (const auto& [name, count] : after) {

@@ -2,10 +2,13 @@
 
 #include "base/JSONArguments.h"
 #include "devcloud/Accounts.h"
+#include "devcloud/Control.h"
 #include "devcloud/Fields.h"
+#include "devcloud/Identity.h"
 #include "devcloud/People.h"
 #include "devcloud/Router.h"
 #include "devcloud/SearchWords.h"
+#include "devcloud/Services.h"
 
 #include <fmt/format.h>
 
@@ -127,8 +130,13 @@ AIList aiListFromJSON(const JSONMap& map, std::string owner) {
   return list;
 }
 
-AILists::AILists(const Identity& identity, Clock clock, ChangeRecorder changed)
-    : identity_(identity), clock_(std::move(clock)), changed_(std::move(changed)) {}
+AILists::AILists(const Services& services)
+    : people_(services.get<People>()),
+      identity_(services.get<Identity>()),
+      clock_(services.settings().clock),
+      changed_(services.recorder(stateName())) {
+  people_.onRemoval([this](const std::string& sub) { removeAll(sub); });
+}
 
 void AILists::addRoutes(Router& router) {
   router.add("POST", "/api/agent/ai-lists/search", Scheme::secure,
@@ -137,6 +145,16 @@ void AILists::addRoutes(Router& router) {
              [this](const Request& request) { return get(request); });
   router.add("POST", "/api/agent/ai-lists/record", Scheme::secure,
              [this](const Request& request) { return record(request); });
+
+  const auto listed = [this](const std::string& sub) {
+    JSONArray lists;
+    for (const AIList& list : ownedBy(sub)) lists.push_back(list.json());
+    return lists;
+  };
+  const auto taken = [this](const JSONMap& body, const std::string& sub) {
+    return add(aiListFromJSON(body, sub)).json();
+  };
+  addOwnedRoutes(router, people_, {.name = "ai-lists", .key = "lists", .list = listed, .put = taken});
 }
 
 std::vector<AIList> AILists::ownedBy(std::string_view owner) const {
@@ -204,13 +222,14 @@ Response AILists::record(const Request& request) {
   return Response::json(201, {{"success", true}, {"id", add(std::move(list)).id}});
 }
 
-JSONMap AILists::state() const {
+JSONValue AILists::state() const {
   JSONArray list;
   for (const auto& [id, each] : lists_) list.push_back(kept(each));
   return {{"nextId", nextID_}, {"list", std::move(list)}};
 }
 
-void AILists::restore(const JSONMap& change) {
+void AILists::restore(const JSONValue& given) {
+  const JSONMap& change = given.as_object();
   if (const JSONValue* list = json::find(change, "list")) {
     for (const auto& value : list->as_array()) {
       const JSONMap& entry = value.as_object();

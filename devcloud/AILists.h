@@ -4,6 +4,7 @@
 #include "base/JSON.h"
 #include "devcloud/Journal.h"
 #include "devcloud/Message.h"
+#include "devcloud/Service.h"
 
 #include <cstdint>
 #include <map>
@@ -15,7 +16,8 @@
 namespace vorlane::devcloud {
 
 class Identity;
-class Router;
+class People;
+class Services;
 
 /// A list in a person's Archive of generated lists.
 struct AIList {
@@ -35,11 +37,15 @@ struct AIList {
 };
 
 /// Everybody's Archives, and the routes through which assistants reach them.
-class AILists {
+/// To control them:
+///
+///   GET  ai-lists/{sub}          {"lists": [...]}
+///   POST ai-lists/{sub}          {"name", "prompt", "sheetId", "categories", "createdAt"?}
+class AILists : public Service {
  public:
-  AILists(const Identity& identity, Clock clock, ChangeRecorder changed);
+  explicit AILists(const Services& services);
 
-  void addRoutes(Router& router);
+  void addRoutes(Router& router) override;
 
   /// A person's lists, the newest first.
   std::vector<AIList> ownedBy(std::string_view owner) const;
@@ -48,14 +54,16 @@ class AILists {
   void removeAll(std::string_view owner);
 
   /// A state is the change that makes it out of nothing.
-  JSONMap state() const;
-  void restore(const JSONMap& change);
+  std::string_view stateName() const override { return "aiLists"; }
+  JSONValue state() const override;
+  void restore(const JSONValue& change) override;
 
  private:
   Response search(const Request& request) const;
   Response get(const Request& request) const;
   Response record(const Request& request);
 
+  People& people_;
   const Identity& identity_;
   const Clock clock_;
   const ChangeRecorder changed_;

@@ -2,6 +2,7 @@
 
 #include "devcloud/Identity.h"
 #include "devcloud/Router.h"
+#include "devcloud/Services.h"
 
 namespace vorlane::devcloud {
 namespace {
@@ -24,13 +25,15 @@ Response adminSnapshot(const Person& person, Date now) {
 
 }  // namespace
 
-void addAccountRoutes(Router& router, const Identity& identity, const Clock& clock) {
+Accounts::Accounts(const Services& services)
+    : identity_(services.get<Identity>()), clock_(services.settings().clock) {}
+
+void Accounts::addRoutes(Router& router) {
   router.add("GET", "/api/user/profile", Scheme::secure,
-             [&identity](const Request& request) { return profile(identity.authenticate(request)); });
-  router.add("GET", "/api/ecosystem/admin-access/me", Scheme::secure,
-             [&identity, clock](const Request& request) {
-               return adminSnapshot(identity.authenticate(request), clock());
-             });
+             [this](const Request& request) { return profile(identity_.authenticate(request)); });
+  router.add("GET", "/api/ecosystem/admin-access/me", Scheme::secure, [this](const Request& request) {
+    return adminSnapshot(identity_.authenticate(request), clock_());
+  });
 }
 
 const Person& authenticateAssistant(const Identity& identity, const Request& request) {

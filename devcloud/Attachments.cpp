@@ -4,10 +4,13 @@
 #include "devcloud/Accounts.h"
 #include "devcloud/AttachmentCopying.h"
 #include "devcloud/AttachmentReading.h"
+#include "devcloud/Control.h"
 #include "devcloud/Fields.h"
+#include "devcloud/Identity.h"
 #include "devcloud/People.h"
 #include "devcloud/Router.h"
 #include "devcloud/SearchWords.h"
+#include "devcloud/Services.h"
 #include "devcloud/Sheets.h"
 
 #include <fmt/format.h>
@@ -104,8 +107,14 @@ std::string newRef(std::int64_t& number, const AttachmentLookup& lookup) {
 
 }  // namespace
 
-Attachments::Attachments(const Identity& identity, Sheets& sheets, Clock clock, ChangeRecorder changed)
-    : identity_(identity), sheets_(sheets), clock_(std::move(clock)), changed_(std::move(changed)) {}
+Attachments::Attachments(const Services& services)
+    : people_(services.get<People>()),
+      identity_(services.get<Identity>()),
+      sheets_(services.get<Sheets>()),
+      clock_(services.settings().clock),
+      changed_(services.recorder(stateName())) {
+  people_.onRemoval([this](const std::string& sub) { removeAll(sub); });
+}
 
 void Attachments::addRoutes(Router& router) {
   router.add("POST", "/api/agent/attachments/find", Scheme::secure,
@@ -116,6 +125,17 @@ void Attachments::addRoutes(Router& router) {
              [this](const Request& request) { return search(request); });
   router.add("POST", "/api/agent/attachments/attach", Scheme::secure,
              [this](const Request& request) { return attach(request); });
+
+  const auto listed = [this](const std::string& sub) {
+    JSONArray attachments;
+    for (const Attachment& each : ownedBy(sub)) attachments.push_back(each.json());
+    return attachments;
+  };
+  const auto taken = [this](const JSONMap& body, const std::string& sub) {
+    return put(attachmentFromJSON(body, sub)).json();
+  };
+  addOwnedRoutes(router, people_,
+                 {.name = "attachments", .key = "attachments", .list = listed, .put = taken});
 }
 
 std::vector<Attachment> Attachments::ownedBy(std::string_view owner) const {
@@ -242,7 +262,7 @@ Response Attachments::attach(const Request& request) {
   return Response::json(200, {{"success", true}, {"sheet", now.json()}, {"attached", count}});
 }
 
-JSONMap Attachments::state() const {
+JSONValue Attachments::state() const {
   JSONArray list;
   for (const Attachment& each : attachments_) {
     list.push_back({{"owner", each.owner}, {"attachment", each.json()}});
@@ -250,7 +270,8 @@ JSONMap Attachments::state() const {
   return {{"nextNumber", nextNumber_}, {"list", std::move(list)}};
 }
 
-void Attachments::restore(const JSONMap& change) {
+void Attachments::restore(const JSONValue& given) {
+  const JSONMap& change = given.as_object();
   if (const JSONValue* list = json::find(change, "list")) {
     for (const auto& value : list->as_array()) {
       const JSONMap& entry = value.as_object();

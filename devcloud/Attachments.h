@@ -5,6 +5,7 @@
 #include "devcloud/Attachment.h"
 #include "devcloud/Journal.h"
 #include "devcloud/Message.h"
+#include "devcloud/Service.h"
 
 #include <cstdint>
 #include <string>
@@ -14,16 +15,23 @@
 namespace vorlane::devcloud {
 
 class Identity;
-class Router;
+class People;
+class Services;
 class Sheets;
 
 /// The attachments that people can reach, and the routes through which
 /// assistants find, read, search and copy them.
-class Attachments {
+/// To control them:
+///
+///   GET  attachments/{sub}       {"attachments": [...]}, the samples first
+///   POST attachments/{sub}       {"name", "ref"?, "type"?, "kind"?, "shareLink"?, "list"?,
+///                                "category"?, "item"?, "mimeType"?, and of "text", "pages",
+///                                "base64" and "url" what it has}
+class Attachments : public Service {
  public:
-  Attachments(const Identity& identity, Sheets& sheets, Clock clock, ChangeRecorder changed);
+  explicit Attachments(const Services& services);
 
-  void addRoutes(Router& router);
+  void addRoutes(Router& router) override;
 
   /// What the person can reach, the samples first.
   std::vector<Attachment> ownedBy(std::string_view owner) const;
@@ -33,8 +41,9 @@ class Attachments {
   void removeAll(std::string_view owner);
 
   /// A state is the change that makes it out of nothing.
-  JSONMap state() const;
-  void restore(const JSONMap& change);
+  std::string_view stateName() const override { return "attachments"; }
+  JSONValue state() const override;
+  void restore(const JSONValue& change) override;
 
  private:
   Response find(const Request& request) const;
@@ -45,6 +54,7 @@ class Attachments {
   /// The person's attachment of that ref; null when there is none. Valid until the next change.
   const Attachment* lookup(std::string_view owner, std::string_view ref) const;
 
+  People& people_;
   const Identity& identity_;
   Sheets& sheets_;
   const Clock clock_;

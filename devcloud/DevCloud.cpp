@@ -1,21 +1,17 @@
 #include "devcloud/DevCloud.h"
 
-#include "base/JSONArguments.h"
 #include "base/tasks/Timing.h"
-#include "devcloud/Accounts.h"
-#include "devcloud/Attachments.h"
 #include "devcloud/Certificates.h"
 #include "devcloud/Control.h"
+#include "devcloud/Faults.h"
 #include "devcloud/Files.h"
 #include "devcloud/Journal.h"
+#include "devcloud/RequestLog.h"
 #include "devcloud/Router.h"
 #include "devcloud/Server.h"
-#include "devcloud/SigningKey.h"
 
 #include <fmt/format.h>
-#include <boost/asio/co_spawn.hpp>
 #include <boost/asio/post.hpp>
-#include <boost/asio/use_future.hpp>
 
 #include <sys/stat.h>
 
@@ -51,26 +47,17 @@ struct DevCloud::Running {
         journalFile(directory / "journal.jsonl"),
         lock(directory / "devcloud.lock"),
         journal(journalFile),
-        key(directory / "signing-key.pem"),
         server(std::make_unique<Server>(loadOrMakeCertificates(directory, now()), options.port)),
-        people([this] { changed("people", people.state()); }),
-        identity(people, key,
-                 {fmt::format("https://127.0.0.1:{}/", server->port()), std::string(audience),
-                  options.adminClaimHost},
-                 clock, [this] { changed("refreshTokens", identity.state()); }),
-        sheets(identity, clock, [this](JSONMap change) { changed("sheets", std::move(change)); }),
-        projects(identity, clock, [this](JSONMap change) { changed("projects", std::move(change)); }),
-        attachments(identity, sheets, clock,
-                    [this](JSONMap change) { changed("attachments", std::move(change)); }),
-        lists(identity, clock, [this](JSONMap change) { changed("aiLists", std::move(change)); }) {
+        services({.directory = directory,
+                  .clock = clock,
+                  .issuer = fmt::format("https://127.0.0.1:{}/", server->port()),
+                  .audience = std::string(audience),
+                  .adminClaimHost = options.adminClaimHost},
+                 [this](std::string_view part, JSONValue change) { changed(part, std::move(change)); }),
+        requests(services.get<RequestLog>()),
+        faults(services.get<Faults>()) {
     restore();
-    identity.addRoutes(router);
-    addAccountRoutes(router, identity, clock);
-    sheets.addRoutes(router);
-    projects.addRoutes(router);
-    attachments.addRoutes(router);
-    lists.addRoutes(router);
-    addControlRoutes(router, controlled);
+    services.addRoutes(router);
   }
 
   ~Running() {
@@ -82,10 +69,11 @@ struct DevCloud::Running {
 
   void restore() {
     if (const auto text = readFile(stateFile)) {
-      reading(stateFile, [&] { apply(parseJSONMap(*text)); });
+      reading(stateFile, [&] { services.restore(parseJSONMap(*text)); });
     }
     if (journal.size() == 0) return;
-    reading(journalFile, [&] { journal.replay([this](const JSONMap& change) { apply(change); }); });
+    reading(journalFile,
+            [&] { journal.replay([this](const JSONMap& change) { services.restore(change); }); });
     save();
   }
 
@@ -95,21 +83,6 @@ struct DevCloud::Running {
     } catch (const std::exception& error) {
       throw Failure(fmt::format("{} cannot be read: {}", file.string(), describe(error)));
     }
-  }
-
-  /// Takes over a whole state, or one of the changes that `changed` has noted.
-  void apply(const JSONMap& state) {
-    if (const auto* part = json::find(state, "people")) people.restore(part->as_array());
-    if (const auto* part = json::find(state, "refreshTokens")) identity.restore(part->as_array());
-    if (const auto* part = json::find(state, "sheets")) sheets.restore(part->as_object());
-    if (const auto* part = json::find(state, "projects")) projects.restore(part->as_object());
-    if (const auto* part = json::find(state, "attachments")) attachments.restore(part->as_object());
-    if (const auto* part = json::find(state, "aiLists")) lists.restore(part->as_object());
-  }
-
-  JSONMap state() const {
-    return {{"people", people.state()},     {"refreshTokens", identity.state()},  {"sheets", sheets.state()},
-            {"projects", projects.state()}, {"attachments", attachments.state()}, {"aiLists", lists.state()}};
   }
 
   /// Notes a change before the request that made it is answered.
@@ -127,18 +100,12 @@ struct DevCloud::Running {
   void save() {
     behind = true;
     try {
-      replaceFile(stateFile, writeJSON(state()), 0600);
+      replaceFile(stateFile, writeJSON(services.state()), 0600);
       journal.clear();
       behind = false;
     } catch (const std::exception& error) {
       fmt::print(stderr, "vorlane-devcloud: {}\n", describe(error));
     }
-  }
-
-  const Person& known(std::string_view sub) const {
-    const Person* const person = people.find(sub);
-    if (!person) throw Failure(fmt::format("there is no person \"{}\"", sub));
-    return *person;
   }
 
   /// One request: recorded, led through its fault if there is one, answered.
@@ -170,17 +137,10 @@ struct DevCloud::Running {
   const std::filesystem::path journalFile;
   const FolderLock lock;
   Journal journal;
-  const SigningKey key;
   std::unique_ptr<Server> server;
-  People people;
-  Identity identity;
-  Sheets sheets;
-  Projects projects;
-  Attachments attachments;
-  AILists lists;
-  RequestLog requests;
-  Faults faults;
-  const Controlled controlled{people, identity, sheets, projects, attachments, lists, requests, faults};
+  const Services services;
+  RequestLog& requests;
+  Faults& faults;
   Router router;
   /// The files lack a change that is in memory.
   bool behind = false;
@@ -233,16 +193,22 @@ DevCloud::Running& DevCloud::running() const {
   return *running_;
 }
 
-template <class Action>
-auto DevCloud::onServer(Action action) {
+const Services& DevCloud::services() const {
+  return running().services;
+}
+
+Executor DevCloud::executor() const {
+  return running().server->executor();
+}
+
+void DevCloud::onServer(const std::function<void(const Services&)>& action) {
   Running& here = running();
-  if (here.server->onServerThread()) return action(here);
-  using Result = decltype(action(here));
-  std::packaged_task<Result()> task([&here, &action] { return action(here); });
+  if (here.server->onServerThread()) return action(here.services);
+  std::packaged_task<void()> task([&] { action(here.services); });
   auto result = task.get_future();
   // Wrapped: Asio would take the bare task's future for itself.
   boost::asio::post(here.server->executor(), [task = std::move(task)]() mutable { task(); });
-  return result.get();
+  result.get();
 }
 
 std::uint16_t DevCloud::port() const {
@@ -267,115 +233,6 @@ std::filesystem::path DevCloud::caFile() const {
 
 std::filesystem::path DevCloud::deploymentFile() const {
   return options_.directory / "deployment.json";
-}
-
-void DevCloud::putPerson(Person person) {
-  onServer([&](Running& to) { to.people.put(std::move(person)); });
-}
-
-void DevCloud::removePerson(std::string_view sub) {
-  onServer([&](Running& to) { devcloud::removePerson(to.controlled, std::string(sub)); });
-}
-
-void DevCloud::setCapability(std::string_view sub, bool cloudProjectWrite) {
-  onServer([&](Running& to) {
-    Person person = to.known(sub);
-    person.cloudProjectWrite = cloudProjectWrite;
-    to.people.put(std::move(person));
-  });
-}
-
-void DevCloud::setGone(std::string_view sub, bool gone) {
-  onServer([&](Running& to) {
-    Person person = to.known(sub);
-    person.gone = gone;
-    to.people.put(std::move(person));
-  });
-}
-
-IssuedTokens DevCloud::issueTokens(std::string_view sub, std::optional<std::int64_t> lifetime) {
-  return onServer([&](Running& to) { return to.identity.issue(sub, lifetime); });
-}
-
-void DevCloud::revokeTokens(std::string_view sub) {
-  onServer([&](Running& to) { to.identity.revoke(sub); });
-}
-
-std::vector<Sheet> DevCloud::sheets(std::string_view sub) {
-  return onServer([&](Running& to) { return to.sheets.ownedBy(sub); });
-}
-
-Sheet DevCloud::putSheet(Sheet sheet) {
-  return onServer([&](Running& to) -> Sheet { return to.sheets.put(std::move(sheet)); });
-}
-
-bool DevCloud::removeSheet(std::string_view sub, std::int64_t id) {
-  return onServer([&](Running& to) { return to.sheets.remove(sub, id); });
-}
-
-std::vector<Project> DevCloud::projects(std::string_view sub) {
-  return onServer([&](Running& to) { return to.projects.ownedBy(sub); });
-}
-
-std::vector<Commit> DevCloud::commits(std::string_view sub) {
-  return onServer([&](Running& to) { return to.projects.commits(sub); });
-}
-
-Project DevCloud::putProject(Project project) {
-  return onServer([&](Running& to) -> Project { return to.projects.put(std::move(project)); });
-}
-
-bool DevCloud::removeProject(std::string_view sub, std::string_view id) {
-  return onServer([&](Running& to) { return to.projects.remove(sub, id); });
-}
-
-std::vector<Attachment> DevCloud::attachments(std::string_view sub) {
-  return onServer([&](Running& to) { return to.attachments.ownedBy(sub); });
-}
-
-Attachment DevCloud::putAttachment(Attachment attachment) {
-  return onServer([&](Running& to) -> Attachment { return to.attachments.put(std::move(attachment)); });
-}
-
-std::vector<AIList> DevCloud::aiLists(std::string_view sub) {
-  return onServer([&](Running& to) { return to.lists.ownedBy(sub); });
-}
-
-AIList DevCloud::putAIList(AIList list) {
-  return onServer([&](Running& to) -> AIList { return to.lists.add(std::move(list)); });
-}
-
-std::int64_t DevCloud::addFault(Fault fault) {
-  return onServer([&](Running& to) { return to.faults.add(std::move(fault)); });
-}
-
-std::vector<Fault> DevCloud::faults() {
-  return onServer([&](Running& to) { return to.faults.all(); });
-}
-
-void DevCloud::clearFaults() {
-  onServer([&](Running& to) { to.faults.clear(); });
-}
-
-void DevCloud::release() {
-  onServer([&](Running& to) { to.faults.release(); });
-}
-
-std::vector<RecordedRequest> DevCloud::requests(RequestFilter filter) {
-  return onServer([&](Running& to) { return to.requests.find(filter); });
-}
-
-void DevCloud::clearRequests() {
-  onServer([&](Running& to) { to.requests.clear(); });
-}
-
-std::vector<RecordedRequest> DevCloud::waitForRequests(RequestFilter filter, std::size_t count,
-                                                       std::chrono::milliseconds limit) {
-  Running& here = running();
-  auto wait = [&here, filter = std::move(filter), count, limit] {
-    return here.requests.waitFor(filter, count, limit);
-  };
-  return boost::asio::co_spawn(here.server->executor(), std::move(wait), boost::asio::use_future).get();
 }
 
 }  // namespace vorlane::devcloud

@@ -1,22 +1,20 @@
 #pragma once
 
 #include "base/Date.h"
-#include "devcloud/AILists.h"
-#include "devcloud/Attachment.h"
-#include "devcloud/Faults.h"
-#include "devcloud/Identity.h"
-#include "devcloud/People.h"
-#include "devcloud/Projects.h"
-#include "devcloud/RequestLog.h"
-#include "devcloud/Sheets.h"
+#include "base/tasks/Task.h"
+#include "devcloud/Services.h"
 
-#include <chrono>
+#include <boost/asio/co_spawn.hpp>
+#include <boost/asio/use_future.hpp>
+
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
-#include <string_view>
+#include <type_traits>
+#include <utility>
 #include <vector>
 
 namespace vorlane::devcloud {
@@ -38,10 +36,7 @@ struct DevCloudOptions {
 /// server, with people, sheets, projects, attachments, lists and refresh tokens
 /// that survive a restart, and a kill.
 ///
-/// start and stop belong to one thread; the rest may be called from any thread
-/// while the cloud runs (it hops onto the server's thread and waits) and throws
-/// Failure while it does not. Each call does what the control route of that
-/// name does, see Control.h.
+/// start and stop belong to one thread. The rest throws Failure while the cloud does not run.
 class DevCloud {
  public:
   explicit DevCloud(DevCloudOptions options);
@@ -65,54 +60,43 @@ class DevCloud {
   std::filesystem::path caFile() const;
   std::filesystem::path deploymentFile() const;
 
-  void putPerson(Person person);
-  void removePerson(std::string_view sub);
-  /// Whether the person may save projects; throws Failure when there is no such person.
-  void setCapability(std::string_view sub, bool cloudProjectWrite);
-  /// A gone account's saves of projects get 410. Throws Failure when there is no such person.
-  void setGone(std::string_view sub, bool gone);
-
-  IssuedTokens issueTokens(std::string_view sub, std::optional<std::int64_t> lifetime = std::nullopt);
-  void revokeTokens(std::string_view sub);
-
-  std::vector<Sheet> sheets(std::string_view sub);
-  Sheet putSheet(Sheet sheet);
-  /// False when the person has no such sheet.
-  bool removeSheet(std::string_view sub, std::int64_t id);
-
-  std::vector<Project> projects(std::string_view sub);
-  /// Of all the person's projects, in the order in which they were made.
-  std::vector<Commit> commits(std::string_view sub);
-  Project putProject(Project project);
-  bool removeProject(std::string_view sub, std::string_view id);
-
-  /// What the person can reach, the samples first.
-  std::vector<Attachment> attachments(std::string_view sub);
-  Attachment putAttachment(Attachment attachment);
-
-  /// The newest first.
-  std::vector<AIList> aiLists(std::string_view sub);
-  AIList putAIList(AIList list);
-
-  std::int64_t addFault(Fault fault);
-  std::vector<Fault> faults();
-  void clearFaults();
-  /// Lets go the requests that a fault holds now.
-  void release();
-
-  std::vector<RecordedRequest> requests(RequestFilter filter = {});
-  void clearRequests();
-  /// Blocks until so many matching requests have arrived; throws TimeoutFailure.
-  std::vector<RecordedRequest> waitForRequests(RequestFilter filter, std::size_t count,
-                                               std::chrono::milliseconds limit = std::chrono::seconds(10));
+  /// An operation of a service, run on the server's thread; blocks until it has ended:
+  /// `cloud.call(&Sheets::put, sheet)`. What it returns by reference is copied. Of a
+  /// task the result is awaited. Callable from any thread.
+  template <class S, class R, class... P>
+  std::remove_cvref_t<R> call(R (S::*operation)(P...), std::type_identity_t<P>... arguments) {
+    return result<R>(
+        [&](const Services& to) -> R { return (to.get<S>().*operation)(std::forward<P>(arguments)...); });
+  }
+  template <class S, class R, class... P>
+  std::remove_cvref_t<R> call(R (S::*operation)(P...) const, std::type_identity_t<P>... arguments) {
+    return result<R>(
+        [&](const Services& to) -> R { return (to.get<S>().*operation)(std::forward<P>(arguments)...); });
+  }
+  template <class S, class T, class... P>
+  T call(Task<T> (S::*operation)(P...), std::type_identity_t<P>... arguments) {
+    auto task = [&] { return (services().template get<S>().*operation)(std::forward<P>(arguments)...); };
+    return boost::asio::co_spawn(executor(), std::move(task), boost::asio::use_future).get();
+  }
 
  private:
   struct Running;
 
-  /// Runs `action(running)` on the server's thread and gives its result.
-  template <class Action>
-  auto onServer(Action action);
+  template <class R, class Action>
+  std::remove_cvref_t<R> result(Action action) {
+    if constexpr (std::is_void_v<R>) {
+      onServer(action);
+    } else {
+      std::optional<std::remove_cvref_t<R>> given;
+      onServer([&](const Services& to) { given.emplace(action(to)); });
+      return std::move(*given);
+    }
+  }
+  /// Runs `action` on the server's thread and waits for its end; throws what it throws.
+  void onServer(const std::function<void(const Services&)>& action);
   Running& running() const;
+  const Services& services() const;
+  Executor executor() const;
   void writeDeployment() const;
 
   DevCloudOptions options_;

@@ -1,8 +1,11 @@
 #include "devcloud/Faults.h"
 
+#include "base/Identifiers.h"
 #include "base/Text.h"
 #include "base/tasks/Timing.h"
+#include "devcloud/Control.h"
 #include "devcloud/Fields.h"
+#include "devcloud/Router.h"
 
 #include <algorithm>
 #include <array>
@@ -11,6 +14,7 @@ namespace vorlane::devcloud {
 namespace {
 
 constexpr std::int64_t longestDelay = 600'000;
+constexpr std::int64_t longestSleep = 600'000;
 constexpr std::string_view garbageBytes = "\xFF\xFE{\"success\":tru\x01<html>\x80";
 
 struct CutName {
@@ -138,6 +142,34 @@ Fault faultFromJSON(const JSONMap& map) {
     throw FieldFailure("status", "is missing, and so is everything else that could go wrong");
   }
   return fault;
+}
+
+void Faults::addRoutes(Router& router) {
+  router.add("GET", "/__control/faults", Scheme::both, [this](const Request&) {
+    JSONArray faults;
+    for (const Fault& fault : faults_) faults.push_back(fault.json());
+    return Response::json(200, {{"faults", std::move(faults)}});
+  });
+  router.add("POST", "/__control/faults", Scheme::both, [this](const Request& request) {
+    return Response::json(200, {{"id", add(faultFromJSON(bodyObject(request)))}});
+  });
+  router.add("DELETE", "/__control/faults", Scheme::both, [this](const Request&) {
+    clear();
+    return done();
+  });
+  router.add("DELETE", "/__control/faults/{id}", Scheme::both, [this](const Request& request) {
+    const auto id = decimalInteger(request.parameter("id"));
+    return doneOr404(id && remove(*id), "there is no such fault");
+  });
+  router.add("POST", "/__control/faults/release", Scheme::both, [this](const Request&) {
+    release();
+    return done();
+  });
+  router.add("GET", "/__control/sleep", Scheme::both, [](Request request) -> Task<Response> {
+    const std::int64_t duration = integerQuery(request, "ms", 0, longestSleep);
+    co_await sleepFor(std::chrono::milliseconds(duration));
+    co_return Response::json(200, {{"slept", duration}});
+  });
 }
 
 std::int64_t Faults::add(Fault fault) {

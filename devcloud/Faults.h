@@ -4,6 +4,7 @@
 #include "base/tasks/Event.h"
 #include "base/tasks/Task.h"
 #include "devcloud/Message.h"
+#include "devcloud/Service.h"
 
 #include <chrono>
 #include <cstdint>
@@ -75,9 +76,29 @@ Fault answerFault(std::string path, const JSONValue& body, int status = 200);
 /// "delayMs", "hold". Throws FieldFailure.
 Fault faultFromJSON(const JSONMap& map);
 
-/// The faults in the order in which they were ordered.
-class Faults {
+/// The faults in the order in which they were ordered. To control them:
+///
+///   GET    faults                {"faults": [...]}
+///   POST   faults                orders one, see below; {"id"}
+///   DELETE faults, faults/{id}
+///   POST   faults/release        lets go what a fault holds
+///   GET    sleep ?ms             answers after so many milliseconds
+///
+/// A fault is for the next "times" requests to a "path" ("match": "prefix" for
+/// all that begins with it) and takes the place of any route's answer:
+///
+///   {"path", "status": 503}                                a status
+///   {"path", "redirect": "https://..."}                    302, or the "status" given, with Location
+///   {"path", "json": {...}}                                200 with a wrong receipt, or any other
+///                                                          JSON value, an array or null too
+///   {"path", "json": {...}, "effect": true}                the same when the request has taken effect
+///   {"path", "body": "..."}, {"path", "garbage": true}     200 with what is no JSON
+///   {"path", "cut": "before" | "after" | "body"}           an end of the connection
+///   {"path", "delayMs": 500}, {"path", "hold": true}       a late answer
+class Faults : public Service {
  public:
+  void addRoutes(Router& router) override;
+
   /// The fault's id.
   std::int64_t add(Fault fault);
   /// The first that is for this request; it is used up by one.

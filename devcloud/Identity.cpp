@@ -6,6 +6,8 @@
 #include "base/SHA256.h"
 #include "base/SecureRandom.h"
 #include "base/Text.h"
+#include "devcloud/Control.h"
+#include "devcloud/Fields.h"
 #include "devcloud/Router.h"
 
 #include <fmt/format.h>
@@ -69,13 +71,13 @@ JSONMap IssuedTokens::storedForm() const {
           {"tokenType", "Bearer"}};
 }
 
-Identity::Identity(const People& people, const SigningKey& key, IdentityNames names, Clock clock,
-                   std::function<void()> changed)
-    : people_(people),
-      key_(key),
-      names_(std::move(names)),
-      clock_(std::move(clock)),
-      changed_(std::move(changed)) {}
+Identity::Identity(const Services& services)
+    : people_(services.get<People>()),
+      key_(services.settings().directory / "signing-key.pem"),
+      settings_(services.settings()),
+      changed_(services.recorder(stateName())) {
+  people_.onRemoval([this](const std::string& sub) { revoke(sub); });
+}
 
 void Identity::addRoutes(Router& router) {
   router.add("POST", "/oauth/token", Scheme::secure,
@@ -83,19 +85,33 @@ void Identity::addRoutes(Router& router) {
   router.add("GET", "/.well-known/jwks.json", Scheme::secure, [this](const Request&) { return keys(); });
   router.add("GET", "/.well-known/openid-configuration", Scheme::secure,
              [this](const Request&) { return discovery(); });
+
+  router.add("POST", "/__control/tokens", Scheme::both, [this](const Request& request) {
+    const JSONMap body = bodyObject(request);
+    Fields fields(body);
+    const std::string sub = fields.requiredString("sub");
+    const auto lifetime = fields.integer("lifetime", -1'000'000'000, 1'000'000'000);
+    fields.refuseOthers();
+    if (!people_.find(sub)) throw FieldFailure("sub", "names nobody");
+    return Response::json(200, issue(sub, lifetime).storedForm());
+  });
+  router.add("DELETE", "/__control/tokens/{sub}", Scheme::both, [this](const Request& request) {
+    revoke(people_.requested(request).sub);
+    return done();
+  });
 }
 
 IssuedTokens Identity::issue(std::string_view sub, std::optional<std::int64_t> lifetime) {
   const Person* person = people_.find(sub);
   if (!person) throw Failure(fmt::format("there is no person \"{}\"", sub));
-  const Date expiresAt = clock_() + std::chrono::seconds(lifetime.value_or(person->tokenLifetime));
+  const Date expiresAt = settings_.clock() + std::chrono::seconds(lifetime.value_or(person->tokenLifetime));
   return {accessToken(*person, expiresAt), idToken(*person, expiresAt), newRefreshToken(person->sub),
           expiresAt};
 }
 
 void Identity::revoke(std::string_view sub) {
   std::erase_if(grants_, [&](const auto& entry) { return entry.second.sub == sub; });
-  changed_();
+  changed_(state());
 }
 
 const Person& Identity::authenticate(const Request& request) const {
@@ -103,10 +119,10 @@ const Person& Identity::authenticate(const Request& request) const {
   if (!asciiLowercased(header).starts_with("bearer ")) throw unauthorized("no bearer token");
   const auto claims = key_.verify(std::string_view(header).substr(7));
   if (!claims) throw unauthorized("the bearer token is not ours");
-  if (json::stringOr(*claims, "aud") != names_.audience) {
+  if (json::stringOr(*claims, "aud") != settings_.audience) {
     throw unauthorized("the bearer token is not for this API");
   }
-  if (secondsSince1970(clock_()) >= json::number(*claims, "exp").value_or(0)) {
+  if (secondsSince1970(settings_.clock()) >= json::number(*claims, "exp").value_or(0)) {
     throw unauthorized("the bearer token has expired");
   }
   const Person* person = people_.find(json::stringOr(*claims, "sub"));
@@ -129,7 +145,7 @@ Response Identity::refresh(const Form& form) {
   const Person* person = found == grants_.end() ? nullptr : people_.find(found->second.sub);
   if (!person) throw oauthError(403, "invalid_grant", "Unknown or invalid refresh token.");
 
-  const Date expiresAt = clock_() + std::chrono::seconds(person->tokenLifetime);
+  const Date expiresAt = settings_.clock() + std::chrono::seconds(person->tokenLifetime);
   JSONMap body{{"access_token", accessToken(*person, expiresAt)},
                {"id_token", idToken(*person, expiresAt)},
                {"expires_in", person->tokenLifetime},
@@ -149,38 +165,38 @@ Response Identity::keys() const {
 }
 
 Response Identity::discovery() const {
-  return Response::json(200, {{"issuer", names_.issuer},
-                              {"token_endpoint", names_.issuer + "oauth/token"},
-                              {"jwks_uri", names_.issuer + ".well-known/jwks.json"},
+  return Response::json(200, {{"issuer", settings_.issuer},
+                              {"token_endpoint", settings_.issuer + "oauth/token"},
+                              {"jwks_uri", settings_.issuer + ".well-known/jwks.json"},
                               {"id_token_signing_alg_values_supported", JSONArray{"ES256"}}});
 }
 
 std::string Identity::accessToken(const Person& person, Date expiresAt) const {
-  JSONMap claims{{"iss", names_.issuer},
-                 {"aud", names_.audience},
+  JSONMap claims{{"iss", settings_.issuer},
+                 {"aud", settings_.audience},
                  {"azp", clientID},
                  {"sub", person.sub},
                  {"email", person.email},
                  {"name", person.name},
                  {"scope", scopeText},
-                 {"iat", wholeSeconds(clock_())},
+                 {"iat", wholeSeconds(settings_.clock())},
                  {"exp", wholeSeconds(expiresAt)},
                  // Two tokens of one second have to differ.
                  {"jti", newLowercaseUUID()}};
-  if (person.admin) claims["https://" + names_.adminClaimHost + "/isAdmin"] = true;
+  if (person.admin) claims["https://" + settings_.adminClaimHost + "/isAdmin"] = true;
   return key_.sign(claims);
 }
 
 std::string Identity::idToken(const Person& person, Date expiresAt) const {
-  JSONMap claims{{"iss", names_.issuer},
+  JSONMap claims{{"iss", settings_.issuer},
                  {"aud", clientID},
                  {"sub", person.sub},
                  {"email", person.email},
                  {"email_verified", true},
                  {"name", person.name},
-                 {"iat", wholeSeconds(clock_())},
+                 {"iat", wholeSeconds(settings_.clock())},
                  {"exp", wholeSeconds(expiresAt)}};
-  if (person.admin) claims["https://" + names_.adminClaimHost + "/isAdmin"] = true;
+  if (person.admin) claims["https://" + settings_.adminClaimHost + "/isAdmin"] = true;
   return key_.sign(claims);
 }
 
@@ -196,11 +212,11 @@ std::string Identity::newRefreshToken(const std::string& sub) {
   }
   std::string token = base64URLEncoded(secureRandomBytes(33));
   grants_.emplace(sha256Hex(token), RefreshGrant{sub, nextNumber_++});
-  changed_();
+  changed_(state());
   return token;
 }
 
-JSONArray Identity::state() const {
+JSONValue Identity::state() const {
   JSONArray state;
   for (const auto& [digest, grant] : grants_) {
     state.push_back({{"digest", digest}, {"sub", grant.sub}, {"number", grant.number}});
@@ -208,9 +224,9 @@ JSONArray Identity::state() const {
   return state;
 }
 
-void Identity::restore(const JSONArray& state) {
+void Identity::restore(const JSONValue& state) {
   grants_.clear();
-  for (const auto& value : state) {
+  for (const auto& value : state.as_array()) {
     const JSONMap& grant = value.as_object();
     const std::int64_t number = json::integer(grant, "number").value_or(0);
     grants_.emplace(json::stringOr(grant, "digest"), RefreshGrant{json::stringOr(grant, "sub"), number});

@@ -2,12 +2,14 @@
 
 #include "base/Date.h"
 #include "base/JSON.h"
+#include "devcloud/Journal.h"
 #include "devcloud/Message.h"
 #include "devcloud/People.h"
+#include "devcloud/Service.h"
+#include "devcloud/Services.h"
 #include "devcloud/SigningKey.h"
 
 #include <cstdint>
-#include <functional>
 #include <map>
 #include <optional>
 #include <string>
@@ -19,16 +21,6 @@ class Router;
 
 /// The one public client that the identity provider knows.
 inline constexpr std::string_view clientID = "Zr4mT8qLw2NcXv6PbY1sKfH9dGj3UeAo";
-
-/// What the identity provider is called, and what it writes into tokens.
-struct IdentityNames {
-  /// "https://HOST:PORT/".
-  std::string issuer;
-  /// The API that access tokens are for.
-  std::string audience;
-  /// The administrator claim is "https://" + this + "/isAdmin".
-  std::string adminClaimHost;
-};
 
 /// Tokens as an agent keeps them.
 struct IssuedTokens {
@@ -43,13 +35,15 @@ struct IssuedTokens {
 };
 
 /// The identity provider: signs tokens, renews them for a refresh token, and
-/// tells the web APIs who a bearer is.
-class Identity {
+/// knows for the web APIs who a bearer is. To control it:
+///
+///   POST   tokens          {"sub", "lifetime"?} -> the record for an agent's vault
+///   DELETE tokens/{sub}    ends every refresh token of the person
+class Identity : public Service {
  public:
-  Identity(const People& people, const SigningKey& key, IdentityNames names, Clock clock,
-           std::function<void()> changed);
+  explicit Identity(const Services& services);
 
-  void addRoutes(Router& router);
+  void addRoutes(Router& router) override;
 
   /// A fresh set for a person; the access token lives for `lifetime` seconds, by
   /// default the person's. Throws Failure when there is no such person.
@@ -62,8 +56,9 @@ class Identity {
   /// else to read, or whose person is gone.
   const Person& authenticate(const Request& request) const;
 
-  JSONArray state() const;
-  void restore(const JSONArray& state);
+  std::string_view stateName() const override { return "refreshTokens"; }
+  JSONValue state() const override;
+  void restore(const JSONValue& state) override;
 
  private:
   struct RefreshGrant {
@@ -81,11 +76,10 @@ class Identity {
   std::string idToken(const Person& person, Date expiresAt) const;
   std::string newRefreshToken(const std::string& sub);
 
-  const People& people_;
-  const SigningKey& key_;
-  const IdentityNames names_;
-  const Clock clock_;
-  const std::function<void()> changed_;
+  People& people_;
+  const SigningKey key_;
+  const CloudSettings& settings_;
+  const ChangeRecorder changed_;
   /// By the token's digest: the tokens themselves are nowhere kept.
   std::map<std::string, RefreshGrant, std::less<>> grants_;
   std::int64_t nextNumber_ = 1;

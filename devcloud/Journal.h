@@ -10,7 +10,7 @@ namespace vorlane::devcloud {
 
 /// Told of each change of a service's state when it has happened, in the form that
 /// the service's `restore` takes.
-using ChangeRecorder = std::function<void(JSONMap change)>;
+using ChangeRecorder = std::function<void(JSONValue change)>;
 
 /// The changes since the state was last written whole, one JSON object a line.
 /// A change is in the file before the request that made it is answered, so that

@@ -1,6 +1,9 @@
 #include "devcloud/People.h"
 
+#include "devcloud/Control.h"
 #include "devcloud/Fields.h"
+#include "devcloud/Router.h"
+#include "devcloud/Services.h"
 
 #include <fmt/format.h>
 
@@ -86,6 +89,26 @@ JSONMap Person::json() const {
   return map;
 }
 
+People::People(const Services& services) : changed_(services.recorder(stateName())) {}
+
+void People::addRoutes(Router& router) {
+  router.add("GET", "/__control/people", Scheme::both,
+             [this](const Request&) { return Response::json(200, {{"people", state()}}); });
+  router.add("POST", "/__control/people", Scheme::both, [this](const Request& request) {
+    return Response::json(200, update(bodyObject(request)).json());
+  });
+  router.add("DELETE", "/__control/people/{sub}", Scheme::both, [this](const Request& request) {
+    remove(requested(request).sub);
+    return done();
+  });
+}
+
+const Person& People::requested(const Request& request) const {
+  const Person* const person = find(request.parameter("sub"));
+  if (!person) throw apiError(404, fmt::format("there is no person \"{}\"", request.parameter("sub")));
+  return *person;
+}
+
 const Person* People::find(std::string_view sub) const {
   const auto found = people_.find(sub);
   return found == people_.end() ? nullptr : &found->second;
@@ -94,7 +117,7 @@ const Person* People::find(std::string_view sub) const {
 void People::put(Person person) {
   std::string sub = person.sub;
   people_.insert_or_assign(std::move(sub), std::move(person));
-  changed_();
+  changed_(state());
 }
 
 const Person& People::update(const JSONMap& fields) {
@@ -109,20 +132,25 @@ const Person& People::update(const JSONMap& fields) {
 bool People::remove(std::string_view sub) {
   const auto found = people_.find(sub);
   if (found == people_.end()) return false;
+  for (const auto& action : onRemoval_) action(found->first);
   people_.erase(found);
-  changed_();
+  changed_(state());
   return true;
 }
 
-JSONArray People::state() const {
+void People::onRemoval(std::function<void(const std::string& sub)> action) {
+  onRemoval_.push_back(std::move(action));
+}
+
+JSONValue People::state() const {
   JSONArray state;
   for (const auto& [sub, person] : people_) state.push_back(person.json());
   return state;
 }
 
-void People::restore(const JSONArray& state) {
+void People::restore(const JSONValue& state) {
   people_.clear();
-  for (const auto& value : state) {
+  for (const auto& value : state.as_array()) {
     Person person;
     person.update(value.as_object());
     people_.insert_or_assign(person.sub, person);

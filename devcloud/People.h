@@ -1,6 +1,9 @@
 #pragma once
 
 #include "base/JSON.h"
+#include "devcloud/Journal.h"
+#include "devcloud/Message.h"
+#include "devcloud/Service.h"
 
 #include <cstdint>
 #include <functional>
@@ -8,8 +11,11 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace vorlane::devcloud {
+
+class Services;
 
 /// Somebody with an account, and what the cloud is to say about them. Rights
 /// that nobody has granted are not there.
@@ -42,12 +48,20 @@ struct Person {
   JSONMap json() const;
 };
 
-/// The people, by "sub". For the server's thread alone, like every service here.
-class People {
+/// The people, by "sub". To control them:
+///
+///   GET    people          {"people": [...]}
+///   POST   people          adds or updates the person of "sub"; "cloudProjectWrite" and
+///                          "gone" decide what the project routes answer
+///   DELETE people/{sub}    with all that is theirs
+class People : public Service {
  public:
-  /// `changed` is called after each change.
-  explicit People(std::function<void()> changed) : changed_(std::move(changed)) {}
+  explicit People(const Services& services);
 
+  void addRoutes(Router& router) override;
+
+  /// The person whom "{sub}" in the request's path names; throws an apiError of status 404.
+  const Person& requested(const Request& request) const;
   /// Null when there is no such person. Valid until the person is removed.
   const Person* find(std::string_view sub) const;
   const std::map<std::string, Person, std::less<>>& all() const { return people_; }
@@ -55,14 +69,19 @@ class People {
   void put(Person person);
   /// Adds the person whom "sub" names, or updates the fields that are there.
   const Person& update(const JSONMap& fields);
+  /// False when there was no such person.
   bool remove(std::string_view sub);
+  /// `action` is called before a person is removed: what is theirs goes too. Kept for good.
+  void onRemoval(std::function<void(const std::string& sub)> action);
 
-  JSONArray state() const;
-  void restore(const JSONArray& state);
+  std::string_view stateName() const override { return "people"; }
+  JSONValue state() const override;
+  void restore(const JSONValue& state) override;
 
  private:
   std::map<std::string, Person, std::less<>> people_;
-  std::function<void()> changed_;
+  const ChangeRecorder changed_;
+  std::vector<std::function<void(const std::string& sub)>> onRemoval_;
 };
 
 }  // namespace vorlane::devcloud

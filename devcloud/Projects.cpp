@@ -4,9 +4,12 @@
 #include "base/JSONArguments.h"
 #include "base/SHA256.h"
 #include "devcloud/CheckpointPayload.h"
+#include "devcloud/Control.h"
 #include "devcloud/Fields.h"
 #include "devcloud/Identity.h"
+#include "devcloud/People.h"
 #include "devcloud/Router.h"
+#include "devcloud/Services.h"
 
 #include <fmt/format.h>
 
@@ -94,8 +97,13 @@ Project projectFromJSON(const JSONMap& map, std::string owner) {
   return project;
 }
 
-Projects::Projects(const Identity& identity, Clock clock, ChangeRecorder changed)
-    : identity_(identity), clock_(std::move(clock)), changed_(std::move(changed)) {}
+Projects::Projects(const Services& services)
+    : people_(services.get<People>()),
+      identity_(services.get<Identity>()),
+      clock_(services.settings().clock),
+      changed_(services.recorder(stateName())) {
+  people_.onRemoval([this](const std::string& sub) { removeAll(sub); });
+}
 
 void Projects::addRoutes(Router& router) {
   router.add("GET", "/api/v1/user/me", Scheme::secure,
@@ -104,6 +112,20 @@ void Projects::addRoutes(Router& router) {
              [this](const Request& request) { return list(request); });
   router.add("PUT", "/api/v1/projects/{id}/checkpoints", Scheme::secure,
              [this](const Request& request) { return save(request); });
+
+  const auto listed = [this](const std::string& sub) {
+    JSONArray projects;
+    for (const Project& project : ownedBy(sub)) projects.push_back(project.json());
+    return projects;
+  };
+  const auto taken = [this](const JSONMap& body, const std::string& sub) {
+    return put(projectFromJSON(body, sub)).json();
+  };
+  addOwnedRoutes(router, people_, {.name = "projects", .key = "projects", .list = listed, .put = taken});
+  router.add("DELETE", "/__control/projects/{sub}/{id}", Scheme::both, [this](const Request& request) {
+    return doneOr404(remove(people_.requested(request).sub, request.parameter("id")),
+                     "there is no such project");
+  });
 }
 
 std::vector<Project> Projects::ownedBy(std::string_view owner) const {
@@ -235,13 +257,14 @@ void Projects::refuseReuse(const std::string& owner, const std::string& operatio
   }
 }
 
-JSONMap Projects::state() const {
+JSONValue Projects::state() const {
   JSONArray list;
   for (const auto& [id, project] : projects_) list.push_back(kept(project));
   return {{"list", std::move(list)}, {"nextNumber", nextNumber_}};
 }
 
-void Projects::restore(const JSONMap& change) {
+void Projects::restore(const JSONValue& given) {
+  const JSONMap& change = given.as_object();
   if (const JSONValue* list = json::find(change, "list")) {
     for (const auto& value : list->as_array()) {
       const JSONMap& entry = value.as_object();

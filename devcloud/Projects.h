@@ -4,6 +4,7 @@
 #include "base/JSON.h"
 #include "devcloud/Journal.h"
 #include "devcloud/Message.h"
+#include "devcloud/Service.h"
 
 #include <cstdint>
 #include <map>
@@ -15,7 +16,8 @@
 namespace vorlane::devcloud {
 
 class Identity;
-class Router;
+class People;
+class Services;
 
 /// One checkpoint that a project was saved as. Its payload is not kept.
 struct Commit {
@@ -60,11 +62,16 @@ struct Project {
 /// Everybody's projects and the routes over them: what the bearer may do, the
 /// list, and the saving of checkpoints. A save that is sent again with the same
 /// bytes gets the receipt of the first time and changes nothing.
-class Projects {
+/// To control them:
+///
+///   GET    projects/{sub}        {"projects": [...]}, each with "revision" and "commits"
+///   POST   projects/{sub}        {"id", "name"?, "updatedAt"?, "revision"?, "commits"?}
+///   DELETE projects/{sub}/{id}
+class Projects : public Service {
  public:
-  Projects(const Identity& identity, Clock clock, ChangeRecorder changed);
+  explicit Projects(const Services& services);
 
-  void addRoutes(Router& router);
+  void addRoutes(Router& router) override;
 
   /// A person's projects, the most recently changed first.
   std::vector<Project> ownedBy(std::string_view owner) const;
@@ -77,8 +84,9 @@ class Projects {
   void removeAll(std::string_view owner);
 
   /// A state is the change that makes it out of nothing.
-  JSONMap state() const;
-  void restore(const JSONMap& change);
+  std::string_view stateName() const override { return "projects"; }
+  JSONValue state() const override;
+  void restore(const JSONValue& change) override;
 
  private:
   Response me(const Request& request) const;
@@ -91,6 +99,7 @@ class Projects {
   /// Keeps the project and records that it has changed.
   const Project& keep(Project project);
 
+  People& people_;
   const Identity& identity_;
   const Clock clock_;
   const ChangeRecorder changed_;

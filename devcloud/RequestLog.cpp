@@ -4,6 +4,8 @@
 #include "base/SHA256.h"
 #include "base/Text.h"
 #include "base/tasks/Timing.h"
+#include "devcloud/Control.h"
+#include "devcloud/Router.h"
 
 #include <fmt/format.h>
 
@@ -12,6 +14,7 @@
 namespace vorlane::devcloud {
 namespace {
 
+constexpr std::int64_t longestWait = 600'000;
 constexpr std::size_t mostRequests = 1000;
 constexpr std::size_t longestBody = std::size_t{1} << 20;
 constexpr std::size_t mostBodyBytes = std::size_t{64} << 20;
@@ -53,6 +56,32 @@ JSONMap RecordedRequest::json() const {
 
 bool RequestFilter::matches(const RecordedRequest& request) const {
   return (method.empty() || method == request.method) && (path.empty() || path == request.path);
+}
+
+void RequestLog::addRoutes(Router& router) {
+  router.add("GET", "/__control/requests", Scheme::both,
+             [this](Request request) -> Task<Response> { return answer(std::move(request)); });
+  router.add("DELETE", "/__control/requests", Scheme::both, [this](const Request&) {
+    clear();
+    return done();
+  });
+}
+
+Task<Response> RequestLog::answer(Request request) {
+  const RequestFilter filter{.method = request.queryValue("method").value_or(""),
+                             .path = request.queryValue("path").value_or("")};
+  const std::int64_t atLeast = integerQuery(request, "atLeast", 0, 1000);
+  const std::int64_t limit = integerQuery(request, "timeoutMs", 5000, longestWait);
+  JSONArray found;
+  try {
+    for (const RecordedRequest& each :
+         co_await waitFor(filter, static_cast<std::size_t>(atLeast), std::chrono::milliseconds(limit))) {
+      found.push_back(each.json());
+    }
+  } catch (const TimeoutFailure& failure) {
+    throw apiError(408, failure.description());
+  }
+  co_return Response::json(200, {{"requests", std::move(found)}});
 }
 
 void RequestLog::record(const Request& request, Date at) {

@@ -5,6 +5,7 @@
 #include "base/tasks/Event.h"
 #include "base/tasks/Task.h"
 #include "devcloud/Message.h"
+#include "devcloud/Service.h"
 
 #include <chrono>
 #include <cstddef>
@@ -48,18 +49,27 @@ struct RequestFilter {
 };
 
 /// What arrived, control requests aside: the latest thousand, and no more than 64 MiB of bodies.
-class RequestLog {
+/// To read it:
+///
+///   GET    requests ?method ?path    {"requests": [...]}, headers included; with ?atLeast=N it waits
+///                                    until so many have arrived, ?timeoutMs (5000) at the longest
+///   DELETE requests
+class RequestLog : public Service {
  public:
+  void addRoutes(Router& router) override;
+
   void record(const Request& request, Date at);
   std::vector<RecordedRequest> find(const RequestFilter& filter) const;
   void clear();
 
   /// Waits until `count` matching requests lie in the log and gives them all.
-  /// Throws TimeoutFailure, which tells how many there were, after `limit`.
+  /// Throws TimeoutFailure, which says how many there were, after `limit`.
   Task<std::vector<RecordedRequest>> waitFor(RequestFilter filter, std::size_t count,
                                              std::chrono::milliseconds limit);
 
  private:
+  Task<Response> answer(Request request);
+
   std::deque<RecordedRequest> requests_;
   std::size_t bodyBytes_ = 0;
   std::int64_t nextNumber_ = 1;

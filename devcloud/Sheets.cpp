@@ -2,9 +2,12 @@
 
 #include "base/Identifiers.h"
 #include "base/JSONArguments.h"
+#include "devcloud/Control.h"
 #include "devcloud/Fields.h"
 #include "devcloud/Identity.h"
+#include "devcloud/People.h"
 #include "devcloud/Router.h"
+#include "devcloud/Services.h"
 
 #include <fmt/format.h>
 
@@ -78,8 +81,13 @@ Sheet sheetFromJSON(const JSONMap& map, std::string owner) {
   return sheet;
 }
 
-Sheets::Sheets(const Identity& identity, Clock clock, ChangeRecorder changed)
-    : identity_(identity), clock_(std::move(clock)), changed_(std::move(changed)) {}
+Sheets::Sheets(const Services& services)
+    : people_(services.get<People>()),
+      identity_(services.get<Identity>()),
+      clock_(services.settings().clock),
+      changed_(services.recorder(stateName())) {
+  people_.onRemoval([this](const std::string& sub) { removeAll(sub); });
+}
 
 void Sheets::addRoutes(Router& router) {
   constexpr std::string_view all = "/api/user/sheets";
@@ -89,6 +97,24 @@ void Sheets::addRoutes(Router& router) {
   router.add("GET", one, Scheme::secure, [this](const Request& request) { return read(request); });
   router.add("PUT", one, Scheme::secure, [this](const Request& request) { return replace(request); });
   router.add("DELETE", one, Scheme::secure, [this](const Request& request) { return erase(request); });
+
+  const auto listed = [this](const std::string& sub) {
+    JSONArray sheets;
+    for (const Sheet& sheet : ownedBy(sub)) {
+      JSONMap map = sheet.json();
+      map["updates"] = sheet.updates;
+      sheets.push_back(std::move(map));
+    }
+    return sheets;
+  };
+  const auto taken = [this](const JSONMap& body, const std::string& sub) {
+    return put(sheetFromJSON(body, sub)).json();
+  };
+  addOwnedRoutes(router, people_, {.name = "sheets", .key = "sheets", .list = listed, .put = taken});
+  router.add("DELETE", "/__control/sheets/{sub}/{id}", Scheme::both, [this](const Request& request) {
+    const auto id = decimalInteger(request.parameter("id"));
+    return doneOr404(id && remove(people_.requested(request).sub, *id), "there is no such sheet");
+  });
 }
 
 std::vector<Sheet> Sheets::ownedBy(std::string_view owner) const {
@@ -195,13 +221,14 @@ Response Sheets::erase(const Request& request) {
   return Response::json(200, {{"success", true}});
 }
 
-JSONMap Sheets::state() const {
+JSONValue Sheets::state() const {
   JSONArray list;
   for (const auto& [id, sheet] : sheets_) list.push_back(kept(sheet));
   return {{"nextId", nextID_}, {"list", std::move(list)}};
 }
 
-void Sheets::restore(const JSONMap& change) {
+void Sheets::restore(const JSONValue& given) {
+  const JSONMap& change = given.as_object();
   if (const JSONValue* list = json::find(change, "list")) {
     for (const auto& value : list->as_array()) {
       const JSONMap& entry = value.as_object();

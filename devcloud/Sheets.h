@@ -4,6 +4,7 @@
 #include "base/JSON.h"
 #include "devcloud/Journal.h"
 #include "devcloud/Message.h"
+#include "devcloud/Service.h"
 
 #include <cstdint>
 #include <map>
@@ -15,7 +16,8 @@
 namespace vorlane::devcloud {
 
 class Identity;
-class Router;
+class People;
+class Services;
 
 /// A sheet as the Ledgerly cloud keeps it.
 struct Sheet {
@@ -39,11 +41,16 @@ struct Sheet {
 };
 
 /// The sheets of everybody, and the routes over them.
-class Sheets {
+/// To control them:
+///
+///   GET    sheets/{sub}          {"sheets": [...]}, with documents and "updates"
+///   POST   sheets/{sub}          adds a sheet, or replaces the one of "id"
+///   DELETE sheets/{sub}/{id}
+class Sheets : public Service {
  public:
-  Sheets(const Identity& identity, Clock clock, ChangeRecorder changed);
+  explicit Sheets(const Services& services);
 
-  void addRoutes(Router& router);
+  void addRoutes(Router& router) override;
 
   /// A person's sheets, the most recently changed first.
   std::vector<Sheet> ownedBy(std::string_view owner) const;
@@ -58,8 +65,9 @@ class Sheets {
   const Sheet* find(std::string_view owner, std::int64_t id) const;
 
   /// A state is the change that makes it out of nothing.
-  JSONMap state() const;
-  void restore(const JSONMap& change);
+  std::string_view stateName() const override { return "sheets"; }
+  JSONValue state() const override;
+  void restore(const JSONValue& change) override;
 
  private:
   Response list(const Request& request) const;
@@ -70,6 +78,7 @@ class Sheets {
   /// The sheet that the path names when it is the bearer's; throws 401 or 404.
   const Sheet& requested(const Request& request) const;
 
+  People& people_;
   const Identity& identity_;
   const Clock clock_;
   const ChangeRecorder changed_;

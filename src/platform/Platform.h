@@ -49,8 +49,9 @@ struct PlatformSettings {
 Platform systemPlatform(const PlatformSettings& settings);
 
 /// The folder that the app group's processes share, made with its parents, mode
-/// 0700, when it is missing. Nothing when the platform has none for that group.
-/// Throws Failure when it cannot be made.
+/// 0700, when it is missing; one that is there is made 0700. Nothing when the platform
+/// has none for that group. Throws Failure when it cannot be made, or belongs to another
+/// user, naming both; nothing has been written in it then.
 std::optional<std::string> containerForAppGroup(const Paths& paths, std::string_view identifier);
 
 /// Single services of this system, for what needs one alone. The makers throw Failure naming

@@ -1,15 +1,31 @@
 #include "shell/ProcessSetup.h"
 
 #include "base/ShellLog.h"
+#include "platform/DescriptorLimit.h"
 
 #include <malloc.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <csignal>
 #include <filesystem>
 
 namespace vorlane {
+namespace {
+
+/// A dump of the memory holds tokens. One byte stops files, and pipes to a collector as
+/// well, which no other limit does. The process stays dumpable, since others find out which
+/// program it runs by its link in /proc.
+void forbidCoreDumps() {
+  rlimit limit{};
+  if (::getrlimit(RLIMIT_CORE, &limit) != 0) return;
+  limit.rlim_cur = std::min<rlim_t>(1, limit.rlim_max);
+  ::setrlimit(RLIMIT_CORE, &limit);
+}
+
+}  // namespace
 
 void setUpProcess(const Paths& paths, const char* programPath) {
   ::umask(S_IRWXG | S_IRWXO);
@@ -19,7 +35,10 @@ void setUpProcess(const Paths& paths, const char* programPath) {
   // A few arenas serve these few threads as well, and an agent that idles for
   // weeks should not hold one for each of them.
   ::mallopt(M_ARENA_MAX, 2);
-  installShellLog(ShellLog(paths.shellLog, std::filesystem::path(programPath).filename().string()));
+  forbidCoreDumps();
+  raiseDescriptorLimit();
+  installShellLog(ShellLog(paths.shellLog, std::filesystem::path(programPath).filename().string(),
+                           paths.shellLogInState));
 }
 
 void endAtOnceOnTermination() {

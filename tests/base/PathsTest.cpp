@@ -53,12 +53,14 @@ TEST(ThePlaces, FollowOptionThenVariableThenHome) {
 TEST(ThePlaces, NameWhatLiesOutsideTheContainer) {
   const auto bare = resolve({}, {});
   EXPECT_EQ(bare.shellLog + " " + bare.deployment, "/tmp/vorlane-shell.log /etc/vorlane/deployment.json");
-  EXPECT_FALSE(bare.deploymentNamed || bare.launcherPointer);
+  EXPECT_FALSE(bare.deploymentNamed || bare.launcherPointer || bare.shellLogInState);
   const Variables variables{{"HOME", "/h"},
                             {"VORLANE_SHELL_LOG", "/l"},
                             {"VORLANE_DEPLOYMENT", "/v.json"},
                             {"XDG_CONFIG_HOME", "/c"}};
   EXPECT_EQ(resolve({}, variables).deployment, "/v.json");
+  EXPECT_EQ(resolve({}, variables).shellLogInState, "/h/.local/state/vorlane/shell.log");
+  EXPECT_EQ(resolve({}, {{"XDG_STATE_HOME", "/s"}}).shellLogInState, "/s/vorlane/shell.log");
   const auto told = resolve({"/o", "/f.json"}, variables);
   EXPECT_EQ(told.launcherPointer, "/h/.config/vorlane/container") << "whatever XDG says";
   EXPECT_EQ(told.shellLog + " " + told.deployment, "/l /f.json");

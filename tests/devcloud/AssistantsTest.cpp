@@ -34,8 +34,8 @@ TEST_F(AssistantsTest, AttachmentsAreFoundAsFarAsThePersonAgreedReadAsTheirKindA
         R"({"name":"mine.pdf","ref":"a&amp;b","type":"pdf","item":"Rig","pages":["One"]})"}) {
     control("POST", attachments, made);
   }
-  cloud.putPerson({.sub = "other", .mcpAccess = true});
-  cloud.putAttachment({.owner = "other", .name = "rig of another"});
+  cloud.call(&People::put, {.sub = "other", .mcpAccess = true});
+  cloud.call(&Attachments::put, {.owner = "other", .name = "rig of another"});
   const std::tuple<std::string, std::string, int, std::string, std::string> cases[] = {
       {"find", R"("query":"rig")", 200, "hits",
        R"([{"category":"","item":"Rig","kind":"own","list":"","name":"mine.pdf","ref":"a&amp;b","type":"pdf"}])"},
@@ -61,13 +61,13 @@ TEST_F(AssistantsTest, AttachingCopiesAllOrNothing) {
   const JSONMap data =
       parseJSONMap(R"({"categories":[{"id":"C","name":"Cam","items":[{"id":"I","name":"Body"}],
       "subcategories":[{"id":"S","name":"Sub","items":[{"id":"J","name":"Lens"},{"id":"K","name":"Body"}]}]}]})");
-  const Sheet sheet = cloud.putSheet({.owner = demo, .name = "Kit", .data = data});
-  cloud.putAttachment(
-      {.ref = "theirs", .owner = demo, .name = "t.txt", .kind = "community", .list = "Theirs"});
+  const Sheet sheet = cloud.call(&Sheets::put, {.owner = demo, .name = "Kit", .data = data});
+  cloud.call(&Attachments::put,
+             {.ref = "theirs", .owner = demo, .name = "t.txt", .kind = "community", .list = "Theirs"});
   // One of the refs that copies would be given.
-  cloud.putAttachment({.ref = "att-4", .owner = demo, .name = "4.txt"});
+  cloud.call(&Attachments::put, {.ref = "att-4", .owner = demo, .name = "4.txt"});
   const std::string start = R"({"sheetId":)" + std::to_string(sheet.id) + R"(,"sources":[)";
-  const std::size_t known = cloud.attachments(demo).size();
+  const std::size_t known = cloud.call(&Attachments::ownedBy, demo).size();
   const Reply refused = post("attachments/attach", start + R"({"ref":"sample-pdf","name":"g","itemId":"I"},
                                                               {"ref":"odd","name":"o","itemId":"X"}]})");
   EXPECT_EQ(refused.status, 422);
@@ -75,17 +75,18 @@ TEST_F(AssistantsTest, AttachingCopiesAllOrNothing) {
   const Reply ambiguous =
       post("attachments/attach", start + R"({"ref":"sample-pdf","name":"g","itemId":"Body"}]})");
   EXPECT_EQ(ambiguous.at("entries/0/attached"), "false");
-  EXPECT_EQ(writeJSON(cloud.sheets(demo).at(0).json()), writeJSON(sheet.json())) << "nothing has changed";
-  EXPECT_EQ(cloud.attachments(demo).size(), known);
+  EXPECT_EQ(writeJSON(cloud.call(&Sheets::ownedBy, demo).at(0).json()), writeJSON(sheet.json()))
+      << "nothing has changed";
+  EXPECT_EQ(cloud.call(&Attachments::ownedBy, demo).size(), known);
   const Reply done = post("attachments/attach", start + R"(
       {"ref":"sample-pdf","name":"g","itemId":"Lens"},
       {"ref":"theirs","name":"t","newItem":{"category":"New","subcategory":"Deep","name":"Paper"}},
       {"ref":"sample-text","name":"n","newItem":{"category":"New","subcategory":"Deep","name":"Paper"}}]})");
   ASSERT_EQ(done.status, 200) << done.body;
-  EXPECT_EQ(cloud.attachments(demo).size(), known + 3) << "none has taken another's place";
+  EXPECT_EQ(cloud.call(&Attachments::ownedBy, demo).size(), known + 3) << "none has taken another's place";
   const std::string paper = "sheet/data/categories/1/subcategories/0/items/";
   EXPECT_EQ(done.at(paper + "1"), "") << "one new item for both";
-  EXPECT_EQ(done.at("sheet/data"), writeJSON(cloud.sheets(demo).at(0).data));
+  EXPECT_EQ(done.at("sheet/data"), writeJSON(cloud.call(&Sheets::ownedBy, demo).at(0).data));
 }
 
 }  // namespace

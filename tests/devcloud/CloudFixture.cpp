@@ -30,8 +30,8 @@ std::string Reply::at(std::string_view path) const {
 CloudFixture::CloudFixture() : folder(madeFolder()) {
   curl_global_init(CURL_GLOBAL_DEFAULT);
   start();
-  cloud.putPerson({.sub = demo, .email = "demo@vorlane.test", .name = "Demo", .mcpAccess = true});
-  token = cloud.issueTokens(demo).accessToken;
+  cloud.call(&People::put, {.sub = demo, .email = "demo@vorlane.test", .name = "Demo", .mcpAccess = true});
+  token = cloud.call(&Identity::issue, demo, {}).accessToken;
 }
 
 CloudFixture::~CloudFixture() {

@@ -1,7 +1,15 @@
 #pragma once
 
 #include "base/JSON.h"
+#include "devcloud/AILists.h"
+#include "devcloud/Attachments.h"
 #include "devcloud/DevCloud.h"
+#include "devcloud/Faults.h"
+#include "devcloud/Identity.h"
+#include "devcloud/People.h"
+#include "devcloud/Projects.h"
+#include "devcloud/RequestLog.h"
+#include "devcloud/Sheets.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

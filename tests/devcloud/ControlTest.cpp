@@ -32,7 +32,7 @@ TEST_F(ControlTest, WhatArrivedIsRecordedWithoutItsToken) {
   EXPECT_EQ(reply.at("requests/2"), "");
   EXPECT_EQ(reply.body.find(token), std::string::npos);
   control("DELETE", "requests");
-  EXPECT_TRUE(cloud.requests().empty()) << "control requests themselves are not recorded";
+  EXPECT_TRUE(cloud.call(&RequestLog::find, {}).empty()) << "control requests themselves are not recorded";
 
   RequestLog log;
   for (int i = 0; i < 1005; ++i) log.record({.body = std::string(i == 1004 ? 2 << 20 : 1, 'x')}, now());
@@ -41,13 +41,16 @@ TEST_F(ControlTest, WhatArrivedIsRecordedWithoutItsToken) {
 }
 
 TEST_F(ControlTest, WaitingEndsWithTheRequestThatWasWaitedForOrInTime) {
-  auto inProcess = std::async(std::launch::async, [&] { return cloud.waitForRequests({.path = "/two"}, 2); });
+  auto inProcess = std::async(std::launch::async, [&] {
+    return cloud.call(&RequestLog::waitFor, {.path = "/two"}, 2, std::chrono::seconds(10));
+  });
   auto overHTTP = std::async(std::launch::async,
                              [&] { return control("GET", "requests?path=/two&atLeast=2&timeoutMs=10000"); });
   for (int i = 0; i < 2; ++i) send({.path = "/two"});
   EXPECT_EQ(inProcess.get().size(), 2U);
   EXPECT_EQ(overHTTP.get().at("requests/1/path"), "/two");
-  EXPECT_THROW(cloud.waitForRequests({.path = "/two"}, 3, std::chrono::milliseconds(20)), TimeoutFailure);
+  EXPECT_THROW(cloud.call(&RequestLog::waitFor, {.path = "/two"}, 3, std::chrono::milliseconds(20)),
+               TimeoutFailure);
 }
 
 TEST_F(ControlTest, EachFaultGoesWrongInItsOwnWay) {
@@ -65,26 +68,27 @@ TEST_F(ControlTest, EachFaultGoesWrongInItsOwnWay) {
   };
   for (const auto& [fault, status, fails, body, made] : cases) {
     ASSERT_EQ(control("POST", "faults", R"({"path":"/api/user/sheets",)" + fault + "}").status, 200);
-    const std::size_t before = cloud.sheets(demo).size();
+    const std::size_t before = cloud.call(&Sheets::ownedBy, demo).size();
     const auto start = std::chrono::steady_clock::now();
     const Reply reply = sendAs(token, create);
     const auto took = std::chrono::steady_clock::now() - start;
     EXPECT_EQ(reply.status, status) << fault;
     EXPECT_EQ(reply.failed, fails) << fault;
     EXPECT_THAT(reply.body, HasSubstr(body)) << fault;
-    EXPECT_EQ(cloud.sheets(demo).size() - before, made) << fault;
+    EXPECT_EQ(cloud.call(&Sheets::ownedBy, demo).size() - before, made) << fault;
     if (fault.starts_with("\"delay")) EXPECT_GE(took, std::chrono::milliseconds(30));
     if (status / 100 == 3) EXPECT_THAT(reply.head, HasSubstr("Location: https://127.0.0.1:1/"));
-    EXPECT_TRUE(cloud.faults().empty()) << "one request uses it up";
+    EXPECT_TRUE(cloud.call(&Faults::all).empty()) << "one request uses it up";
   }
-  EXPECT_EQ(cloud.requests({.path = sheets}).size(), std::size(cases))
+  EXPECT_EQ(cloud.call(&RequestLog::find, {.path = sheets}).size(), std::size(cases))
       << "what goes wrong is recorded as well";
 }
 
 TEST_F(ControlTest, AFaultMeetsItsOwnRequestsAndNoOthersInTheOrderGiven) {
-  cloud.addFault({.path = "/api/user", .prefix = true, .method = "PUT", .status = 500});
-  cloud.addFault({.path = sheets, .times = 2, .status = 501});
-  const std::int64_t third = cloud.addFault({.path = "/", .prefix = true, .times = 9, .status = 502});
+  cloud.call(&Faults::add, {.path = "/api/user", .prefix = true, .method = "PUT", .status = 500});
+  cloud.call(&Faults::add, {.path = sheets, .times = 2, .status = 501});
+  const std::int64_t third =
+      cloud.call(&Faults::add, {.path = "/", .prefix = true, .times = 9, .status = 502});
   EXPECT_EQ(sendAs(token, create).status, 501);
   EXPECT_EQ(sendAs(token, {"PUT", sheets + "/1"}).status, 500);
   EXPECT_EQ(sendAs(token, {.path = sheets + "/1"}).status, 502);
@@ -95,21 +99,22 @@ TEST_F(ControlTest, AFaultMeetsItsOwnRequestsAndNoOthersInTheOrderGiven) {
 }
 
 TEST_F(ControlTest, AHeldRequestWaitsUntilItIsLetGoOrTheCloudStops) {
-  const std::function<void()> ends[] = {
-      [this] { cloud.release(); }, [this] { control("POST", "faults/release"); }, [this] { cloud.stop(); }};
+  const std::function<void()> ends[] = {[this] { cloud.call(&Faults::release); },
+                                        [this] { control("POST", "faults/release"); },
+                                        [this] { cloud.stop(); }};
   for (const auto& end : ends) {
-    cloud.clearRequests();
-    cloud.addFault({.path = sheets, .times = 100, .hold = true});
-    const std::size_t before = cloud.sheets(demo).size();
+    cloud.call(&RequestLog::clear);
+    cloud.call(&Faults::add, {.path = sheets, .times = 100, .hold = true});
+    const std::size_t before = cloud.call(&Sheets::ownedBy, demo).size();
     std::vector<std::future<Reply>> held(100);
     for (auto& each : held) each = std::async(std::launch::async, [&] { return sendAs(token, create); });
-    cloud.waitForRequests({.path = sheets}, 100);
-    EXPECT_EQ(cloud.sheets(demo).size(), before) << "the handler has not run";
+    cloud.call(&RequestLog::waitFor, {.path = sheets}, 100, std::chrono::seconds(10));
+    EXPECT_EQ(cloud.call(&Sheets::ownedBy, demo).size(), before) << "the handler has not run";
     end();
     const bool stopped = &end == &ends[2];
     for (auto& each : held) EXPECT_EQ(each.get().status, stopped ? 0 : 201);
   }
-  EXPECT_THROW(cloud.sheets(demo), Failure);
+  EXPECT_THROW(cloud.call(&Sheets::ownedBy, demo), Failure);
 }
 
 }  // namespace

@@ -14,9 +14,9 @@ namespace fs = std::filesystem;
 using LifetimeTest = CloudFixture;
 
 TEST_F(LifetimeTest, ARestartKeepsPeopleTokensSheetsKeysAndCertificates) {
-  cloud.putPerson({.sub = "p", .email = "p@x", .admin = true, .role = "owner", .isOwner = false});
-  const IssuedTokens tokens = cloud.issueTokens("p");
-  const Sheet sheet = cloud.putSheet({.owner = "p", .name = "Kept", .data = {{"price", 4.0}}});
+  cloud.call(&People::put, {.sub = "p", .email = "p@x", .admin = true, .role = "owner", .isOwner = false});
+  const IssuedTokens tokens = cloud.call(&Identity::issue, "p", {});
+  const Sheet sheet = cloud.call(&Sheets::put, {.owner = "p", .name = "Kept", .data = {{"price", 4.0}}});
   const std::string authority = readFile(cloud.caFile()).value();
   const std::string people = control("GET", "people").body;
   cloud.stop();
@@ -30,28 +30,29 @@ TEST_F(LifetimeTest, ARestartKeepsPeopleTokensSheetsKeysAndCertificates) {
   EXPECT_EQ(control("GET", "people").body, people);
   EXPECT_EQ(sendAs(tokens.accessToken, {.path = "/api/user/profile"}).at("profile/email"), "p@x");
   EXPECT_EQ(refresh(tokens.refreshToken).status, 200);
-  EXPECT_EQ(writeJSON(cloud.sheets("p").at(0).json()), writeJSON(sheet.json()));
-  EXPECT_EQ(cloud.putSheet({.owner = demo, .name = "Next"}).id, sheet.id + 1);
+  EXPECT_EQ(writeJSON(cloud.call(&Sheets::ownedBy, "p").at(0).json()), writeJSON(sheet.json()));
+  EXPECT_EQ(cloud.call(&Sheets::put, {.owner = demo, .name = "Next"}).id, sheet.id + 1);
 }
 
 TEST_F(LifetimeTest, WhatWasAnsweredIsThereAfterARestartAndAfterAKill) {
   const std::string id = "0b6d7a5e-3c1f-4f0e-9a55-7d2f1c8e4b01";
   const Commit commit{.operationID = "o", .checkpointID = "c", .contentHash = "h", .payloadHash = "p"};
-  cloud.putProject({.id = id, .owner = demo, .name = "P", .revision = 5, .commits = {commit}});
-  const std::int64_t first = cloud.putSheet({.owner = demo, .name = "A"}).id;
-  const Sheet second = cloud.putSheet({.owner = demo, .name = "B"});
+  cloud.call(&Projects::put, {.id = id, .owner = demo, .name = "P", .revision = 5, .commits = {commit}});
+  const std::int64_t first = cloud.call(&Sheets::put, {.owner = demo, .name = "A"}).id;
+  const Sheet second = cloud.call(&Sheets::put, {.owner = demo, .name = "B"});
   sendAs(token, {"PUT", "/api/user/sheets/" + std::to_string(first), R"({"name":"A 2"})"});
-  cloud.removeSheet(demo, second.id);
-  cloud.putAttachment({.owner = demo, .name = "n.txt", .bytes = "\xFF"});
-  cloud.putAIList({.owner = demo, .name = "L"});
-  cloud.putPerson({.sub = "q"});
-  cloud.putAIList({.owner = "q", .name = "gone"});
-  cloud.removePerson("q");
-  const std::string refreshToken = refresh(cloud.issueTokens(demo).refreshToken).at("refresh_token");
+  cloud.call(&Sheets::remove, demo, second.id);
+  cloud.call(&Attachments::put, {.owner = demo, .name = "n.txt", .bytes = "\xFF"});
+  cloud.call(&AILists::add, {.owner = demo, .name = "L"});
+  cloud.call(&People::put, {.sub = "q"});
+  cloud.call(&AILists::add, {.owner = "q", .name = "gone"});
+  cloud.call(&People::remove, "q");
+  const std::string refreshToken =
+      refresh(cloud.call(&Identity::issue, demo, {}).refreshToken).at("refresh_token");
 
   // What a kill leaves: the files as they are now, and half a line that was never answered for.
   const fs::path killed = folder / "killed";
-  const std::int64_t third = cloud.putSheet({.owner = demo, .name = "C"}).id;
+  const std::int64_t third = cloud.call(&Sheets::put, {.owner = demo, .name = "C"}).id;
   fs::copy(directory, killed, fs::copy_options::recursive);
   std::ofstream(killed / "journal.jsonl", std::ios::app) << R"({"sheets":{"removed":[10)";
   cloud.stop();
@@ -59,16 +60,16 @@ TEST_F(LifetimeTest, WhatWasAnsweredIsThereAfterARestartAndAfterAKill) {
   for (const fs::path& each : {directory, killed}) {
     DevCloud again({.directory = each});
     again.start();
-    EXPECT_EQ(again.projects(demo).at(0).revision, 5) << each;
-    EXPECT_EQ(again.commits(demo).at(0).operationID, "o");
-    ASSERT_EQ(again.sheets(demo).size(), 2U);
-    EXPECT_EQ(again.sheets(demo)[0].id, third);
-    EXPECT_EQ(again.sheets(demo)[1].name, "A 2");
-    EXPECT_EQ(again.putSheet({.owner = demo, .name = "D"}).id, third + 1) << "no id comes twice";
-    EXPECT_EQ(again.attachments(demo).back().bytes, "\xFF");
-    EXPECT_TRUE(again.aiLists("q").empty());
-    EXPECT_EQ(again.aiLists(demo).at(0).id, 1);
-    EXPECT_EQ(again.putAIList({.owner = demo, .name = "M"}).id, 3);
+    EXPECT_EQ(again.call(&Projects::ownedBy, demo).at(0).revision, 5) << each;
+    EXPECT_EQ(again.call(&Projects::commits, demo).at(0).operationID, "o");
+    ASSERT_EQ(again.call(&Sheets::ownedBy, demo).size(), 2U);
+    EXPECT_EQ(again.call(&Sheets::ownedBy, demo)[0].id, third);
+    EXPECT_EQ(again.call(&Sheets::ownedBy, demo)[1].name, "A 2");
+    EXPECT_EQ(again.call(&Sheets::put, {.owner = demo, .name = "D"}).id, third + 1) << "no id comes twice";
+    EXPECT_EQ(again.call(&Attachments::ownedBy, demo).back().bytes, "\xFF");
+    EXPECT_TRUE(again.call(&AILists::ownedBy, "q").empty());
+    EXPECT_EQ(again.call(&AILists::ownedBy, demo).at(0).id, 1);
+    EXPECT_EQ(again.call(&AILists::add, {.owner = demo, .name = "M"}).id, 3);
     again.stop();
   }
   start();

@@ -55,7 +55,7 @@ TEST_F(ProjectsTest, ASaveIsCommittedOnceAndTheSameBytesGetTheSameReceiptAgain) 
     EXPECT_THAT(reply.at("error"), HasSubstr(text));
     EXPECT_EQ(reply.at("currentRevision"), "2");
   }
-  EXPECT_EQ(cloud.commits(demo).size(), 2U);
+  EXPECT_EQ(cloud.call(&Projects::commits, demo).size(), 2U);
   const Reply kept = control("GET", "projects/auth0%7Cdemo");
   EXPECT_EQ(kept.at("projects/0/commits/0/operationId"), operation);
   EXPECT_EQ(kept.at("projects/0/commits/0/received"), "2");
@@ -67,12 +67,12 @@ TEST_F(ProjectsTest, WhoMayNotSaveIsToldSoAndNothingIsKept) {
   const auto me = [this] { return sendAs(token, {.path = "/api/v1/user/me"}); };
   const std::string body = writeJSON(checkpoint(operation, 0));
   EXPECT_EQ(me().body, R"({"persistenceCapabilities":{"cloudProjectWrite":true},"subject":"auth0|demo"})");
-  cloud.setCapability(demo, false);
+  cloud.call(&People::update, {{"sub", demo}, {"cloudProjectWrite", false}});
   EXPECT_EQ(me().at("persistenceCapabilities/cloudProjectWrite"), "false");
   EXPECT_EQ(save(body).status, 403);
   control("POST", "people", R"({"sub":"auth0|demo","cloudProjectWrite":true,"gone":true})");
   EXPECT_EQ(save(body).status, 410);
-  cloud.setGone(demo, false);
+  cloud.call(&People::update, {{"sub", demo}, {"gone", false}});
   EXPECT_EQ(send({"PUT", "/api/v1/projects/" + project + "/checkpoints", body}).status, 401);
   EXPECT_EQ(save(body, "not-a-uuid").status, 404);
   // What is replaced in a sound payload, and the place that the refusal names.
@@ -88,10 +88,10 @@ TEST_F(ProjectsTest, WhoMayNotSaveIsToldSoAndNothingIsKept) {
     EXPECT_EQ(reply.status, 422) << field;
     EXPECT_EQ(reply.at("field"), field);
   }
-  EXPECT_TRUE(cloud.projects(demo).empty());
+  EXPECT_TRUE(cloud.call(&Projects::ownedBy, demo).empty());
 
-  cloud.putPerson({.sub = "other"});
-  cloud.putProject({.id = project, .owner = "other", .name = "Theirs"});
+  cloud.call(&People::put, {.sub = "other"});
+  cloud.call(&Projects::put, {.id = project, .owner = "other", .name = "Theirs"});
   EXPECT_EQ(save(body).status, 404);
   EXPECT_EQ(control("DELETE", "projects/other/" + project).status, 200);
   EXPECT_EQ(save(body).status, 200);
@@ -103,7 +103,7 @@ TEST_F(ProjectsTest, SixtyFourMebibytesAreTakenAndNotAByteMore) {
   EXPECT_EQ(save(body).status, 413);
   body.pop_back();
   EXPECT_EQ(save(body).status, 200);
-  EXPECT_EQ(cloud.commits(demo).at(0).payloadBytes, 64 << 20);
+  EXPECT_EQ(cloud.call(&Projects::commits, demo).at(0).payloadBytes, 64 << 20);
 }
 
 TEST_F(ProjectsTest, AFaultCanReplaceTheReceiptWhileTheSaveTakesEffect) {
@@ -111,12 +111,13 @@ TEST_F(ProjectsTest, AFaultCanReplaceTheReceiptWhileTheSaveTakesEffect) {
   const std::string body = writeJSON(checkpoint(operation, 0));
   Fault lost = answerFault(path, JSONMap{{"checkpointId", "wrong"}}, 500);
   lost.effect = true;
-  cloud.addFault(lost);
-  cloud.addFault(redirectFault(path, "https://127.0.0.1:1/", 307));
+  cloud.call(&Faults::add, lost);
+  cloud.call(&Faults::add, redirectFault(path, "https://127.0.0.1:1/", 307));
   EXPECT_EQ(save(body).at("checkpointId"), "wrong");
   EXPECT_EQ(save(body).status, 307);
   EXPECT_EQ(save(body).at("committedManifestRevision"), "1");
-  EXPECT_EQ(cloud.commits(demo).at(0).received, 2) << "the redirected save reached no handler";
+  EXPECT_EQ(cloud.call(&Projects::commits, demo).at(0).received, 2)
+      << "the redirected save reached no handler";
 }
 
 }  // namespace

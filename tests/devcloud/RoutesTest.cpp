@@ -6,7 +6,7 @@ namespace {
 using RoutesTest = CloudFixture;
 
 TEST_F(RoutesTest, ARefreshRotatesTheRefreshTokenAndTheOldOneIsDead) {
-  const std::string first = cloud.issueTokens(demo).refreshToken;
+  const std::string first = cloud.call(&Identity::issue, demo, {}).refreshToken;
   const Reply reply = refresh(first);
   ASSERT_EQ(reply.status, 200) << reply.body;
   EXPECT_EQ(reply.at("expires_in"), "3600");
@@ -17,11 +17,11 @@ TEST_F(RoutesTest, ARefreshRotatesTheRefreshTokenAndTheOldOneIsDead) {
 
   const Reply third = refresh(reply.at("refresh_token"));
   ASSERT_EQ(third.status, 200) << "the reuse of a dead token leaves its successor alone";
-  cloud.revokeTokens(demo);
+  cloud.call(&Identity::revoke, demo);
   EXPECT_EQ(refresh(third.at("refresh_token")).at("error"), "invalid_grant");
 
-  cloud.putPerson({.sub = demo, .tokenLifetime = 5, .rotatesRefreshTokens = false});
-  const std::string lasting = cloud.issueTokens(demo).refreshToken;
+  cloud.call(&People::put, {.sub = demo, .tokenLifetime = 5, .rotatesRefreshTokens = false});
+  const std::string lasting = cloud.call(&Identity::issue, demo, {}).refreshToken;
   for (int round = 0; round < 2; ++round) {
     const Reply kept = refresh(lasting);
     EXPECT_EQ(kept.at("expires_in"), "5");
@@ -30,7 +30,7 @@ TEST_F(RoutesTest, ARefreshRotatesTheRefreshTokenAndTheOldOneIsDead) {
 }
 
 TEST_F(RoutesTest, ABearerThatProvesNothingGets401AndAReason) {
-  const IssuedTokens tokens = cloud.issueTokens(demo, 60);
+  const IssuedTokens tokens = cloud.call(&Identity::issue, demo, 60);
   const std::string& good = tokens.accessToken;
   std::string forged = good;
   forged[good.find('.') + 5] = forged[good.find('.') + 5] == 'A' ? 'B' : 'A';
@@ -46,7 +46,7 @@ TEST_F(RoutesTest, ABearerThatProvesNothingGets401AndAReason) {
   EXPECT_THAT(refusal("Bearer " + tokens.idToken), HasSubstr("not for this API"));
   time = time.load() + std::chrono::seconds(61);
   EXPECT_THAT(refusal("Bearer " + good), HasSubstr("expired"));
-  cloud.removePerson(demo);
+  cloud.call(&People::remove, demo);
   EXPECT_THAT(refusal("Bearer " + token), HasSubstr("gone"));
   EXPECT_EQ(refresh(tokens.refreshToken).at("error"), "invalid_grant");
 }
@@ -81,8 +81,8 @@ TEST_F(RoutesTest, ASheetIsItsOwnersAloneAndItsIDNeverComesBack) {
   EXPECT_EQ(dateFromISO8601(list.at("sheets/0/updatedAt")), storageRounded(time.load()));
   EXPECT_EQ(sendAs(token, {.path = sheets + "/1000"}).at("sheet/data"), R"({"categories":[1]})");
 
-  cloud.putPerson({.sub = "other"});
-  const std::string other = cloud.issueTokens("other").accessToken;
+  cloud.call(&People::put, {.sub = "other"});
+  const std::string other = cloud.call(&Identity::issue, "other", {}).accessToken;
   for (const char* method : {"GET", "PUT", "DELETE"}) {
     EXPECT_EQ(sendAs(other, {method, sheets + "/1000", R"({"name":"mine"})"}).status, 404);
   }
@@ -93,7 +93,8 @@ TEST_F(RoutesTest, ASheetIsItsOwnersAloneAndItsIDNeverComesBack) {
 
 TEST_F(RoutesTest, ABadRequestIsAnsweredWithWhatIsWrongAndChangesNothing) {
   const std::string sheets = "/api/user/sheets";
-  const std::string one = sheets + "/" + std::to_string(cloud.putSheet({.owner = demo, .name = "S"}).id);
+  const std::string one =
+      sheets + "/" + std::to_string(cloud.call(&Sheets::put, {.owner = demo, .name = "S"}).id);
   const std::string deep =
       R"({"name":"x","data":{"a":)" + std::string(500, '[') + std::string(500, ']') + "}}";
   const std::string people = "/__control/people", me = R"({"sub":"auth0|demo",)";
@@ -117,8 +118,8 @@ TEST_F(RoutesTest, ABadRequestIsAnsweredWithWhatIsWrongAndChangesNothing) {
     EXPECT_EQ(reply.at("success"), call.path.starts_with("/oauth") ? "" : "false");
   }
   EXPECT_EQ(control("GET", "people").body, state);
-  EXPECT_EQ(cloud.sheets(demo).size(), 1U);
-  EXPECT_TRUE(cloud.faults().empty());
+  EXPECT_EQ(cloud.call(&Sheets::ownedBy, demo).size(), 1U);
+  EXPECT_TRUE(cloud.call(&Faults::all).empty());
 }
 
 TEST_F(RoutesTest, ThePlainPortServesTheControlRoutesAloneAndNoWebPage) {

@@ -6,6 +6,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <csignal>
 #include <fstream>
@@ -51,6 +52,33 @@ TEST(Programs, EndWithTwoAndOneLineThatNamesWhatIsWrong) {
   auto unknownVault = agent.environment();
   unknownVault["VORLANE_VAULT"] = "cellar";
   EXPECT_EQ(runProgram("vorlane-agent", {"--headless"}, unknownVault).exitCode, 2);
+}
+
+TEST(Programs, EndAtAContainerOfAnotherUserAndLeaveItAlone) {
+  const TemporaryFolder folder;
+  AgentProcess agent(folder.path());
+  fs::path foreign = "/usr";
+  std::string owner = "root";
+  if (::geteuid() == 0) {
+    fs::create_directory(foreign = folder.path() / "foreign");
+    ASSERT_EQ(::chown(foreign.c_str(), 65534, 65534), 0);
+    owner = "nobody";
+  }
+  auto environment = agent.environment();
+  environment["VORLANE_CONTAINER"] = foreign;
+  const std::pair<const char*, std::vector<std::string>> commands[] = {
+      {"vorlane-agent", {"--headless", "--port", "0"}},
+      {"vorlanectl", {"status"}},
+      {"vorlanectl", {"token"}},
+      {"vorlanectl", {"signal", "post", "x"}},
+      {"vorlanectl", {"checkpoint", "list", "--owner", "x"}}};
+  for (const auto& [program, words] : commands) {
+    const auto finished = runProgram(program, words, environment);
+    EXPECT_EQ(finished.exitCode, 1) << words[0];
+    EXPECT_EQ(finished.error, fmt::format("{}: The container {} belongs to the user {}.\n", program,
+                                          foreign.string(), owner));
+  }
+  EXPECT_TRUE(::geteuid() != 0 || fs::is_empty(foreign));
 }
 
 TEST(Programs, ASecondStartHandsOverAndNeverTakesTheFirstOnesPlace) {

@@ -35,7 +35,7 @@ void Spine::person(const std::string& sub, bool access) {
   person.email = sub.substr(sub.find('|') + 1) + "@example.com";
   person.name = "Somebody";
   person.mcpAccess = access;
-  cloud.putPerson(person);
+  cloud.call(&devcloud::People::put, person);
 }
 
 void Spine::announce(const std::string& signal) {
@@ -46,7 +46,7 @@ void Spine::announce(const std::string& signal) {
 void Spine::signIn(const std::string& sub, std::optional<std::int64_t> lifetime) {
   fs::create_directories(vaultFile().parent_path());
   const auto temporary = vaultFile().string() + ".new";
-  std::ofstream(temporary) << writeJSON(cloud.issueTokens(sub, lifetime).storedForm());
+  std::ofstream(temporary) << writeJSON(cloud.call(&devcloud::Identity::issue, sub, lifetime).storedForm());
   ::chmod(temporary.c_str(), 0600);
   fs::rename(temporary, vaultFile());
   if (agent.running()) announce("com.vorlane.auth.owner-changed");

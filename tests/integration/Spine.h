@@ -1,9 +1,19 @@
 #pragma once
 
 #include "AgentProcess.h"
+#include "devcloud/AILists.h"
 #include "devcloud/DevCloud.h"
+#include "devcloud/Faults.h"
+#include "devcloud/Identity.h"
+#include "devcloud/People.h"
+#include "devcloud/Projects.h"
+#include "devcloud/RequestLog.h"
+#include "devcloud/Sheets.h"
 
 namespace vorlane::test {
+
+using devcloud::AILists, devcloud::Fault, devcloud::FaultCut, devcloud::Faults;
+using devcloud::Projects, devcloud::RequestLog, devcloud::Sheets;
 
 /// The real agent beside the real local cloud, each in a folder of the test.
 class Spine {

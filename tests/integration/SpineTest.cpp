@@ -85,18 +85,19 @@ TEST(Spine, AnEndpointThatFailsTurnsAccessOffUntilTheNextGoodAnswer) {
   spine.startServing();
   const devcloud::Headers elsewhere{{"Location", "/elsewhere"}};
   for (const int status : {500, 302}) {
-    spine.cloud.addFault({.path = "/api/user/profile", .times = 100, .status = status, .headers = elsewhere});
-    spine.cloud.addFault({.path = "/elsewhere",
-                          .times = 100,
-                          .status = 200,
-                          .body = R"({"success":true,"profile":{"mcpAccess":true}})"});
+    spine.cloud.call(&Faults::add,
+                     {.path = "/api/user/profile", .times = 100, .status = status, .headers = elsewhere});
+    spine.cloud.call(&Faults::add, {.path = "/elsewhere",
+                                    .times = 100,
+                                    .status = 200,
+                                    .body = R"({"success":true,"profile":{"mcpAccess":true}})"});
     spine.agent.stop(SIGTERM);
     spine.agent.start();
     EXPECT_TRUE(spine.eventuallyAnswers(503)) << status;
     EXPECT_THAT(spine.agent.log(), HasSubstr("mcp: profile sync denied — response unavailable"));
-    EXPECT_TRUE(spine.cloud.requests({.path = "/elsewhere"}).empty())
+    EXPECT_TRUE(spine.cloud.call(&RequestLog::find, {.path = "/elsewhere"}).empty())
         << "rights come from the endpoint alone";
-    spine.cloud.clearFaults();
+    spine.cloud.call(&Faults::clear);
     spine.agent.stop(SIGTERM);
     spine.agent.start();
     EXPECT_TRUE(spine.eventuallyAnswers(200)) << status;
@@ -112,7 +113,7 @@ TEST(Spine, TokensAreRefreshedOnceStoredAndNeverLogged) {
   ASSERT_TRUE(spine.eventuallyAnswers(200));
   const auto after = parseJSONMap(contents(spine.vaultFile()));
   EXPECT_NE(after.at("refreshToken"), before.at("refreshToken")) << "the provider rotates it";
-  EXPECT_EQ(spine.cloud.requests({.method = "POST", .path = "/oauth/token"}).size(), 1U);
+  EXPECT_EQ(spine.cloud.call(&RequestLog::find, {.method = "POST", .path = "/oauth/token"}).size(), 1U);
   const auto log = spine.agent.log();
   EXPECT_THAT(log, HasSubstr("AuthSession: refreshed OK, expires "));
   for (const auto* secrets : {&before, &after}) {
@@ -129,7 +130,8 @@ TEST(Spine, ADeadGrantSignsOutAndAFlakyProviderDoesNot) {
   spine.signIn("auth0|ana", 30);
   // The fault stays until the agent has ended: several services ask for a token at the start, and
   // one that was let through would leave tokens too fresh for the next start to refresh.
-  spine.cloud.addFault(
+  spine.cloud.call(
+      &Faults::add,
       {.path = "/oauth/token", .times = 100, .status = 500, .body = R"({"error":"invalid_grant"})"});
   spine.agent.start();
   ASSERT_TRUE(eventually([&] {
@@ -138,8 +140,8 @@ TEST(Spine, ADeadGrantSignsOutAndAFlakyProviderDoesNot) {
   EXPECT_TRUE(std::filesystem::exists(spine.vaultFile()));
 
   spine.agent.stop(SIGINT);
-  spine.cloud.clearFaults();
-  spine.cloud.revokeTokens("auth0|ana");
+  spine.cloud.call(&Faults::clear);
+  spine.cloud.call(&devcloud::Identity::revoke, "auth0|ana");
   spine.agent.start();
   ASSERT_TRUE(eventually(
       [&] { return spine.agent.log().find("AuthSession: SIGNED OUT — auth0 ") != std::string::npos; }));

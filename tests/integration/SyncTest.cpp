@@ -14,9 +14,6 @@
 namespace vorlane::test {
 namespace {
 
-using devcloud::Fault;
-using devcloud::FaultCut;
-
 constexpr char ana[] = "auth0|ana";
 
 /// The agent with the cloud, and what both hold of Ana's work.
@@ -55,7 +52,7 @@ class Sync : public testing::Test {
   }
   std::size_t itemsInTheCloud() {
     std::size_t count = 0;
-    for (const auto& each : spine.cloud.sheets(ana)) {
+    for (const auto& each : spine.cloud.call(&Sheets::ownedBy, ana)) {
       for (const auto& category : each.data.at("categories").as_array())
         count += category.at("items").as_array().size();
     }
@@ -75,16 +72,17 @@ TEST_F(Sync, CarriesEditsUpWithTheNextPassAndASaveAtOnce) {
 
   const auto project = newLowercaseUUID();
   const auto operation = save(project, 0);
-  EXPECT_TRUE(eventually([&] { return spine.cloud.commits(ana).size() == 1; }, std::chrono::seconds(2)));
-  EXPECT_EQ(spine.cloud.commits(ana)[0].operationID, operation);
+  EXPECT_TRUE(eventually([&] { return spine.cloud.call(&Projects::commits, ana).size() == 1; },
+                         std::chrono::seconds(2)));
+  EXPECT_EQ(spine.cloud.call(&Projects::commits, ana)[0].operationID, operation);
   EXPECT_TRUE(eventually([&] { return nothingWaits(); }));
   const auto status = ctl({"status"});
   for (const auto* service : {"sheets", "checkpoints", "recents"}) {
     EXPECT_TRUE(status.at("sync").at(service).at("lastSuccess").is_string()) << service;
     EXPECT_TRUE(status.at("sync").at(service).at("lastError").is_null()) << service;
   }
-  const auto sent =
-      spine.cloud.requests({.method = "PUT", .path = "/api/v1/projects/" + project + "/checkpoints"});
+  const auto sent = spine.cloud.call(
+      &RequestLog::find, {.method = "PUT", .path = "/api/v1/projects/" + project + "/checkpoints"});
   ASSERT_EQ(sent.size(), 1U);
   EXPECT_TRUE(canonicalUUID(sent[0].header("x-vorlane-device-id").value_or("")));
 }
@@ -105,7 +103,7 @@ TEST_F(Sync, AKillDuringAnyRequestIsMadeGoodByTheNextStart) {
   spine.agent.stop(SIGKILL);
   restart();
   ASSERT_TRUE(eventually([&] { return itemsInTheCloud() == 1 && nothingWaits(); }));
-  const auto number = std::to_string(spine.cloud.sheets(ana).at(0).id);
+  const auto number = std::to_string(spine.cloud.call(&Sheets::ownedBy, ana).at(0).id);
   const auto project = newLowercaseUUID();
   const auto checkpoints = "/api/v1/projects/" + project + "/checkpoints";
   const KillPoint points[] = {
@@ -118,10 +116,10 @@ TEST_F(Sync, AKillDuringAnyRequestIsMadeGoodByTheNextStart) {
   std::size_t items = 1, saves = 0;
   for (const auto& point : points) {
     SCOPED_TRACE(point.name);
-    spine.cloud.clearRequests();
+    spine.cloud.call(&RequestLog::clear);
     Fault fault{.path = point.path, .method = point.method, .hold = true};
     if (!point.lands) fault.cut = FaultCut::before;
-    spine.cloud.addFault(std::move(fault));
+    spine.cloud.call(&Faults::add, std::move(fault));
     if (point.isSheet) {
       item(id, point.name);
       ++items;
@@ -130,15 +128,16 @@ TEST_F(Sync, AKillDuringAnyRequestIsMadeGoodByTheNextStart) {
     } else {
       save(project, static_cast<std::int64_t>(saves++));
     }
-    spine.cloud.waitForRequests({.method = point.method, .path = point.path}, 1);
+    spine.cloud.call(&RequestLog::waitFor, {.method = point.method, .path = point.path}, 1,
+                     std::chrono::seconds(10));
     spine.agent.stop(SIGKILL);
-    spine.cloud.release();
-    spine.cloud.clearFaults();
+    spine.cloud.call(&Faults::release);
+    spine.cloud.call(&Faults::clear);
     restart();
     EXPECT_TRUE(eventually([&] { return nothingWaits(); })) << spine.agent.log();
     EXPECT_EQ(itemsInTheCloud(), items);
-    EXPECT_EQ(spine.cloud.sheets(ana).size(), 1U);
-    EXPECT_EQ(spine.cloud.commits(ana).size(), saves);
+    EXPECT_EQ(spine.cloud.call(&Sheets::ownedBy, ana).size(), 1U);
+    EXPECT_EQ(spine.cloud.call(&Projects::commits, ana).size(), saves);
   }
 }
 
@@ -151,17 +150,18 @@ TEST_F(Sync, AKillDuringACreateThatLandsLeavesASecondSheetAndOneThatIsLostDoesNo
     spine.agent.stop(SIGKILL);
     Fault fault{.path = "/api/user/sheets", .method = "POST", .hold = true};
     if (!lands) fault.cut = FaultCut::before;
-    spine.cloud.addFault(std::move(fault));
-    spine.cloud.clearRequests();
+    spine.cloud.call(&Faults::add, std::move(fault));
+    spine.cloud.call(&RequestLog::clear);
     spine.agent.start();
-    spine.cloud.waitForRequests({.method = "POST", .path = "/api/user/sheets"}, 1);
+    spine.cloud.call(&RequestLog::waitFor, {.method = "POST", .path = "/api/user/sheets"}, 1,
+                     std::chrono::seconds(10));
     spine.agent.stop(SIGKILL);
-    spine.cloud.release();
-    spine.cloud.clearFaults();
+    spine.cloud.call(&Faults::release);
+    spine.cloud.call(&Faults::clear);
     restart();
     EXPECT_TRUE(eventually([&] { return nothingWaits(); }));
     expected += lands ? 2 : 1;
-    EXPECT_EQ(spine.cloud.sheets(ana).size(), expected);
+    EXPECT_EQ(spine.cloud.call(&Sheets::ownedBy, ana).size(), expected);
   }
 }
 
@@ -179,9 +179,9 @@ TEST_F(Sync, BothAgreeAfterTheAgentAndTheCloudHaveEndedInAnyOrder) {
     spine.agent.start();
     EXPECT_TRUE(eventually([&] { return nothingWaits(); })) << spine.agent.log();
     EXPECT_EQ(itemsInTheCloud(), 1U);
-    EXPECT_EQ(spine.cloud.commits(ana).back().operationID, operation);
+    EXPECT_EQ(spine.cloud.call(&Projects::commits, ana).back().operationID, operation);
   }
-  EXPECT_EQ(spine.cloud.sheets(ana).size(), 1U);
+  EXPECT_EQ(spine.cloud.call(&Sheets::ownedBy, ana).size(), 1U);
 }
 
 TEST_F(Sync, TheArchiveAndTheAttachmentsAreReachedThroughTheTools) {
@@ -191,11 +191,12 @@ TEST_F(Sync, TheArchiveAndTheAttachmentsAreReachedThroughTheTools) {
        {"request", "Everything for the pier"},
        {"categories",
         JSONArray{JSONMap{{"name", "Light"}, {"items", JSONArray{JSONMap{{"name", "Lamp"}}}}}}}});
-  ASSERT_TRUE(eventually([&] { return spine.cloud.aiLists(ana).size() == 1; }));
-  EXPECT_EQ(spine.cloud.aiLists(ana)[0].name, "Pier");
+  ASSERT_TRUE(eventually([&] { return spine.cloud.call(&AILists::ownedBy, ana).size() == 1; }));
+  EXPECT_EQ(spine.cloud.call(&AILists::ownedBy, ana)[0].name, "Pier");
   spine.agent.stop(SIGTERM);
   restart();
-  ASSERT_TRUE(eventually([&] { return nothingWaits() && spine.cloud.sheets(ana).size() == 1; }));
+  ASSERT_TRUE(
+      eventually([&] { return nothingWaits() && spine.cloud.call(&Sheets::ownedBy, ana).size() == 1; }));
 
   const auto found = spine.result("ledgerly_find_attachments", {{"query", "camera package"}});
   ASSERT_FALSE(found.at("hits").as_array().empty());

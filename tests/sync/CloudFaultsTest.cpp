@@ -27,7 +27,7 @@ class Sheets : public CloudHarness {
   /// The name that the sheet's category has in the cloud, if it is the edit that the row calls sent.
   std::string sent(const std::string& id) {
     const auto row = sheets.fetch(id);
-    for (const auto& sheet : cloud.sheets(ana)) {
+    for (const auto& sheet : cloud.call(&devcloud::Sheets::ownedBy, ana)) {
       if (sheet.id != row->remoteID || row->syncedAt != row->updatedAt) continue;
       return std::string(sheet.data.at("categories").at(0).at("name").as_string());
     }
@@ -69,12 +69,14 @@ TEST_F(Sheets, AreInTheCloudOnceWithTheirLastEditWhateverFailsUnlessTheAnswerToA
     if (settled) edit(id, "Later");
     // The one exception: the cloud made the sheet, and nobody here knows its number.
     const std::size_t lost = creates && lostCreates.contains(trouble.kind) ? 1 : 0;
-    EXPECT_TRUE(!trouble.isLate() || eventually([&] { return cloud.sheets(ana).size() >= inCloud + lost; }));
+    EXPECT_TRUE(!trouble.isLate() || eventually([&] {
+      return cloud.call(&devcloud::Sheets::ownedBy, ana).size() >= inCloud + lost;
+    }));
     inCloud += 1 + lost;
     EXPECT_THAT(pushSheets(), ElementsAre(StartsWith(id + (creates ? ": created " : ": updated "))));
     EXPECT_EQ(lastError("sheets"), "");
     EXPECT_EQ(sent(id), settled ? "Later" : creates ? "First" : "Edited");
-    EXPECT_EQ(cloud.sheets(ana).size(), inCloud);
+    EXPECT_EQ(cloud.call(&devcloud::Sheets::ownedBy, ana).size(), inCloud);
     EXPECT_THAT(pushSheets(), IsEmpty());
   }
 }
@@ -103,8 +105,8 @@ TEST_F(Sheets, LoseNothingWhateverHappensBeforeTheCloudsAnswerIsNoted) {
       SCOPED_TRACE(name + outcome);
       if (outcome != "created") edit(name, outcome);
       addSheet(name + outcome, 9);
-      cloud.clearRequests();
-      if (outcome == "deleted") cloud.addFault({.path = sheetsPath, .prefix = true, .status = 404});
+      cloud.call(&RequestLog::clear);
+      if (outcome == "deleted") cloud.call(&Faults::add, {.path = sheetsPath, .prefix = true, .status = 404});
       bool once = false;
       meanwhile = [&](char place) -> Task<> {
         if (place != 'p' || std::exchange(once, true)) co_return;
@@ -116,13 +118,14 @@ TEST_F(Sheets, LoseNothingWhateverHappensBeforeTheCloudsAnswerIsNoted) {
       if (pushed.size() == 2) {
         EXPECT_THAT(pushed, ElementsAre(StartsWith(name + ": " + outcome), HasSubstr(second)));
       }
-      EXPECT_THAT(cloud.requests(), SizeIs(requests)) << "nothing goes out under another account";
+      EXPECT_THAT(cloud.call(&RequestLog::find, {}), SizeIs(requests))
+          << "nothing goes out under another account";
       signIn(ana);
       EXPECT_THAT(pushSheets(), SizeIs(pushedNext));
       EXPECT_EQ(sent(name), inCloud);
     }
   }
-  EXPECT_THAT(cloud.sheets(bo), IsEmpty());
+  EXPECT_THAT(cloud.call(&devcloud::Sheets::ownedBy, bo), IsEmpty());
 }
 
 // A list that is read between an upload and its mark tells of a sheet that no row owns up to,
@@ -137,14 +140,14 @@ TEST_F(Sheets, TwoThousandGoUpOnceEachWhileOneIsRefusedTheCloudIsSlowAndListsAre
     co_return;
   };
   for (int i = 0; i < 2000; ++i) addSheet(std::to_string(i));
-  cloud.addFault({.path = sheetsPath, .method = "POST", .status = 500});
-  cloud.addFault({.path = sheetsPath, .method = "POST", .times = 20, .delay = milliseconds(20)});
+  cloud.call(&Faults::add, {.path = sheetsPath, .method = "POST", .status = 500});
+  cloud.call(&Faults::add, {.path = sheetsPath, .method = "POST", .times = 20, .delay = milliseconds(20)});
   auto pushing = start(sheetPusher.runOnce());
   for (int i = 0; i < 40; ++i) await(ofSheets.syncOnce(ana));
   EXPECT_THAT(pushing.get(), SizeIs(2000));
-  EXPECT_THAT(cloud.sheets(ana), SizeIs(1999));
+  EXPECT_THAT(cloud.call(&devcloud::Sheets::ownedBy, ana), SizeIs(1999));
   EXPECT_THAT(pushSheets(), SizeIs(1));
-  EXPECT_THAT(cloud.sheets(ana), SizeIs(2000));
+  EXPECT_THAT(cloud.call(&devcloud::Sheets::ownedBy, ana), SizeIs(2000));
   EXPECT_EQ(inFile("SELECT COUNT(*), COUNT(DISTINCT remote_id) FROM ledgerly_sheets"), "2000|2000");
 }
 
@@ -192,8 +195,8 @@ TEST_F(Saves, AreInTheCloudExactlyOnceOrBlockedAndKeepTheirOrderWhateverFails) {
 }
 
 TEST_F(Lists, ThatFailKeepWhatIsThereAndTheOtherListAndAreMadeGoodByTheNextPull) {
-  cloud.putSheet({.owner = ana, .name = "Night", .data = {{"categories", JSONArray()}}});
-  cloud.putProject({.id = newLowercaseUUID(), .owner = ana, .name = "Pier"});
+  cloud.call(&devcloud::Sheets::put, {.owner = ana, .name = "Night", .data = {{"categories", JSONArray()}}});
+  cloud.call(&Projects::put, {.id = newLowercaseUUID(), .owner = ana, .name = "Pier"});
   Asked ofSheets{"GET", sheetsPath, {{"{}", "the answer has no list \"sheets\""}}};
   // What stands behind a good entry.
   const std::pair<const char*, const char*> entries[] = {
@@ -252,7 +255,7 @@ TEST_F(Loops, GoOnWhateverAPassComesToAndEndWhenTheyAreCancelled) {
     });
     EXPECT_EQ(sleeps, 2);
   }
-  EXPECT_THAT(cloud.requests(), IsEmpty());
+  EXPECT_THAT(cloud.call(&RequestLog::find, {}), IsEmpty());
   EXPECT_THAT(
       log.take(),
       ElementsAre("LedgerlyPusher: push loop started (every 60s)", "LedgerlyPusher: signed out — skip",

@@ -3,6 +3,12 @@
 #include "base/JSONArguments.h"
 #include "base/tasks/TaskGroup.h"
 #include "devcloud/DevCloud.h"
+#include "devcloud/Faults.h"
+#include "devcloud/Identity.h"
+#include "devcloud/People.h"
+#include "devcloud/Projects.h"
+#include "devcloud/RequestLog.h"
+#include "devcloud/Sheets.h"
 #include "platform/Platform.h"
 #include "sync/LedgerlyPusher.h"
 #include "sync/RecentsSyncFetcher.h"
@@ -20,8 +26,8 @@
 
 namespace vorlane {
 
-using devcloud::Fault;
-using devcloud::FaultCut;
+using devcloud::Fault, devcloud::FaultCut, devcloud::Faults;
+using devcloud::Projects, devcloud::RequestLog, devcloud::Sheets;
 using ::testing::AllOf;
 using ::testing::Each;
 using ::testing::ElementsAre;
@@ -78,11 +84,13 @@ class CloudHarness : public StoreTest {
  protected:
   CloudHarness() {
     for (const auto* sub : {ana, bo})
-      cloud.putPerson({.sub = sub, .email = "somebody@example.com", .name = "Somebody"});
+      cloud.call(&devcloud::People::put, {.sub = sub, .email = "somebody@example.com", .name = "Somebody"});
     signIn(ana);
   }
 
-  void signIn(const std::string& sub) { become(sub, cloud.issueTokens(sub).accessToken); }
+  void signIn(const std::string& sub) {
+    become(sub, cloud.call(&devcloud::Identity::issue, sub, {}).accessToken);
+  }
   void become(const Text& nextUser, const Text& nextToken) {
     std::tie(user, token) = std::tie(nextUser, nextToken);
   }
@@ -110,11 +118,11 @@ class CloudHarness : public StoreTest {
   std::function<void()> cancel;
   /// Runs `body` while a request suffers, then lets the cloud be well again.
   void during(const Trouble& trouble, const std::function<void()>& body) {
-    cloud.addFault(trouble.fault);
+    cloud.call(&Faults::add, trouble.fault);
     if (trouble.isLate()) patience = std::chrono::milliseconds(300);
     body();
     patience = std::chrono::seconds(20);
-    cloud.clearFaults();
+    cloud.call(&Faults::clear);
   }
   std::string lastError(const char* service) {
     const auto report = journal->report(ana);
@@ -171,7 +179,8 @@ class CloudHarness : public StoreTest {
     return fmt::format("{}", fmt::join(texts, ", "));
   }
   long commitsOf(int n) {
-    return std::ranges::count(cloud.commits(ana), operation(n), &devcloud::Commit::operationID);
+    return std::ranges::count(cloud.call(&Projects::commits, ana), operation(n),
+                              &devcloud::Commit::operationID);
   }
 
   std::atomic<std::int64_t> epoch = 0;

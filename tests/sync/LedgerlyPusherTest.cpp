@@ -11,12 +11,12 @@ using ::testing::ElementsAreArray;
 using LedgerlyPusherTest = CloudHarness;
 
 TEST_F(LedgerlyPusherTest, SendsWhatIsPendingTheOldestEditFirst) {
-  cloud.putSheet({.owner = ana, .name = "Old"});
+  cloud.call(&Sheets::put, {.owner = ana, .name = "Old"});
   addSheet("never", 3, {}, R"({"x":1,"categories":[{"id":"c","name":"N"}]})");
   addSheet("dirty", 2, 1000, R"({"categories":[]})");
   EXPECT_THAT(pushSheets(), ElementsAre("dirty: updated 1000", "never: created 1001"));
   Texts sent;
-  for (const auto& request : cloud.requests())
+  for (const auto& request : cloud.call(&RequestLog::find, {}))
     sent.push_back(fmt::format("{} {} {} {}", request.method, request.path,
                                request.header("Content-Type").value_or("-"), request.body));
   EXPECT_THAT(
@@ -32,7 +32,7 @@ TEST_F(LedgerlyPusherTest, SendsWhatIsPendingTheOldestEditFirst) {
   EXPECT_THAT(pushSheets(), IsEmpty());
   EXPECT_THAT(log.take(), IsEmpty());
   // A connection that breaks without a byte is no failure: replacing a sheet twice does no harm.
-  cloud.addFault({.path = sheetsPath, .prefix = true, .cut = FaultCut::before});
+  cloud.call(&Faults::add, {.path = sheetsPath, .prefix = true, .cut = FaultCut::before});
   addSheet("dirty", 2, 1002);
   EXPECT_THAT(pushSheets(), ElementsAre("dirty: deleted"));
   EXPECT_THAT(log.lines(), Contains("LedgerlyPusher: dirty \"T dirty\" — sheet 1002 is gone server-side, not "
@@ -126,7 +126,7 @@ TEST_F(LedgerlyPusherTest, NeverSendsASheetWithTheTokenOfAnotherAccountOrWhenItI
     addSheet("s1", 1);
     addSheet("s2", 2);
     become(ana, given);
-    cloud.clearRequests();
+    cloud.call(&RequestLog::clear);
     Event never;
     meanwhile = [&](char place) -> Task<> {
       if (place == 'T') become(next, given);
@@ -135,7 +135,7 @@ TEST_F(LedgerlyPusherTest, NeverSendsASheetWithTheTokenOfAnotherAccountOrWhenItI
       co_await never.wait();
     };
     EXPECT_THAT(pushSheets(), ElementsAreArray(outcomes));
-    EXPECT_THAT(cloud.requests(), SizeIs(sent));
+    EXPECT_THAT(cloud.call(&RequestLog::find, {}), SizeIs(sent));
     meanwhile = nullptr;
     become(ana, valid);
     EXPECT_THAT(pushSheets(), ElementsAre(StartsWith("s1: created "), StartsWith("s2: created ")));

@@ -13,7 +13,7 @@ TEST_F(LongQueue, ThirtySavesOfTenMegabytesGoUpInTheirOrder) {
     await(queue.enqueue(ana, project(1), checkpointPayload(project(1), operations.back(), i, archive)));
   }
   EXPECT_EQ(await(savePusher->runOnce()).size(), 30U);
-  for (const auto& commit : cloud.commits(ana)) committed.push_back(commit.operationID);
+  for (const auto& commit : cloud.call(&Projects::commits, ana)) committed.push_back(commit.operationID);
   EXPECT_EQ(committed, operations);
 }
 

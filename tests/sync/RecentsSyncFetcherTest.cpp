@@ -7,7 +7,7 @@ class RecentsSyncFetcherTest : public CloudHarness {
  protected:
   /// One pull, in which the next list of sheets is this one; the lines that it logs.
   Texts sync(const std::string& list) {
-    cloud.addFault({.path = sheetsPath, .body = R"({"sheets":[)" + list + "]}"});
+    cloud.call(&Faults::add, {.path = sheetsPath, .body = R"({"sheets":[)" + list + "]}"});
     await(RecentsSyncFetcher(fetching).syncOnce(ana));
     return log.take();
   }
@@ -20,8 +20,8 @@ class RecentsSyncFetcherTest : public CloudHarness {
 };
 
 TEST_F(RecentsSyncFetcherTest, FoldsBothListsIntoTheRecentsAndTheTables) {
-  cloud.putProject(
-      {.id = "6f9619ff-8b86-4011-b42d-00cf4fc964ff", .owner = ana, .name = "P", .updatedAt = present});
+  cloud.call(&Projects::put,
+             {.id = "6f9619ff-8b86-4011-b42d-00cf4fc964ff", .owner = ana, .name = "P", .updatedAt = present});
   EXPECT_THAT(
       sync(R"({"id":42,"name":null,"title":"Forty","listName":"L","updatedAt":"2026-01-02T03:04:05.678Z"},)"
            R"({"id":"a","updatedAt":"2027-01-01T00:00:00Z","else":1},{"id":"b","updatedAt":"yester\"day"},)"
@@ -76,7 +76,7 @@ TEST_F(RecentsSyncFetcherTest, FilesNoListUnderSomebodyWhoDidNotAskForIt) {
   for (const char place : {'T', 'g'}) {
     for (const Text& next : {Text(bo), Text()}) {
       become(ana, valid);
-      cloud.clearRequests();
+      cloud.call(&RequestLog::clear);
       meanwhile = [&](char at) -> Task<> {
         if (at == place) become(next, valid);
         co_return;
@@ -84,12 +84,12 @@ TEST_F(RecentsSyncFetcherTest, FilesNoListUnderSomebodyWhoDidNotAskForIt) {
       const auto lines = sync(R"({"id":"a","updatedAt":"2026-01-01T00:00:00Z"})");
       EXPECT_THAT(lines,
                   AllOf(SizeIs(2), Each(HasSubstr(" pull failed the account changed during the request"))));
-      EXPECT_THAT(cloud.requests(), SizeIs(place == 'T' ? 0 : 1));
+      EXPECT_THAT(cloud.call(&RequestLog::find, {}), SizeIs(place == 'T' ? 0 : 1));
       EXPECT_EQ(recents() + rows(), "");
     }
   }
   meanwhile = nullptr;
-  cloud.clearFaults();
+  cloud.call(&Faults::clear);
   become(ana, {});
   EXPECT_THAT(sync(""), ElementsAre(HasSubstr("status 401")))
       << "without a token the request goes out all the same";

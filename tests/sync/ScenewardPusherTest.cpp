@@ -15,12 +15,12 @@ class ScenewardPusherTest : public CloudHarness {
     ++round;
     save(1, project(1));
     save(2, project(oneProject ? 1 : 2), oneProject ? 1 : 0);
-    cloud.clearRequests();
+    cloud.call(&RequestLog::clear);
   }
   /// The requests since then: P for a preflight, a save by its number.
   std::string sent() {
     std::string sent;
-    for (const auto& request : cloud.requests())
+    for (const auto& request : cloud.call(&RequestLog::find, {}))
       sent +=
           request.method == "GET" ? 'P' : json::stringOr(parseJSONMap(request.body), "operationId").back();
     return sent;
@@ -31,10 +31,10 @@ TEST_F(ScenewardPusherTest, ASaveGoesUpAsItWasHandedOverAndOnceAndASecondCallerG
   meanwhile = [&](char) -> Task<> { EXPECT_THAT(co_await savePusher->runOnce(), IsEmpty()); };
   const auto payload = save(1, project(1));
   EXPECT_EQ(pushSaves(), "1 pushed 1");
-  const auto commit = cloud.commits(ana).at(0);
+  const auto commit = cloud.call(&Projects::commits, ana).at(0);
   EXPECT_EQ(commit.payloadHash, sha256Hex(payload));
   EXPECT_EQ(inFile("SELECT receipt FROM sceneward_checkpoint_queue"), writeJSON(commit.receipt()));
-  for (const auto& request : cloud.requests()) {
+  for (const auto& request : cloud.call(&RequestLog::find, {})) {
     EXPECT_EQ(request.header("X-Sceneward-Source"), "mac");
     EXPECT_EQ(request.header("x-id"), "device");
   }
@@ -130,7 +130,7 @@ TEST_F(ScenewardPusherTest, TheFenceIsReadAtEachOfItsPlacesAndAReceiptThatComesT
       EXPECT_EQ(fmt::format("{}{}", commitsOf(1), commitsOf(2)), row.inCloud[place]);
     }
   }
-  EXPECT_THAT(cloud.commits(bo), IsEmpty());
+  EXPECT_THAT(cloud.call(&Projects::commits, bo), IsEmpty());
 }
 
 TEST_F(ScenewardPusherTest, WhatTheStoreRefusesIsTriedOnceInAPassAndKept) {
@@ -138,7 +138,7 @@ TEST_F(ScenewardPusherTest, WhatTheStoreRefusesIsTriedOnceInAPassAndKept) {
   inFile(
       "CREATE TRIGGER full BEFORE UPDATE ON sceneward_checkpoint_queue BEGIN SELECT RAISE(ABORT,'full'); "
       "END");
-  cloud.addFault({.path = projectsPath, .prefix = true, .status = 409});
+  cloud.call(&Faults::add, {.path = projectsPath, .prefix = true, .status = 409});
   for (const bool blocking : {true, false}) {
     EXPECT_EQ(pushSaves(), blocking ? "1 blocked" : "1 failed") << "nothing overtakes it";
     EXPECT_EQ(sent(), blocking ? "P1" : "P1P1");

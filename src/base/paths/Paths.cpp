@@ -62,6 +62,7 @@ Paths Paths::resolve(const PathOptions& options, const Environment& environment)
     paths.launcherPointer = absolute(*home) + "/.config/vorlane/container";
   }
   paths.shellLog = environment("VORLANE_SHELL_LOG").value_or("/tmp/vorlane-shell.log");
+  paths.shellLogInState = below(base(environment, "XDG_STATE_HOME", ".local/state"), "vorlane/shell.log");
 
   const auto deployment = options.deployment ? options.deployment : environment("VORLANE_DEPLOYMENT");
   paths.deploymentNamed = deployment.has_value();

@@ -50,6 +50,8 @@ struct Paths {
   /// The file that tells launchers which container the last agent used; absent without HOME.
   std::optional<std::string> launcherPointer;
   std::string shellLog;
+  /// Takes the log where `shellLog` is not the person's own file; absent like the container.
+  std::optional<std::string> shellLogInState;
   std::string deployment;
   bool deploymentNamed = false;
   VaultKind vault = VaultKind::automatic;

@@ -6,11 +6,11 @@
 #include "platform/absent/AbsentUserDefaults.h"
 #include "platform/absent/AbsentVault.h"
 #include "platform/absent/LocalSignalCenter.h"
+#include "platform/linux/AppGroupContainer.h"
 #include "platform/linux/BoundedVault.h"
 #include "platform/linux/CurlSession.h"
 #include "platform/linux/FileSignalCenter.h"
 #include "platform/linux/FileVault.h"
-#include "platform/linux/Files.h"
 #include "platform/linux/JSONFileDefaults.h"
 #include "platform/linux/SecretServiceModule.h"
 
@@ -45,9 +45,7 @@ Platform systemPlatform(const PlatformSettings& settings) {
 
 std::optional<std::string> containerForAppGroup(const Paths& paths, std::string_view identifier) {
   if (identifier != appGroupIdentifier || !paths.container) return std::nullopt;
-  if (const int error = files::makeFolders(*paths.container); error != 0) {
-    throw Failure(withErrno(fmt::format("The container {} cannot be made", *paths.container), error));
-  }
+  prepareAppGroupContainer(*paths.container);
   return paths.container;
 }
 
