@@ -1,5 +1,6 @@
 #include "base/Failure.h"
 #include "base/Identifiers.h"
+#include "base/paths/Options.h"
 #include "devcloud/DevCloud.h"
 
 #include <fmt/format.h>
@@ -8,43 +9,34 @@
 
 #include <csignal>
 #include <cstdio>
-#include <span>
+#include <optional>
+#include <string>
 
 namespace {
 
+using vorlane::UsageFailure;
 using vorlane::devcloud::DevCloudOptions;
 
-constexpr const char* usage = "usage: vorlane-devcloud --dir DIR [--port N]";
 constexpr std::uint16_t defaultPort = 17810;
-
-/// The command line is wrong; the description says how.
-class UsageFailure : public vorlane::Failure {
- public:
-  using Failure::Failure;
-};
 
 std::uint16_t portFrom(const std::string& text) {
   const auto number = vorlane::decimalInteger(text);
   if (!number || *number < 0 || *number > 65534) {
-    throw UsageFailure("--port has to be a number from 0 to 65534, not \"" + text + "\"");
+    throw UsageFailure("the option --port takes a number from 0 to 65534, not \"" + text + "\"");
   }
   return static_cast<std::uint16_t>(*number);
 }
 
-DevCloudOptions optionsFrom(std::span<char*> arguments) {
+DevCloudOptions optionsFrom(const vorlane::Options::Words& words) {
+  std::optional<std::string> directory;
   DevCloudOptions options{.port = defaultPort};
-  for (std::size_t i = 1; i < arguments.size(); i += 2) {
-    const std::string name = arguments[i];
-    if (name != "--dir" && name != "--port") throw UsageFailure("unknown option \"" + name + "\"");
-    if (i + 1 == arguments.size()) throw UsageFailure(name + " needs a value");
-    const std::string value = arguments[i + 1];
-    if (name == "--port") {
-      options.port = portFrom(value);
-    } else {
-      options.directory = value;
-    }
-  }
-  if (options.directory.empty()) throw UsageFailure("--dir is missing");
+  const auto operands = vorlane::Options()
+                            .value("--dir", directory)
+                            .value("--port", [&](const std::string& text) { options.port = portFrom(text); })
+                            .parse(words);
+  if (!operands.empty()) throw UsageFailure("unexpected word " + operands[0]);
+  if (!directory) throw UsageFailure("usage: vorlane-devcloud --dir DIR [--port N]");
+  options.directory = *directory;
   return options;
 }
 
@@ -80,9 +72,9 @@ int serve(DevCloudOptions options) {
 
 int main(int count, char** values) {
   try {
-    return serve(optionsFrom({values, static_cast<std::size_t>(count)}));
+    return serve(optionsFrom(vorlane::wordsOf(count, values)));
   } catch (const UsageFailure& failure) {
-    fmt::print(stderr, "vorlane-devcloud: {} ({})\n", failure.description(), usage);
+    fmt::print(stderr, "vorlane-devcloud: {}\n", failure.what());
     return 2;
   } catch (const std::exception& error) {
     fmt::print(stderr, "vorlane-devcloud: {}\n", vorlane::describe(error));

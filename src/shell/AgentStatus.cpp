@@ -1,6 +1,7 @@
 #include "shell/AgentStatus.h"
 
 #include "base/JSONArguments.h"
+#include "base/ShellLog.h"
 #include "store/AgentStore.h"
 #include "store/LedgerlyQueries.h"
 #include "store/ScenewardCheckpointQueue.h"
@@ -18,6 +19,7 @@ JSONMap accountStatus(const Paths& paths, const AccountServices& services,
                  {"store", nullptr},   {"running", false},
                  {"serving", false},   {"endpoint", nullptr},
                  {"socket", nullptr},  {"sync", nullptr}};
+  if (const auto log = shellLogPath(); !log.empty()) status["log"] = log;
   if (paths.container) status["store"] = paths.database();
   DocumentTable::Counts sheets;
   ScenewardCheckpointQueue::Counts checkpoints;

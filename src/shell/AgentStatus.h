@@ -12,7 +12,8 @@ class AgentStore;
 class SyncJournal;
 
 /// The part of the status that needs no running agent: "account" (an object, or
-/// null while nobody is signed in), "mcpAccess", "store", "pending" and "blocked" (how
+/// null while nobody is signed in), "mcpAccess", "store", "log" (where this process logs
+/// to), "pending" and "blocked" (how
 /// many rows of the person wait to be pushed, and how many the cloud refused, by kind),
 /// "sync" (what SyncJournal reports; null without a `journal`), and the keys of a running
 /// agent as they are without one: "running" and "serving" false, "endpoint" and "socket"

@@ -94,7 +94,7 @@ TEST_F(LifetimeTest, WhatStandsInTheWayOfAStartIsNamed) {
 
 TEST_F(LifetimeTest, TheProgramEndsWithZeroAtASignalWithOneWhenItCannotStartAndWithTwoOtherwise) {
   const std::tuple<std::string, int, std::string> cases[] = {
-      {"", 2, "--dir is missing"},
+      {"", 2, "usage: vorlane-devcloud --dir DIR"},
       {"--dir x --port 70000", 2, "not \"70000\""},
       {"--dir /dev/null/x --port 0", 1, "cannot make /dev/null/x"},
       {"--dir own --port 0 >out & read line <out; kill -TERM $!; wait $! && echo $line >&2", 0, "ready"},
