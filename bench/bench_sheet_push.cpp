@@ -1,12 +1,9 @@
 // A thousand dirty sheets of 20 KB pushed to the local cloud, against the same requests sent
 // by libcurl alone, one after another on one connection.
 #include "base/tasks/Runtime.h"
+#include "bench/BareCurl.h"
+#include "bench/CloudProcess.h"
 #include "bench/Measure.h"
-#include "devcloud/DevCloud.h"
-#include "devcloud/Identity.h"
-#include "devcloud/People.h"
-#include "devcloud/RequestLog.h"
-#include "devcloud/Sheets.h"
 #include "platform/Platform.h"
 #include "store/AgentStore.h"
 #include "store/LedgerlyQueries.h"
@@ -16,8 +13,6 @@
 #include <curl/curl.h>
 #include <fmt/format.h>
 #include <malloc.h>
-#include <sys/wait.h>
-#include <unistd.h>
 #include <boost/asio/co_spawn.hpp>
 #include <boost/asio/use_future.hpp>
 
@@ -34,7 +29,9 @@ namespace fs = std::filesystem;
 
 constexpr int sheets = 1000;
 constexpr int rounds = 7;
-constexpr char owner[] = "auth0|bench";
+constexpr auto& owner = bench::CloudProcess::owner;
+using bench::BareCurl;
+using bench::CloudProcess;
 
 fs::path newFolder() {
   char name[] = "/tmp/vorlane-bench-XXXXXX";
@@ -62,117 +59,6 @@ std::string document() {
   }
   return SnapshotCodec::encode({{"categories", std::move(categories)}});
 }
-
-/// One handle of the library, and with it one connection.
-class BareCurl {
- public:
-  explicit BareCurl(const std::string& caFile) : easy_(curl_easy_init()) {
-    curl_easy_setopt(easy_, CURLOPT_CAINFO, caFile.c_str());
-    curl_easy_setopt(easy_, CURLOPT_NOPROXY, "*");
-    curl_easy_setopt(easy_, CURLOPT_NOSIGNAL, 1L);
-    curl_easy_setopt(easy_, CURLOPT_WRITEFUNCTION, &BareCurl::append);
-    curl_easy_setopt(easy_, CURLOPT_WRITEDATA, &body_);
-  }
-  ~BareCurl() { curl_easy_cleanup(easy_); }
-  BareCurl(const BareCurl&) = delete;
-  BareCurl& operator=(const BareCurl&) = delete;
-
-  void send(const URLRequest& request) {
-    curl_slist* headers = curl_slist_append(nullptr, "Expect:");
-    for (const auto& [name, value] : request.headers)
-      headers = curl_slist_append(headers, (name + ": " + value).c_str());
-    curl_easy_setopt(easy_, CURLOPT_URL, request.url.c_str());
-    curl_easy_setopt(easy_, CURLOPT_HTTPHEADER, headers);
-    curl_easy_setopt(easy_, CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(request.body.size()));
-    curl_easy_setopt(easy_, CURLOPT_POSTFIELDS, request.body.data());
-    curl_easy_setopt(easy_, CURLOPT_CUSTOMREQUEST, request.method.c_str());
-    body_.clear();
-    if (curl_easy_perform(easy_) != CURLE_OK) std::abort();
-    curl_slist_free_all(headers);
-    long status = 0, connections = 0;
-    curl_easy_getinfo(easy_, CURLINFO_RESPONSE_CODE, &status);
-    curl_easy_getinfo(easy_, CURLINFO_NUM_CONNECTS, &connections);
-    connections_ += connections;
-    if (status < 200 || status > 299 || connections_ > 1) std::abort();
-  }
-
- private:
-  static std::size_t append(char* bytes, std::size_t size, std::size_t count, void* out) {
-    static_cast<std::string*>(out)->append(bytes, size * count);
-    return size * count;
-  }
-
-  CURL* easy_;
-  std::string body_;
-  long connections_ = 0;
-};
-
-/// The cloud in a process of its own, as everywhere else: its heap and its threads are not
-/// the agent's. Made before this process has threads.
-class CloudProcess {
- public:
-  explicit CloudProcess(const fs::path& folder) {
-    int ours[2], its[2];
-    if (::pipe(ours) != 0 || ::pipe(its) != 0) std::abort();
-    child_ = ::fork();
-    if (child_ == 0) {
-      ::close(its[1]);
-      serve(folder, its[0], ours[1]);
-      ::_exit(0);
-    }
-    ::close(its[0]);
-    ::close(ours[1]);
-    commands_ = its[1];
-    answers_ = ours[0];
-    std::string told;
-    for (char byte = 0; ::read(answers_, &byte, 1) == 1 && byte != '\n';) told += byte;
-    const auto facts = parseJSONMap(told);
-    base = facts.at("base").as_string();
-    token = facts.at("token").as_string();
-    caFile = facts.at("caFile").as_string();
-  }
-  ~CloudProcess() {
-    ::close(commands_);
-    ::waitpid(child_, nullptr, 0);
-    ::close(answers_);
-  }
-  CloudProcess(const CloudProcess&) = delete;
-  CloudProcess& operator=(const CloudProcess&) = delete;
-
-  /// Lets it forget the requests that it has recorded, so that it serves everybody alike.
-  void clear() { order('c'); }
-  void removeSheets() { order('r'); }
-
-  std::string base, token, caFile;
-
- private:
-  void order(char command) {
-    char done = 0;
-    if (::write(commands_, &command, 1) != 1 || ::read(answers_, &done, 1) != 1) std::abort();
-  }
-  static void serve(const fs::path& folder, int commands, int answers) {
-    devcloud::DevCloud cloud({.directory = folder});
-    cloud.start();
-    cloud.call(&devcloud::People::put, {.sub = owner, .email = "bench@vorlane.test", .name = "Bench"});
-    const auto text =
-        writeJSON(JSONMap{{"base", cloud.base()},
-                          {"token", cloud.call(&devcloud::Identity::issue, owner, {}).accessToken},
-                          {"caFile", cloud.caFile().string()}}) +
-        "\n";
-    if (::write(answers, text.data(), text.size()) != static_cast<ssize_t>(text.size())) std::abort();
-    for (char command = 0; ::read(commands, &command, 1) == 1;) {
-      cloud.call(&devcloud::RequestLog::clear);
-      if (command == 'r') {
-        for (const auto& sheet : cloud.call(&devcloud::Sheets::ownedBy, owner))
-          cloud.call(&devcloud::Sheets::remove, owner, sheet.id);
-      }
-      if (::write(answers, &command, 1) != 1) return;
-    }
-  }
-
-  pid_t child_ = 0;
-  int commands_ = -1, answers_ = -1;
-};
 
 /// Somebody's desk with its store and its network.
 class Desk {
@@ -214,7 +100,7 @@ class Desk {
   void renew() {
     const auto text = document();
     bytes_ = text.size();
-    cloud_->removeSheets();
+    cloud_->removeDocuments();
     for (int i = 0; i < sheets; ++i) {
       const auto id = fmt::format("sheet-{}", i);
       const auto at = now() - std::chrono::milliseconds(sheets - i);

@@ -21,6 +21,9 @@ constexpr std::size_t preparedLimit = 64;
 /// How long the write-ahead log may grow, about 4 MB, as SQLite has it by default.
 constexpr int checkpointPages = 1000;
 
+/// In bytes. What lists and small documents need stays below it.
+constexpr int largeCache = 512 * 1024;
+
 int bind(sqlite3_stmt* statement, int position, const SQLArgument::Value& value) {
   struct Binder {
     sqlite3_stmt* statement;
@@ -155,6 +158,12 @@ void Connection::enterWriteAheadLog(milliseconds patience) {
     }
     std::this_thread::sleep_for(milliseconds(5));
   }
+}
+
+void Connection::dropLargeCache() noexcept {
+  int bytes = 0, highest = 0;
+  sqlite3_db_status(database_, SQLITE_DBSTATUS_CACHE_USED, &bytes, &highest, 0);
+  if (bytes > largeCache) sqlite3_db_release_memory(database_);
 }
 
 bool Connection::isMoved() const {

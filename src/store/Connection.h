@@ -45,6 +45,9 @@ class Connection {
   bool inTransaction() const;
   void setBusyTimeout(std::chrono::milliseconds timeout);
 
+  /// Gives back the pages that the connection keeps in memory, when they are many.
+  void dropLargeCache() noexcept;
+
   /// Whether the database is no longer the file at its path.
   bool isMoved() const;
   /// Leaves the write-ahead log where it is when the last connection closes. Else it is moved

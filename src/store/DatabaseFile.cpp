@@ -70,7 +70,9 @@ std::unique_ptr<Connection> DatabaseFile::open(Connection::Access access,
     if (!held_) {
       std::error_code unknown;
       const auto real = std::filesystem::canonical(path_, unknown);
-      realPath_ = unknown ? path_ : real.string();
+      const auto realPath = unknown ? path_ : real.string();
+      logPath_ = realPath + "-wal";
+      logIndexPath_ = realPath + "-shm";
       if (!connection->isMoved()) held_ = filesAtPath();
     }
     if (!held_ || *held_ != filesAtPath()) fail();
@@ -109,15 +111,15 @@ void DatabaseFile::closeIfReplaced(std::chrono::milliseconds patience) {
   const bool isForeign = found.database != held_->database;
   for (auto* pool : pools_) pool->closeConnections(!isForeign && !found.log);
   if (isForeign) {
-    setAside(realPath_ + "-wal", held_->log);
-    setAside(realPath_ + "-shm", held_->logIndex);
+    setAside(logPath_, held_->log);
+    setAside(logIndexPath_, held_->logIndex);
   }
   held_.reset();
   isLogged_ = false;
 }
 
 DatabaseFile::Files DatabaseFile::filesAtPath() const {
-  return {Identity::of(path_), Identity::of(realPath_ + "-wal"), Identity::of(realPath_ + "-shm")};
+  return {Identity::of(path_), Identity::of(logPath_), Identity::of(logIndexPath_)};
 }
 
 void DatabaseFile::setAside(const std::string& path, const std::optional<Identity>& held) const {

@@ -96,7 +96,7 @@ class DatabaseFile {
   /// What the connections have open; nothing before the first one.
   std::optional<Files> held_;
   /// Where SQLite has the side files: beside what a symbolic link leads to.
-  std::string realPath_ = path_;
+  std::string logPath_, logIndexPath_;
   bool isLogged_ = false;
 };
 

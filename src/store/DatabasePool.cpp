@@ -128,7 +128,10 @@ struct DatabasePool::Core final : DatabaseFile::Pool {
       return database.takeAfterCommit();
     } catch (...) {
       if (writer) writer->rollback();
-      if (writer && writer->inTransaction()) writer.reset();
+      if (writer && writer->inTransaction()) {
+        writer->keepLogOnClose(true);  // which is still the log of who reads
+        writer.reset();
+      }
       file->requireInPlace();  // a database without its files fails in many words
       throw;
     }
@@ -215,7 +218,11 @@ DatabasePool::Reading::~Reading() {
   if (connection_->inTransaction()) return;
   static const std::size_t kept = std::max(4U, std::thread::hardware_concurrency());
   const std::scoped_lock hold(core_->lock);
-  if (core_->idleReaders.size() < kept) core_->idleReaders.push_back(std::move(connection_));
+  auto& idle = core_->idleReaders;
+  if (idle.size() >= kept) return;
+  // The last one is the next to be taken, and the only one to keep what a large read left in it.
+  if (!idle.empty()) idle.back()->dropLargeCache();
+  idle.push_back(std::move(connection_));
 }
 
 }  // namespace vorlane

@@ -5,8 +5,7 @@
 namespace vorlane {
 
 void OpenedRow::read(std::string title, std::string_view data) {
-  // A tree takes two to three times its text; a sheet that is small wants no large block.
-  memory_.emplace(data.size() * 5 / 2);
+  memory_.emplace(SnapshotCodec::blockSize(data));
   storedTitle = std::move(title);
   row_.emplace(EditedRow{storedTitle, SnapshotCodec::decode(data, &*memory_)});
 }

@@ -132,13 +132,17 @@ Task<> cancelled(std::shared_ptr<AgentStore> store, std::string ownerID, std::st
   co_await store->dbWriter().writeAsync(std::move(work));
 }
 
+[[noreturn]] void failDamaged(std::string_view operationID) {
+  throw QueueError(invalidRequest,
+                   fmt::format("the stored payload of the operation {} is damaged", operationID));
+}
+
 /// Checks a stored save where the query has it. Throws QueueError over a damaged one.
-Request verified(const Row& row, const std::string& ownerID) {
+Request verify(const Row& row, const std::string& ownerID) {
   const auto payload = row.get<Blob>("payload").bytes;
   auto hash = Request::digest(payload);
   if (hash != row.get<std::string_view>("payload_hash")) {
-    throw QueueError(invalidRequest, fmt::format("the stored payload of the operation {} is damaged",
-                                                 row.get<std::string_view>("operation_id")));
+    failDamaged(row.get<std::string_view>("operation_id"));
   }
   auto request = Request::read(ownerID, row.get<std::string_view>("project_id"), payload);
   // What the cloud answers to the payload's operation would mark another row, or none.
@@ -159,14 +163,24 @@ Task<Request> ScenewardCheckpointQueue::enqueue(std::string ownerID, std::string
 }
 
 std::vector<Request> ScenewardCheckpointQueue::pending(const std::string& ownerID) const {
+  Verified verified;
+  return pending(ownerID, verified);
+}
+
+std::vector<Request> ScenewardCheckpointQueue::pending(const std::string& ownerID, Verified& verified) const {
   return store_->dbWriter().read([&](Database& database) {
     std::vector<Request> kept;
     if (ScenewardTombstones::isOwnerDeleted(database, ownerID)) return kept;
+    // Of a save that is known only the first columns are read, which lie before its payload.
     const RowVisitor keepFirst = [&](const Row& row) {
-      auto request = verified(row, ownerID);
-      if (!kept.empty() || isCancelled(database, request)) return true;
+      const auto operationID = row.get<std::string_view>("operation_id");
+      auto known = verified.find(operationID);
+      const bool isNew = known == verified.end();
+      if (isNew) known = verified.emplace(operationID, verify(row, ownerID)).first;
+      if (!kept.empty() || isCancelled(database, known->second)) return true;
+      auto& request = kept.emplace_back(known->second);
       request.payload = row.get<Blob>("payload").bytes;
-      kept.push_back(std::move(request));
+      if (!isNew && Request::digest(request.payload) != request.payloadHash) failDamaged(operationID);
       return true;
     };
     database.forEachRow(

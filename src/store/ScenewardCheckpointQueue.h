@@ -6,6 +6,8 @@
 #include "store/ScenewardCheckpointRequest.h"
 
 #include <cstdint>
+#include <functional>
+#include <map>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -40,6 +42,10 @@ class ScenewardCheckpointQueue {
     std::string createdAt;  ///< as it is stored: a damaged one hides no other row
   };
 
+  /// The saves that a reader of the queue has found sound, by their operations and without
+  /// their payloads.
+  using Verified = std::map<std::string, Request, std::less<>>;
+
   struct Counts {
     std::int64_t pending = 0;
     std::int64_t blocked = 0;
@@ -57,6 +63,9 @@ class ScenewardCheckpointQueue {
   /// The oldest save that waits, if any, every waiting row having been verified: one damaged
   /// row fails the read. It hashes all their payloads and may take a second for each gigabyte.
   std::vector<Request> pending(const std::string& ownerID) const;
+  /// The same for who takes one save after another: those in `verified` have been read through
+  /// and are not again, but for the one that is returned, whose payload is hashed once more.
+  std::vector<Request> pending(const std::string& ownerID, Verified& verified) const;
 
   /// The cloud took the save. Throws QueueError (`invalidReceipt`, or `invalidRequest` when the
   /// save was taken back meanwhile) and JSONParseFailure. Needs the request's ids and hashes alone.

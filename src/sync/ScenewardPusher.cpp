@@ -106,7 +106,7 @@ class ScenewardPusher::Pass {
   Task<std::optional<Request>> next() {
     std::vector<Request> waiting;
     try {
-      waiting = co_await pusher_.pending(owner());
+      waiting = co_await pusher_.pending(owner(), verified_);
     } catch (const std::exception& error) {
       if (isCancellation(error)) throw;
       pusher_.journal_->failed(SyncJournal::Service::checkpoints, owner(), describe(error));
@@ -156,6 +156,8 @@ class ScenewardPusher::Pass {
   ScenewardPusher& pusher_;
   const AccountMark mark_;
   std::set<std::string> attempted_;
+  /// Each save is read through once in a pass, however many there are.
+  const std::shared_ptr<Verified> verified_ = std::make_shared<Verified>();
   Outcomes outcomes_;
 };
 
@@ -192,7 +194,7 @@ Task<ScenewardPusher::Outcomes> ScenewardPusher::pass(std::shared_ptr<ScenewardP
   co_return pass.takeOutcomes();
 }
 
-Task<std::vector<Request>> ScenewardPusher::pending(std::string owner) {
+Task<std::vector<Request>> ScenewardPusher::pending(std::string owner, std::shared_ptr<Verified> verified) {
   struct Reading {
     Event ended;
     std::vector<Request> requests;
@@ -200,9 +202,9 @@ Task<std::vector<Request>> ScenewardPusher::pending(std::string owner) {
   };
   // Shared with the thread, whose work goes on when nobody waits for it any more.
   const auto reading = std::make_shared<Reading>();
-  reader_.post([reading, queue = queue_, owner = std::move(owner)] {
+  reader_.post([reading, queue = queue_, owner = std::move(owner), verified = std::move(verified)] {
     try {
-      reading->requests = queue.pending(owner);
+      reading->requests = queue.pending(owner, *verified);
     } catch (...) {
       reading->failure = std::current_exception();
     }

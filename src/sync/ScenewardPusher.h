@@ -61,7 +61,9 @@ class ScenewardPusher : public std::enable_shared_from_this<ScenewardPusher> {
   class Pass;
 
   static Task<Outcomes> pass(std::shared_ptr<ScenewardPusher> self);
-  Task<std::vector<ScenewardCheckpointRequest>> pending(std::string owner);
+  using Verified = ScenewardCheckpointQueue::Verified;
+  Task<std::vector<ScenewardCheckpointRequest>> pending(std::string owner,
+                                                        std::shared_ptr<Verified> verified);
 
   const ScenewardCheckpointQueue queue_;
   const ScenewardPushClient client_;

@@ -184,17 +184,38 @@ TEST(StoreFaults, NoWriteIsAcknowledgedThatTheFileAtThePathDoesNotHold) {
   }
 }
 
-TEST(StoreFaults, AFolderOrFileThatMayNotBeWrittenIsNamed) {
-  const TemporaryFolder fresh, existing;
+/// Gives up what a superuser may do that the tests count on being refused.
+bool becomeNobody() {
+  return getuid() != 0 || setuid(65534) == 0;
+}
+
+TEST(StoreFaults, AWriteFailsAndTheStoreStillEndsWhereThereIsNoThreadToBeHad) {
+  const TemporaryFolder folder;
+  const auto openAndEnd = [&] {
+    auto store = std::make_unique<AgentStore>(folder.path);
+    const rlimit none{};
+    if (!becomeNobody() || setrlimit(RLIMIT_NPROC, &none) != 0) _exit(1);
+    std::cerr << failureOf([&] { store->dbWriter().write(insertion(1)); });
+    store.reset();
+    _exit(0);
+  };
+  EXPECT_EXIT(openAndEnd(), ::testing::ExitedWithCode(0), "Resource temporarily unavailable");
+}
+
+TEST(StoreFaults, WhatStandsWhereTheFileBelongsIsNamed) {
+  const TemporaryFolder fresh, existing, taken;
+  std::filesystem::create_directory(taken.database());
+  EXPECT_EQ(failureOf([&] { AgentStore store(taken.path); }),
+            "cannot open " + taken.database() + ": it is a folder");
   std::make_unique<AgentStore>(existing.path).reset();
   chmod(fresh.path.c_str(), 0555);
   chmod(existing.path.c_str(), 0777);
   chmod(existing.database().c_str(), 0444);
   for (const auto* folder : {&fresh, &existing}) {
     const auto openAsNobody = [&] {
-      const bool nobody = getuid() != 0 || setuid(65534) == 0;
+      if (!becomeNobody()) _exit(1);
       std::cerr << failureOf([&] { AgentStore store(folder->path); });
-      _exit(nobody ? 0 : 1);
+      _exit(0);
     };
     EXPECT_EXIT(openAsNobody(), ::testing::ExitedWithCode(0), "^cannot open " + folder->database());
   }

@@ -1,5 +1,8 @@
 #include "StoreFixture.h"
 
+#include <algorithm>
+#include <iterator>
+
 namespace vorlane {
 namespace {
 
@@ -15,31 +18,15 @@ using StoreMigrations = StoreTest;
 TEST_F(StoreMigrations, AFreshFileGetsAllNineAndTheExactTablesOnce) {
   const auto first = open();
   EXPECT_EQ(inFile(applied), allNine);
-  const std::string document =
-      "id|TEXT|1|1 owner_id|TEXT|1|0 title|TEXT|1|0 data|TEXT|1|0 created_at|DATETIME|1|0 "
-      "updated_at|DATETIME|1|0 synced_at|DATETIME|0|0 ";
-  const std::pair<std::string, std::string> tables[] = {
-      {"grdb_migrations", "identifier|TEXT|1|1"},
-      {"ledgerly_sheets", document + "remote_id|INTEGER|0|0 push_blocked_at|DATETIME|0|0"},
-      {"sceneward_projects", document + "remote_version|INTEGER|0|0 push_blocked_at|DATETIME|0|0"},
-      {"sceneward_checkpoint_queue",
-       "operation_id|TEXT|1|2 owner_id|TEXT|1|1 project_id|TEXT|1|0 payload|BLOB|1|0 payload_hash|TEXT|1|0 "
-       "status|TEXT|1|0 receipt|BLOB|0|0 created_at|DATETIME|1|0"},
-      {"sceneward_checkpoint_deleted_owners", "owner_id|TEXT|0|1 deleted_at|DATETIME|1|0"},
-      {"sceneward_cancelled_projects", "owner_hash|TEXT|1|1 project_id|TEXT|1|2 restored_at|DATETIME|0|0"},
-      {"sceneward_cancelled_operations", "owner_hash|TEXT|1|1 operation_id|TEXT|1|2"},
-      {"recents",
-       "rowid|INTEGER|0|1 user_id|TEXT|1|0 app|TEXT|1|0 entity_id|TEXT|1|0 opened_at|DATETIME|1|0"},
-  };
-  for (const auto& [table, columns] : tables) {
-    EXPECT_EQ(inFile("SELECT name, type, \"notnull\", pk FROM pragma_table_info('" + table + "')"), columns)
-        << table;
-  }
-  EXPECT_EQ(inFile("SELECT name FROM sqlite_master WHERE type = 'index' AND sql IS NOT NULL ORDER BY name"),
-            "idx_recents_user_opened idx_sceneward_checkpoint_pending idx_sceneward_projects_listing "
-            "index_ledgerly_sheets_on_owner_id "
-            "index_recents_on_user_id "
-            "index_sceneward_projects_on_owner_id");
+  // Every column with its type, whether it may be null and its place in the key; then the indices.
+  const auto schema = inFile(
+      "SELECT m.name, p.name, p.type, p.\"notnull\", p.pk FROM sqlite_master m, pragma_table_info(m.name) p "
+      "WHERE m.type = 'table' AND m.name NOT LIKE 'sqlite_%' ORDER BY m.name, p.cid; "
+      "SELECT name FROM sqlite_master WHERE type = 'index' AND sql IS NOT NULL ORDER BY name");
+  std::ifstream golden(GOLDEN "schema.txt");
+  std::string expected(std::istreambuf_iterator<char>(golden), {});
+  std::ranges::replace(expected, '\n', ' ');
+  EXPECT_EQ(schema + " ", expected);
   open();  // beside the first, as the recents holder does
   EXPECT_EQ(inFile(applied), allNine);
 }

@@ -17,7 +17,7 @@ class LedgerlyTools : public DocumentHarness<LedgerlyQueries> {
 };
 
 TEST_F(LedgerlyTools, AreShownInOrderAndThoseOfTheCloudWhereThereAreClients) {
-  expectShown("277649bb2db60aeb84474cde716940d63a92e8a73076651f4f2ab4fbdcf20556");
+  expectShown("ledgerly.txt");
   serve(attachments, {});
   EXPECT_EQ(module->tools().size(), 16U);
   serve({}, lists);

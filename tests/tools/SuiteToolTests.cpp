@@ -19,7 +19,7 @@ class SuiteTools : public ToolHarness {
 };
 
 TEST_F(SuiteTools, GiveTheProfileAsItIsAtTheCall) {
-  expectShown("3127647b3bda86e4a09a4985634bf89977e1985341eaf63dd323e111a6e94740");
+  expectShown("vorlane.txt");
   EXPECT_EQ(call("get_user"), "{'sub':'o'}");
   profile["mcp_access"] = true;
   EXPECT_EQ(call("get_user"), "{'mcp_access':true,'sub':'o'}");

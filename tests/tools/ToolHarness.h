@@ -1,13 +1,14 @@
 #pragma once
 
-#include "base/SHA256.h"
 #include "mcp/MCPRequestContext.h"
 #include "mcp/ToolDefinition.h"
 #include "store/StoreFixture.h"
 
 #include <algorithm>
 #include <atomic>
+#include <fstream>
 #include <initializer_list>
+#include <iterator>
 #include <string>
 
 namespace vorlane {
@@ -42,12 +43,16 @@ class ToolHarness : public StoreTest {
       return quoted(describe(error));
     }
   }
-  /// Names, words and schemas are an interface too: assistants act on them.
-  void expectShown(const std::string& digest) {
+  /// Names, words and schemas are an interface too: assistants act on them. What they are, and
+  /// what `calls` are answered, stands in a file of golden/.
+  void expectShown(const std::string& file, std::initializer_list<const char*> calls = {}) {
     std::string shown;
     for (const auto& tool : module->tools())
-      shown += tool.name + ": " + tool.description + " " + writeJSON(tool.inputSchema) + "\n";
-    EXPECT_EQ(sha256Hex(shown), digest) << shown;
+      shown += tool.name + ": " + tool.description + "\n" + writeJSON(tool.inputSchema) + "\n";
+    for (const char* tool : calls)
+      shown += std::string(tool) + " answers " + call(tool, "{'sceneId':'s','stage':'Anything'}") + "\n";
+    std::ifstream golden(std::string(GOLDEN) + file);
+    EXPECT_EQ(shown, std::string(std::istreambuf_iterator<char>(golden), {}));
   }
 
   std::shared_ptr<ToolModule> module;

@@ -39,7 +39,7 @@ Task<JSONMap> getSheet(LedgerlyQueries queries, JSONMap arguments, Identity) {
   const auto id = json::stringOr(arguments, "sheetId");
   const auto row = queries.fetch(id);
   if (!row) throw sheetNotFound(id);
-  auto document = SnapshotCodec::decode(row->data);
+  auto document = SnapshotCodec::decodeInBlock(row->data);
   document["id"] = row->id;
   document["title"] = row->title;
   co_return document;
@@ -51,7 +51,7 @@ Task<JSONMap> listCategories(LedgerlyQueries queries, JSONMap arguments, Identit
   const auto id = json::stringOr(arguments, "sheetId");
   const auto row = queries.fetch(id);
   if (!row) co_return JSONMap{{"categories", JSONArray()}};
-  auto document = SnapshotCodec::decode(row->data);
+  auto document = SnapshotCodec::decodeInBlock(row->data);
   JSONArray categories;
   for (const auto& category : takeCategories(document)) {
     const auto& map = category.get_object();
@@ -66,8 +66,8 @@ Task<JSONMap> listItems(LedgerlyQueries queries, JSONMap arguments, Identity) {
   const auto wanted = json::string(arguments, "categoryId");
   const auto row = queries.fetch(id);
   if (!row) co_return JSONMap{{"items", JSONArray()}};
-  auto document = SnapshotCodec::decode(row->data);
-  JSONArray found;
+  auto document = SnapshotCodec::decodeInBlock(row->data);
+  JSONArray found(document.storage());
   auto categories = takeCategories(document);
   for (auto& category : categories) {
     const auto categoryID = json::stringOr(category.get_object(), "id");
@@ -79,7 +79,10 @@ Task<JSONMap> listItems(LedgerlyQueries queries, JSONMap arguments, Identity) {
       found.push_back(std::move(item));
     }
   }
-  co_return JSONMap{{"sheetId", id}, {"items", std::move(found)}};
+  JSONMap answer(document.storage());
+  answer.emplace("items", std::move(found));
+  answer.emplace("sheetId", id);
+  co_return answer;
 }
 
 constexpr ToolProperty sheetAlone[] = {{"sheetId", "string"}};

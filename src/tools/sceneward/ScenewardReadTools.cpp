@@ -16,7 +16,7 @@ namespace {
 std::optional<JSONMap> findScene(const ScenewardQueries& queries, const std::string& id) {
   const auto row = queries.fetch(id);
   if (!row) return std::nullopt;
-  return SnapshotCodec::decode(row->data);
+  return SnapshotCodec::decodeInBlock(row->data);
 }
 
 JSONMap sceneOf(const ScenewardQueries& queries, const std::string& id) {
@@ -37,14 +37,17 @@ JSONMap filtered(const ScenewardQueries& queries, const std::string& id, std::st
                  std::string_view name, const Keep& keep) {
   auto scene = findScene(queries, id);
   if (!scene) return {{name, JSONArray()}};
-  JSONArray found;
+  JSONArray found(scene->storage());
   if (auto* values = json::arrayOfObjects(*scene, key)) {
     for (auto& value : *values) {
       if (keep(value.get_object())) found.push_back(std::move(value));
     }
   }
-  const auto count = found.size();
-  return {{"sceneId", id}, {"count", count}, {name, std::move(found)}};
+  JSONMap answer(scene->storage());
+  answer.emplace("sceneId", id);
+  answer.emplace("count", found.size());
+  answer.emplace(name, std::move(found));
+  return answer;
 }
 
 Task<JSONMap> listProjects(ScenewardQueries queries, JSONMap arguments, Identity identity) {
