@@ -25,10 +25,13 @@ constexpr std::size_t answerBound = std::size_t{1} << 20;
 constexpr std::size_t lineByteBound = std::size_t{1} << 20;
 constexpr std::size_t lineBound = 1024;
 /// How many of the concurrent executor's threads, which are four at the least, one connection
-/// occupies with its lines, and for how long each, or a thread of the poller, starts lines before
-/// others have their turn. A call that works without waiting is over when the next is started.
+/// occupies with its lines, and for how long each of them starts lines before others have
+/// their turn; a thread of the poller goes on while another is free for those. A call that works without
+/// waiting is over when the next is started.
 constexpr std::size_t workersAtMost = 3;
 constexpr std::chrono::milliseconds timeATurn{2};
+/// A call that takes longer than this is not waited for by the lines behind it.
+constexpr std::chrono::microseconds longCall{500};
 /// How long the answers of a turn are gathered. A send costs as much as a small call, and
 /// wakes the client up; and it has something to do while the rest is made.
 constexpr std::chrono::microseconds gatheringTime{200};
@@ -54,8 +57,10 @@ class SocketConnection::Turn {
 
   static bool isOn(const SocketConnection& connection) { return current_ == &connection; }
   /// To be told the time after each call.
-  void tick() { now_ = Steady::now(); }
+  void tick() { before_ = std::exchange(now_, Steady::now()); }
+  Steady::time_point now() const { return now_; }
   bool isOver() const { return now_ >= end_; }
+  bool wasLong() const { return now_ - before_ > longCall; }
   /// True once for each stretch of gathering.
   bool hasGathered() {
     if (now_ < gathered_) return false;
@@ -67,7 +72,7 @@ class SocketConnection::Turn {
   static thread_local constinit const SocketConnection* current_;
 
   const SocketConnection* const outer_;
-  Steady::time_point now_ = Steady::now();
+  Steady::time_point now_ = Steady::now(), before_ = now_;
   const Steady::time_point end_ = now_ + timeATurn;
   Steady::time_point gathered_ = now_ + gatheringTime;
 };
@@ -77,11 +82,14 @@ thread_local constinit const SocketConnection* SocketConnection::Turn::current_ 
 SocketConnection::SocketConnection(std::shared_ptr<SocketSettings> settings, FileDescriptor socket)
     : settings_(std::move(settings)), socket_(std::move(socket)) {
   ++settings_->open;
+  settings_->reserve->opened();
 }
 
 SocketConnection::~SocketConnection() {
   // Only where the poller has let go of it, or could not take it.
-  if (socket_) --settings_->open;
+  if (!socket_) return;
+  --settings_->open;
+  settings_->reserve->closed();
 }
 
 void SocketConnection::start() {
@@ -89,7 +97,7 @@ void SocketConnection::start() {
   {
     const std::scoped_lock hold(lock_);
     place_ = settings_->reserve->enter(weak_from_this(), DescriptorReserve::Rank::silentAssistant);
-    crowded = DescriptorReserve::isKeptBack(socket_.get());
+    crowded = settings_->reserve->isKeptBack(socket_.get());
     key_ = settings_->poller.add(socket_.get(), shared_from_this(), Poller::Wait::edgesOfBytes);
   }
   if (crowded) settings_->reserve->makeRoom();
@@ -98,17 +106,32 @@ void SocketConnection::start() {
 /// Several threads may be here at once, each with what it has read.
 void SocketConnection::ready() {
   if (!goOnSending()) return;
-  Turn turn(*this);
   for (auto reading = Reading::more; reading == Reading::more;) {
     reading = readSome();
     if (reading == Reading::nothing) return;
-    runLines(turn);
-    if (reading == Reading::more && turn.isOver()) {
-      // Others have their turn in between.
-      const std::scoped_lock hold(lock_);
-      if (isOpen()) settings_->poller.wait(key_, socket_.get(), Poller::Wait::edgesOfBytes);
-      return;
-    }
+    if (beginTurn()) runTurn();
+  }
+}
+
+/// Whether this thread is to run lines: one does, and another when that is held up by a call.
+bool SocketConnection::beginTurn() {
+  const auto now = Steady::now();
+  const std::scoped_lock hold(lock_);
+  if (lines_.empty() || (turns_ > 0 && now - lastStart_ < longCall)) return false;
+  ++turns_;
+  lastStart_ = now;
+  return true;
+}
+
+void SocketConnection::runTurn() {
+  Turn turn(*this);
+  for (;;) {
+    runLines(turn, false);
+    const std::scoped_lock hold(lock_);
+    const bool makesWay = turn.isOver() && !settings_->poller.hasThreadToSpare();
+    if (!makesWay && !lines_.empty() && mayStart()) continue;
+    --turns_;
+    return wakeWorkers();
   }
 }
 
@@ -151,7 +174,6 @@ void SocketConnection::takeLines() {
     place_.reset();
   }
   paused_ = !hasRoom(1);
-  if (busy_) wakeWorkers();
 }
 
 /// Under the lock. Sees to it that as many workers take lines as may and can.
@@ -176,7 +198,7 @@ bool SocketConnection::mayStart() const {
 /// A turn on the concurrent executor.
 void SocketConnection::work() {
   Turn turn(*this);
-  runLines(turn);
+  runLines(turn, true);
   const std::scoped_lock hold(lock_);
   if (lines_.empty() || !mayStart()) {
     --workers_;
@@ -187,27 +209,27 @@ void SocketConnection::work() {
 
 /// Starts lines one after another. Most calls read the database where they stand and
 /// end before the next is started; one that waits for something goes on by itself.
-void SocketConnection::runLines(Turn& turn) {
+void SocketConnection::runLines(Turn& turn, bool isWorker) {
   std::string line;
-  while (nextLine(line)) {
+  while (nextLine(turn, line)) {
     startCall(std::move(line));
     turn.tick();
-    if (turn.isOver()) break;
     if (turn.hasGathered()) sendGathered();
+    if (turn.isOver() && (isWorker || !settings_->poller.hasThreadToSpare())) break;
   }
   sendGathered();
-  const std::scoped_lock hold(lock_);
-  busy_ = !lines_.empty();
-  if (busy_) wakeWorkers();
 }
 
-bool SocketConnection::nextLine(std::string& line) {
+bool SocketConnection::nextLine(const Turn& turn, std::string& line) {
   const std::scoped_lock hold(lock_);
   if (lines_.empty() || !mayStart()) return false;
   line = std::move(lines_.front());
   lines_.pop_front();
   lineBytes_ -= line.size();
   ++callsInFlight_;
+  lastStart_ = turn.now();
+  slow_ = turn.wasLong();
+  if (slow_) wakeWorkers();
   if (paused_) goOn();
   return true;
 }
@@ -331,6 +353,7 @@ void SocketConnection::close() {
   }
   closing_ = false;
   --settings_->open;
+  settings_->reserve->closed();
   if (key_ != 0) settings_->poller.remove(std::exchange(key_, 0), socket_.get());
   socket_.reset();
   place_.reset();

@@ -9,6 +9,7 @@
 #include "net/LineBuffer.h"
 
 #include <atomic>
+#include <chrono>
 #include <cstddef>
 #include <deque>
 #include <memory>
@@ -31,7 +32,8 @@ struct SocketSettings {
 /// One connection of the assistants' socket: every line that it reads runs in a task
 /// of its own, and every answer is one whole line, in whatever order the tasks end.
 /// The thread that reads lines runs them one after another, and sends the answers that are
-/// ready by then together. Meanwhile another thread reads what comes next.
+/// ready by then together. Another thread reads what comes meanwhile, and runs it too when a
+/// call takes long.
 ///
 /// What the client may pile up is bounded on both sides: while it leaves answers
 /// untaken, or has sent more lines than could be started, nothing more is read
@@ -60,13 +62,15 @@ class SocketConnection final : public Poller::Source,
   bool goOnSending();
   Reading readSome();
   void takeLines();
+  bool beginTurn();
+  void runTurn();
   void wakeWorkers();
   std::size_t untaken() const;
   bool isOpen() const { return socket_ && !closing_; }
   bool mayStart() const;
   void work();
-  void runLines(Turn& turn);
-  bool nextLine(std::string& line);
+  void runLines(Turn& turn, bool isWorker);
+  bool nextLine(const Turn& turn, std::string& line);
   void startCall(std::string line);
   void finish(std::string answer);
   void sendGathered();
@@ -96,8 +100,11 @@ class SocketConnection final : public Poller::Source,
   /// Tasks that run lines, and calls that were started and not answered.
   std::size_t workers_ = 0;
   std::size_t callsInFlight_ = 0;
-  /// A turn was not long enough for its lines, so that the next has help from the start.
-  bool busy_ = false;
+  /// Threads of the poller that run lines, and when the last of their calls was started.
+  std::size_t turns_ = 0;
+  std::chrono::steady_clock::time_point lastStart_;
+  /// The call before took long: the lines behind the next one do not wait for it.
+  bool slow_ = false;
   /// The client takes no answers any more.
   bool deaf_ = false;
   /// Nothing is read until there is room.

@@ -70,9 +70,9 @@ void UnixSocketTransport::start() {
     if (const auto connections = weak.lock()) connections->accept(std::move(accepted));
   };
   try {
-    listener_ =
-        std::make_shared<Listener>(io_, settings_->poller, std::move(socket), "mcp: UDS", std::move(accept),
-                                   [reserve = settings_->reserve] { reserve->makeRoom(); });
+    listener_ = std::make_shared<Listener>(
+        io_, settings_->poller, std::move(socket), "mcp: UDS", std::move(accept),
+        [reserve = settings_->reserve] { reserve->makeRoom(DescriptorReserve::several); });
   } catch (...) {
     ::unlink(socketPath_.c_str());  // nobody listens behind it
     throw;

@@ -9,7 +9,7 @@ namespace vorlane {
 namespace {
 
 /// How many are kept back, and as what part of the limit at most.
-constexpr rlim_t keptBack = 64;
+constexpr rlim_t keptBack = 128;
 constexpr rlim_t partKeptBack = 4;
 
 }  // namespace
@@ -29,28 +29,32 @@ std::unique_ptr<DescriptorReserve::Place> DescriptorReserve::enter(std::weak_ptr
   return std::make_unique<Place>(state_, std::move(guest), rank);
 }
 
-/// The kernel gives the lowest number that is free, so that a number tells how many are in use.
-bool DescriptorReserve::isKeptBack(int descriptor) {
+/// Either by how many connections there are, or because others use the rest: the kernel gives
+/// the lowest number that is free.
+bool DescriptorReserve::isKeptBack(int descriptor) const {
   rlimit limit{};
   if (::getrlimit(RLIMIT_NOFILE, &limit) != 0) return false;
-  return static_cast<rlim_t>(descriptor) + std::min(keptBack, limit.rlim_cur / partKeptBack) >=
-         limit.rlim_cur;
+  const auto inUse = std::max<rlim_t>(static_cast<rlim_t>(descriptor), connections_);
+  return inUse + std::min(keptBack, limit.rlim_cur / partKeptBack) >= limit.rlim_cur;
 }
 
-void DescriptorReserve::makeRoom() {
-  std::shared_ptr<Guest> leaving;
-  {
-    const std::scoped_lock hold(state_->lock);
-    for (auto& guests : state_->guests) {
-      for (auto& guest : guests) {
-        // Who was asked before, and has not gone yet, is passed over.
-        leaving = std::exchange(guest, {}).lock();
-        if (leaving) break;
-      }
-      if (leaving) break;
+/// Who was asked before, and has not gone yet, is passed over.
+std::shared_ptr<DescriptorReserve::Guest> DescriptorReserve::nextToLeave() {
+  const std::scoped_lock hold(state_->lock);
+  for (auto& guests : state_->guests) {
+    for (auto& guest : guests) {
+      if (auto leaving = std::exchange(guest, {}).lock()) return leaving;
     }
   }
-  if (leaving) leaving->cut();
+  return nullptr;
+}
+
+void DescriptorReserve::makeRoom(std::size_t count) {
+  for (; count > 0; --count) {
+    const auto leaving = nextToLeave();
+    if (!leaving) return;
+    leaving->cut();
+  }
 }
 
 }  // namespace vorlane

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <array>
+#include <atomic>
 #include <cstddef>
 #include <list>
 #include <memory>
@@ -30,10 +31,15 @@ class DescriptorReserve {
   /// leave, for as long as the result lives.
   [[nodiscard]] std::unique_ptr<Place> enter(std::weak_ptr<Guest> guest, Rank rank);
 
-  /// Whether a descriptor that was just opened lies among those that are kept back.
-  static bool isKeptBack(int descriptor);
-  /// Has the first in turn leave; nothing when there is nobody.
-  void makeRoom();
+  /// To be told of every connection of a client.
+  void opened() { ++connections_; }
+  void closed() { --connections_; }
+  /// Whether a connection that was just opened takes one of the descriptors that are kept back.
+  bool isKeptBack(int descriptor) const;
+  /// Has the first `count` in turn leave, or as many as there are.
+  void makeRoom(std::size_t count = 1);
+  /// How many leave when there was no descriptor left at all.
+  static constexpr std::size_t several = 16;
 
  private:
   using Guests = std::list<std::weak_ptr<Guest>>;
@@ -41,7 +47,10 @@ class DescriptorReserve {
     std::mutex lock;
     std::array<Guests, 2> guests;
   };
+  std::shared_ptr<Guest> nextToLeave();
+
   const std::shared_ptr<State> state_ = std::make_shared<State>();
+  std::atomic<std::size_t> connections_ = 0;
 };
 
 class DescriptorReserve::Place {

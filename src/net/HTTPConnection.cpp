@@ -40,6 +40,7 @@ ssize_t receive(int descriptor) {
 HTTPConnection::HTTPConnection(std::shared_ptr<HTTPSettings> settings, FileDescriptor socket)
     : settings_(std::move(settings)), socket_(std::move(socket)) {
   ++settings_->open;
+  settings_->reserve->opened();
 }
 
 HTTPConnection::~HTTPConnection() {
@@ -55,6 +56,7 @@ void HTTPConnection::close() {
   const std::scoped_lock hold(lock_);
   if (!socket_) return;
   --settings_->open;
+  settings_->reserve->closed();
   socket_.reset();
 }
 
@@ -118,7 +120,7 @@ void HTTPConnection::waitForRequest() {
   if (first) {
     place_ = settings_->reserve->enter(weak_from_this(), DescriptorReserve::Rank::incompleteRequest);
   }
-  const bool crowded = first && DescriptorReserve::isKeptBack(socket_.get());
+  const bool crowded = first && settings_->reserve->isKeptBack(socket_.get());
   const auto self = shared_from_this();
   waitFor(Poller::Wait::onceForBytes, &HTTPConnection::read);
   if (crowded) self->settings_->reserve->makeRoom();

@@ -80,7 +80,7 @@ void HTTPTransport::start() {
       [settings = settings_](FileDescriptor accepted) {
         std::make_shared<HTTPConnection>(settings, std::move(accepted))->read();
       },
-      [reserve = settings_->reserve] { reserve->makeRoom(); });
+      [reserve = settings_->reserve] { reserve->makeRoom(DescriptorReserve::several); });
   listener_->start();
 }
 

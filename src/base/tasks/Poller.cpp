@@ -38,8 +38,9 @@ epoll_event eventFor(Poller::Key key, Poller::Wait wait) {
 
 }  // namespace
 
-Poller::Poller(std::size_t threadLimit)
+Poller::Poller(std::size_t threadLimit, std::function<void()> working)
     : threadLimit_(threadLimit),
+      working_(std::move(working)),
       epoll_(::epoll_create1(EPOLL_CLOEXEC)),
       stopping_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
   epoll_event event{};
@@ -119,6 +120,7 @@ void Poller::run() {
     } while (count < 0 && errno == EINTR);
     if (--waiting_ == 0) startThread();
     if (count <= 0 || event.data.u64 == stopKey) return;
+    if (working_) working_();
     try {
       if (const auto found = source(event.data.u64)) found->ready();
     } catch (const std::exception& error) {

@@ -5,6 +5,7 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <thread>
@@ -38,8 +39,9 @@ class Poller {
   /// A descriptor that is watched; 0 is none.
   using Key = std::uint64_t;
 
-  /// Throws Failure when the system has no room for it.
-  explicit Poller(std::size_t threadLimit);
+  /// `working` is called before each piece of work, and must be quick. Throws Failure when
+  /// the system has no room for the poller.
+  explicit Poller(std::size_t threadLimit, std::function<void()> working = nullptr);
   ~Poller();
   Poller(const Poller&) = delete;
   Poller& operator=(const Poller&) = delete;
@@ -52,6 +54,9 @@ class Poller {
   /// Before the descriptor is closed. A call that is under way goes on.
   void remove(Key key, int descriptor);
 
+  /// Whether a thread is left for whatever comes next, so that who is busy need not make way.
+  bool hasThreadToSpare() const { return waiting_ > 0; }
+
   /// Ends and joins the threads. Not from one of them.
   void stop();
   /// Lets go of the sources that are left, after `stop`.
@@ -63,6 +68,7 @@ class Poller {
   std::shared_ptr<Source> source(Key key);
 
   const std::size_t threadLimit_;
+  const std::function<void()> working_;
   const FileDescriptor epoll_;
   const FileDescriptor stopping_;
   /// Threads that wait in the kernel, or are about to.

@@ -2,6 +2,7 @@
 
 #include "base/Failure.h"
 #include "base/ShellLog.h"
+#include "base/tasks/MemoryReturn.h"
 #include "base/tasks/Poller.h"
 
 #include <boost/asio/executor_work_guard.hpp>
@@ -56,10 +57,11 @@ unsigned workers() {
 }  // namespace
 
 struct Runtime::Contexts {
-  // The last to go: whatever else goes may still have a connection in it.
-  Poller poller{workers()};
   Context io{1};
   Context concurrent;
+  std::shared_ptr<MemoryReturn> memory =
+      std::make_shared<MemoryReturn>(io.get_executor(), concurrent.get_executor());
+  Poller poller{workers(), [this] { memory->note(); }};
   WorkGuard ioWork = asio::make_work_guard(io);
   WorkGuard concurrentWork = asio::make_work_guard(concurrent);
   std::vector<std::thread> threads;

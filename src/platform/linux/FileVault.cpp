@@ -123,26 +123,31 @@ vault::Status FileVault::remove(const SecretItem& item) {
 }
 
 std::optional<std::string> FileVault::stamp(const SecretItem& item) {
-  /// What this thread was last told in a moment.
+  /// What this thread was asked for last, and told in that moment.
   struct Told {
-    std::uint64_t moment = 0;
+    std::string folder;
+    SecretItem item;
     std::string path;
+    std::uint64_t moment = 0;
     std::optional<std::string> stamp;
   };
   static thread_local Told told;
-  auto path = folder_ + "/" + fileName(item.service) + "/" + fileName(item.account);
   const auto moment = Moment::current();
-  if (moment != 0 && told.moment == moment && told.path == path) return told.stamp;
-
-  struct stat status{};
-  std::optional<std::string> stamp;
-  if (::lstat(path.c_str(), &status) == 0) {
-    stamp = FileStamp(status).text();
-  } else if (errno == ENOENT) {
-    stamp = "absent";
+  if (told.item.account != item.account || told.item.service != item.service || told.folder != folder_) {
+    told = {folder_, item, folder_ + "/" + fileName(item.service) + "/" + fileName(item.account), 0, {}};
+  } else if (moment != 0 && told.moment == moment) {
+    return told.stamp;
   }
-  if (moment != 0) told = {moment, std::move(path), stamp};
-  return stamp;
+  struct stat status{};
+  told.moment = moment;
+  if (::lstat(told.path.c_str(), &status) == 0) {
+    told.stamp = FileStamp(status).text();
+  } else if (errno == ENOENT) {
+    told.stamp = "absent";
+  } else {
+    told.stamp.reset();
+  }
+  return told.stamp;
 }
 
 }  // namespace vorlane

@@ -64,13 +64,10 @@ std::optional<DefaultsValue> decoded(const JSONValue& value) {
 JSONFileDefaults::JSONFileDefaults(const std::string& folder, const std::string& domain)
     : folder_(folder), path_(folder + "/" + domain + ".json") {}
 
-void JSONFileDefaults::refresh() const {
-  const auto moment = Moment::current();
-  if (moment != 0 && moment == moment_) return;
-  moment_ = moment;
-  struct stat status{};
-  if (::stat(path_.c_str(), &status) != 0) {
-    if (errno != ENOENT && stamp_) shellLog(withErrno(fmt::format("user defaults {}", path_), errno));
+/// Under the lock, with what stat(2) has just said.
+void JSONFileDefaults::refresh(int statError, const struct stat& status) const {
+  if (statError != 0) {
+    if (statError != ENOENT && stamp_) shellLog(withErrno(fmt::format("user defaults {}", path_), statError));
     map_.clear();
     stamp_.reset();
     return;
@@ -95,8 +92,17 @@ void JSONFileDefaults::refresh() const {
 }
 
 std::optional<DefaultsValue> JSONFileDefaults::value(std::string_view key) const {
-  const std::scoped_lock hold(lock_);
-  refresh();
+  const auto moment = Moment::current();
+  std::unique_lock hold(lock_);
+  if (moment == 0 || moment != moment_) {
+    // Others need not wait for the file system.
+    hold.unlock();
+    struct stat status{};
+    const int error = ::stat(path_.c_str(), &status) == 0 ? 0 : errno;
+    hold.lock();
+    refresh(error, status);
+    moment_ = moment;
+  }
   const auto* found = json::find(map_, key);
   return found == nullptr ? std::nullopt : decoded(*found);
 }

@@ -22,7 +22,7 @@ class JSONFileDefaults : public UserDefaults {
   void apply(std::vector<Change> changes) override;
 
  private:
-  void refresh() const;
+  void refresh(int statError, const struct stat& status) const;
   JSONMap mapForWriting() const;
 
   const std::string folder_;
