@@ -8,8 +8,8 @@ std::string SnapshotCodec::encode(const JSONMap& map) {
   return writeJSON(map);
 }
 
-JSONMap SnapshotCodec::decode(std::string_view text) {
-  auto value = parseJSON(text);
+JSONMap SnapshotCodec::decode(std::string_view text, boost::json::storage_ptr storage) {
+  auto value = parseJSON(text, std::move(storage));
   if (!value.is_object()) throw DomainFailure("SnapshotCodec", 1, "snapshot is not a JSON object");
   return std::move(value.get_object());
 }

@@ -13,9 +13,9 @@ struct SnapshotCodec {
   /// Throws JSONWriteFailure when the map has no JSON form, a text in it that is not
   /// valid UTF-8 included; whatever is stored can be read again.
   static std::string encode(const JSONMap& map);
-  /// Throws JSONParseFailure when the text is no JSON, and DomainFailure
+  /// The map lies in `storage`. Throws JSONParseFailure when the text is no JSON, and DomainFailure
   /// ("SnapshotCodec", 1) when it is an array.
-  static JSONMap decode(std::string_view text);
+  static JSONMap decode(std::string_view text, boost::json::storage_ptr storage = {});
 };
 
 }  // namespace vorlane
