@@ -148,7 +148,7 @@ void measure(const char* what, Desk& desk, BareCurl& bare, void (Desk::*prepare)
     }));
   }
   const bench::Pair times{bench::percentile(ours, 0.5), bench::percentile(floor, 0.5)};
-  fmt::print("{} {} sheets of {} bytes: {:.0f} ms; libcurl alone: {:.0f} ms; ratio {:.2f} (at most 1.5)\n",
+  fmt::print("{} {} sheets of {} bytes: {:.0f} ms; libcurl alone: {:.0f} ms; ratio {:.2f} (at most 1.3)\n",
              what, sheets, desk.bytes(), times.ours * 1e3, times.floor * 1e3, times.ratio());
 }
 

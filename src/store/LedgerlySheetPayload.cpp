@@ -43,8 +43,8 @@ void putInto(JSONMap& map, std::string_view holder, std::string_view key, const 
 
 JSONValue cloudNotes(const JSONMap& item) {
   const auto* notes = json::find(item, "notes");
-  if (notes != nullptr && notes->is_object()) return *notes;
-  JSONMap byApplication;
+  if (notes != nullptr && notes->is_object()) return JSONValue(*notes, item.storage());
+  JSONMap byApplication(item.storage());
   if (auto text = json::nonEmptyString(item, "notes")) byApplication["ledgerly"] = *text;
   return byApplication;
 }

@@ -99,25 +99,26 @@ LedgerlyPushClient::SheetGone::SheetGone(std::int64_t remoteID)
     : Failure(fmt::format("sheet {} is gone server-side", remoteID)), remoteID_(remoteID) {}
 
 std::string LedgerlyPushClient::createBody(const std::string& title, JSONMap data) {
-  JSONMap body{
-      {"name", title}, {"type", "saved"}, {"sourceName", title}, {"metadata", {{"source", "vorlane-agent"}}}};
+  // Where the data lies, so that it need not be copied.
+  JSONMap body({{"name", title},
+                {"type", "saved"},
+                {"sourceName", title},
+                {"metadata", {{"source", "vorlane-agent"}}}},
+               data.storage());
   body["data"] = std::move(data);
   return writeJSON(body);
 }
 
 std::string LedgerlyPushClient::updateBody(const std::string& title, JSONMap data) {
-  JSONMap body{{"name", title}};
+  JSONMap body({{"name", title}}, data.storage());
   body["data"] = std::move(data);
   return writeJSON(body);
 }
 
 Task<std::int64_t> LedgerlyPushClient::create(std::string body) const {
-  auto response = co_await exchange("POST", sheetsPath, std::move(body));
-  const auto length = response.body.size();
-  const auto id =
-      co_await api.read(length, [response = std::make_shared<const URLResponse>(std::move(response))] {
-        return newSheetID(response->body);
-      });
+  const auto response = co_await exchange("POST", sheetsPath, std::move(body));
+  // Nothing is awaited from here on: also a pass that is being cancelled has to learn the number.
+  const auto id = newSheetID(response.body);
   if (!id) throw HTTPFailure(std::string("POST ") + sheetsPath, 201, "response carried no numeric sheet.id");
   co_return *id;
 }

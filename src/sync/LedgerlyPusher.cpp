@@ -9,6 +9,7 @@
 #include <boost/asio/post.hpp>
 #include <boost/asio/this_coro.hpp>
 #include <boost/asio/use_awaitable.hpp>
+#include <boost/json/monotonic_resource.hpp>
 
 #include <exception>
 #include <utility>
@@ -18,6 +19,9 @@ namespace {
 
 namespace this_coro = boost::asio::this_coro;
 using boost::asio::cancellation_type;
+
+/// What a sheet's tree and its cloud form take, for each byte of its text.
+constexpr std::size_t treeSize = 8;
 
 /// Writes down what a pass came to, sheet by sheet. A sheet that failed in it is told
 /// until the pass after, also when others went through later.
@@ -132,7 +136,9 @@ std::shared_ptr<LedgerlyPusher::Upload> LedgerlyPusher::prepare(const LedgerlyQu
                                                                 const std::string& owner) {
   auto row = queries.fetch(id);
   if (!row || row->ownerID != owner || DocumentRow::pushState(*row) != PushState::pending) return nullptr;
-  auto document = SnapshotCodec::decode(std::exchange(row->data, {}));
+  // Thousands of small pieces that live for a moment would leave the heap in shreds.
+  boost::json::monotonic_resource memory(treeSize * (row->data.size() + 1));
+  auto document = SnapshotCodec::decode(row->data, &memory);
   std::optional<std::string> body;
   if (json::arrayOfObjects(document, "categories") != nullptr) {
     auto sheet = LedgerlySheetPayload::cloudForm(std::move(document));

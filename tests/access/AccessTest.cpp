@@ -64,7 +64,7 @@ TEST(SuiteAdminSnapshot, GrantsNothingThatIsUnclear) {
 }
 
 struct AccountTest : ::testing::Test {
-  testing::TaskHarness bench;
+  testing::TaskHarness harness;
   std::optional<std::string> user = "ana";
   std::int64_t epoch = 4;
   std::shared_ptr<const Account> account =
@@ -78,7 +78,7 @@ class MCPRequestAuthorizerTest : public AccountTest {
   static constexpr auto endpoint = "https://ledgerly.test/api/ecosystem/admin-access/me";
 
   bool authorize(std::optional<AdminAccessRequirement> requirement, const std::string& as = "ana") {
-    return bench.run<bool>([&] { return authorizer.authorize(requirement, as); });
+    return harness.run<bool>([&] { return authorizer.authorize(requirement, as); });
   }
 
   std::string token = "t0k";
@@ -156,7 +156,7 @@ class ProfileSyncerTest : public AccountTest {
  protected:
   ~ProfileSyncerTest() override {
     syncer.stop();
-    bench.settle();
+    harness.settle();
   }
 
   void start() {
@@ -175,17 +175,17 @@ class ProfileSyncerTest : public AccountTest {
                     log.log()(gate->isOn() ? "on" : "off");
                   },
                   .notifications = &notifications,
-                  .executor = bench.executor(),
+                  .executor = harness.executor(),
                   .sleep = [this](std::chrono::milliseconds interval) -> Task<> {
                     sleeps.push_back(interval / std::chrono::seconds(1));
                     const auto mine = wake = std::make_shared<Event>();
                     co_await mine->wait();
                   }});
-    bench.settle();
+    harness.settle();
   }
   void letGo(std::shared_ptr<Event> event) {
     event->set();
-    bench.settle();
+    harness.settle();
   }
 
   NotificationCenter notifications;
@@ -223,7 +223,7 @@ TEST_F(ProfileSyncerTest, ClosesTheGateBeforeThePostOfAnAccountChangeReturns) {
   notifications.post(ownerEpoch);
   EXPECT_FALSE(gate->isOn());
   EXPECT_THAT(log.take(), ElementsAre()) << "the refresh action is never on the poster's stack";
-  bench.settle();
+  harness.settle();
   EXPECT_THAT(log.take(), ElementsAre("begin", "off")) << "down at once, before the new profile is known";
   letGo(hold);
   EXPECT_TRUE(gate->isEnabled("ben"));
@@ -248,7 +248,7 @@ TEST_F(ProfileSyncerTest, DropsAStaleResultWithoutALineAndNeverRunsTwoRefreshAct
   holdRefresh = std::make_shared<Event>();
   start();
   for (int i = 0; i < 3; ++i) notifications.post(ownerEpoch);
-  bench.settle();
+  harness.settle();
   EXPECT_EQ(std::ranges::count(log.lines(), "begin"), 1);
   letGo(std::exchange(holdRefresh, nullptr));
   EXPECT_EQ(std::ranges::count(log.take(), "begin"), 2) << "what waited was joined into one";

@@ -5,7 +5,7 @@ namespace vorlane::testing {
 namespace {
 
 struct RefreshClient : ::testing::Test {
-  TaskHarness bench;
+  TaskHarness harness;
   std::vector<URLRequest> requests;
   AuthTokens stored{"old-access", "old-id", "old refresh+/=~", noon, "Bearer"};
   std::string domain = "id.vorlane.test:8443";
@@ -19,7 +19,7 @@ struct RefreshClient : ::testing::Test {
       co_return URLResponse{status, {}, {}, body};
     };
     const AuthRefreshClient client{domain, "Zr4m", transport, [] { return noon; }};
-    const auto outcome = bench.run<AuthRefreshOutcome>([&] { return client.refresh(stored); });
+    const auto outcome = harness.run<AuthRefreshOutcome>([&] { return client.refresh(stored); });
     using namespace refresh_outcome;
     if (const auto* rejected = std::get_if<Rejected>(&outcome)) return "rejected: " + rejected->reason;
     if (const auto* transient = std::get_if<Transient>(&outcome)) return "transient: " + transient->reason;

@@ -13,13 +13,13 @@ const std::string sessionChanged = AuthSessionError::sessionChanged().descriptio
 
 /// A session whose transport holds each request until the test opens the gate.
 struct Session : AuthFixture {
-  TaskHarness bench;
+  TaskHarness harness;
   LogRecorder sessionLog;
   std::atomic<int> changes = 0, requests = 0, underway = 0;
   Observation counting = notifications.observe(auth::changed, [this] { ++changes; });
   std::shared_ptr<Event> gate = std::make_shared<Event>();
   URLResponse response{200, {}, {}, newTokens};
-  std::shared_ptr<AuthSession> session = makeSession(bench.executor());
+  std::shared_ptr<AuthSession> session = makeSession(harness.executor());
 
   std::shared_ptr<AuthSession> makeSession(const Executor& executor) {
     const auto clock = [] { return noon; };
@@ -44,14 +44,14 @@ struct Session : AuthFixture {
     return tokensOf(sub);
   }
   Refreshing refresh(AuthTokens current) {
-    auto started = bench.start<AuthTokens>([this, current] { return session->refresh(current); });
-    bench.settle();
+    auto started = harness.start<AuthTokens>([this, current] { return session->refresh(current); });
+    harness.settle();
     return started;
   }
   void answer(int status) {
     response = {status, {}, {}, status == 200 ? newTokens : invalidGrant};
     gate->set();
-    bench.settle();
+    harness.settle();
   }
   /// The new access token, or what the failure says; "no error" while it waits.
   static std::string endOf(const Refreshing& refresh) {
@@ -68,7 +68,7 @@ TEST_F(Session, IsUsableUntilAMinuteBeforeTheEndUnlessItCanBeRefreshed) {
                 noon + std::chrono::seconds(life), "Bearer"});
     EXPECT_EQ(session->currentUser().has_value(), handedOut.has_value()) << life;
     EXPECT_EQ(session->isAdminToken({{"ann@vorlane.test"}, {}}), handedOut.has_value()) << life;
-    EXPECT_EQ(bench.run<Token>([this] { return session->freshAccessToken(); }), handedOut);
+    EXPECT_EQ(harness.run<Token>([this] { return session->freshAccessToken(); }), handedOut);
   }
 }
 
@@ -86,8 +86,8 @@ TEST_F(Session, TenCallersCauseOneRequestAndShareItsOutcome) {
     const auto current = signIn("ann");
     std::vector<Refreshing> callers;
     for (int i = 0; i < 9; ++i) callers.push_back(refresh(current));
-    const auto tenth = bench.start<Token>([this] { return session->freshAccessToken(); });
-    bench.settle();
+    const auto tenth = harness.start<Token>([this] { return session->freshAccessToken(); });
+    harness.settle();
     vault.fail({.update = storing});
     answer(status);
     for (const auto& each : callers) EXPECT_EQ(endOf(each), end);
@@ -143,7 +143,7 @@ TEST_F(Session, TheRefreshSurvivesItsCallersAndIsNotBegunTwice) {
     const auto current = signIn("ann");
     const auto first = refresh(current);
     first->cancel();
-    bench.settle();
+    harness.settle();
     EXPECT_TRUE(first->wasCancelled()) << "who is cancelled does not wait for the network";
     const auto second = refresh(current);
     if (!somebodyStays) second->cancel();

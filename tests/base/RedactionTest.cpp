@@ -9,7 +9,7 @@ TEST(RedactionTest, StrikesOutEachSecretInEveryFormThatACloudMaySendItBackIn) {
   const Redaction redaction({"", "a+b/c=\"", "a+b"});
   const std::pair<const char*, const char*> cases[] = {
       {"as it is: a+b/c=\" a+b", "as it is: (token) (token)"},
-      {R"({"t":"a+b/c=\"","u":"a+b\/c=\""})", R"({"t":"(token)","u":"(token)"})"},
+      {R"({"t":"a+b/c=\"","u":"a+b\/c=\""})", R"j({"t":"(token)","u":"(token)"})j"},
       {"?t=a%2Bb%2Fc%3D%22&u=a%2bb%2fc%3d%22", "?t=(token)&u=(token)"},
       {"a b", "a b"},
   };

@@ -40,9 +40,9 @@ TEST(API, WordsOfACloudAreQuotedToTwoHundredCharactersOnOneLineWithoutASecret) {
   keepSecret("t0ken-of-ana");
   std::string accents, escaped;
   for (int i = 0; i < 201; ++i) accents += "é";
-  EXPECT_EQ(quoted(accents), "\"" + accents.substr(2) + "…\"");
-  EXPECT_EQ(quoted(accents.substr(2)), "\"" + accents.substr(2) + "\"");
-  EXPECT_EQ(quoted("a\n\"\\\x01"), R"("a\n\"\\\u{1}")");
+  EXPECT_EQ(cloud::quoted(accents), "\"" + accents.substr(2) + "…\"");
+  EXPECT_EQ(cloud::quoted(accents.substr(2)), "\"" + accents.substr(2) + "\"");
+  EXPECT_EQ(cloud::quoted("a\n\"\\\x01"), R"("a\n\"\\\u{1}")");
   // A secret that the cut would go through leaves nothing of itself.
   EXPECT_EQ(excerpt(std::string(195, 'x') + "t0ken-of-ana"), std::string(195, 'x') + "(toke");
 }

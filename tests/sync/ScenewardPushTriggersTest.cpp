@@ -47,7 +47,7 @@ struct TriggerHarness {
   explicit TriggerHarness(bool unwatchable = false) {
     network.unwatchable = unwatchable;
     triggers->start();
-    bench.settle();
+    harness.settle();
   }
   /// Does what each letter stands for, and tells how many passes have begun of it. Network: '+' is
   /// there, '-' is not. A reason: 'a'uthentication, 's'ignal. The pass that runs ends with a save
@@ -62,7 +62,7 @@ struct TriggerHarness {
       if (step == 'r') retries.back()->set();
       end = step;
       if (std::string_view("fdnt").contains(step)) passes.back()->set();
-      bench.settle();
+      harness.settle();
       begun += std::to_string(passes.size() - before);
     }
     return begun;
@@ -85,7 +85,7 @@ struct TriggerHarness {
     return gate.use_count() == 1 && !gate->isSet();
   }
 
-  testing::TaskHarness bench;
+  testing::TaskHarness harness;
   NotificationCenter notifications;
   std::shared_ptr<FakeSignalCenter> signals = std::make_shared<FakeSignalCenter>();
   testing::LogRecorder log;
@@ -99,7 +99,7 @@ struct TriggerHarness {
           .monitor = std::make_unique<FakeMonitor>(network),
           .notifications = notifications,
           .signals = signals,
-          .executor = bench.executor(),
+          .executor = harness.executor(),
           .log = log.log(),
           .sleep = [this](std::chrono::milliseconds time) { return delay(time); }});
 };
@@ -125,29 +125,30 @@ TEST(ScenewardPushTriggersTest, PassesBeginForEveryReasonOneAtATimeAndAgainWithA
   };
   for (const auto& [steps, begun, delays, cancelled] : cases) {
     SCOPED_TRACE(steps);
-    TriggerHarness bench;
-    EXPECT_EQ(bench.play(steps), begun);
-    EXPECT_EQ(bench.delays, delays);
-    EXPECT_EQ(std::ranges::count_if(bench.retries, TriggerHarness::wasCancelled), cancelled);
+    TriggerHarness harness;
+    EXPECT_EQ(harness.play(steps), begun);
+    EXPECT_EQ(harness.delays, delays);
+    EXPECT_EQ(std::ranges::count_if(harness.retries, TriggerHarness::wasCancelled), cancelled);
     const bool threw = std::string_view(steps).contains('t');
-    EXPECT_EQ(bench.log.take(), std::vector<std::string>(threw ? 1 : 0, "sceneward push failed: no memory"));
+    EXPECT_EQ(harness.log.take(),
+              std::vector<std::string>(threw ? 1 : 0, "sceneward push failed: no memory"));
   }
-  TriggerHarness bench(true);
-  EXPECT_EQ(bench.passes.size(), 1U) << "a network that cannot be watched counts as there";
-  EXPECT_THAT(bench.log.take(), ElementsAre("the network path is not watched: Permission denied"));
+  TriggerHarness harness(true);
+  EXPECT_EQ(harness.passes.size(), 1U) << "a network that cannot be watched counts as there";
+  EXPECT_THAT(harness.log.take(), ElementsAre("the network path is not watched: Permission denied"));
 }
 
 TEST(ScenewardPushTriggersTest, AfterAStopNothingFiresAndWhatRanIsCancelled) {
   for (const bool destroyed : {false, true}) {
     for (const std::string_view steps : {"+", "+f"}) {
-      TriggerHarness bench;
-      bench.play(steps);
-      if (destroyed) bench.triggers.reset();
-      for (int i = 0; i < 2 && bench.triggers; ++i) bench.triggers->stop();
-      EXPECT_TRUE(bench.network.cancelled);
-      EXPECT_EQ(bench.play("s-+a"), "0000");
+      TriggerHarness harness;
+      harness.play(steps);
+      if (destroyed) harness.triggers.reset();
+      for (int i = 0; i < 2 && harness.triggers; ++i) harness.triggers->stop();
+      EXPECT_TRUE(harness.network.cancelled);
+      EXPECT_EQ(harness.play("s-+a"), "0000");
       EXPECT_TRUE(
-          TriggerHarness::wasCancelled((bench.retries.empty() ? bench.passes : bench.retries).back()));
+          TriggerHarness::wasCancelled((harness.retries.empty() ? harness.passes : harness.retries).back()));
     }
   }
 }

@@ -13,7 +13,7 @@ namespace {
 
 constexpr long maximumRedirects = 16;
 constexpr std::size_t maximumHeaderBytes = std::size_t{1} << 20;
-constexpr std::size_t smallestBody = 4096;
+constexpr std::size_t countedStep = std::size_t{64} << 10;
 constexpr char protocols[] = "http,https";
 
 /// The characters of a method and of a header's name.
@@ -204,15 +204,11 @@ void CurlTransfer::giveUp() {
   memory_.reset();
 }
 
-/// Makes the body's memory as large as that. What a string would take by itself nobody counts.
+/// Counts the body as so long, in steps.
 bool CurlTransfer::reserve(std::size_t bytes) {
-  const auto capacity = response_.body.capacity();
-  if (bytes <= capacity) return true;
-  const auto wanted =
-      std::min(std::max({bytes, capacity + capacity / 2, smallestBody}), request_.maximumBody);
-  if (!makeRoom_(*this, wanted)) return false;
-  response_.body.reserve(wanted);
-  return true;
+  if (bytes <= held()) return true;
+  const auto steps = (bytes + countedStep - 1) / countedStep;
+  return makeRoom_(*this, std::min(steps * countedStep, request_.maximumBody));
 }
 
 bool CurlTransfer::takeBody(std::string_view bytes) {
@@ -252,6 +248,8 @@ void CurlTransfer::finish(int result) {
 }
 
 void CurlTransfer::fail(std::exception_ptr failure) {
+  response_.body = {};
+  memory_.reset();
   if (auto finish = std::exchange(finish_, nullptr)) finish(std::move(failure), URLResponse{});
 }
 

@@ -34,7 +34,7 @@ class CurlTransfer {
   using MakeRoom = std::function<bool(CurlTransfer& transfer, std::size_t bytes)>;
   void holdIn(AnswerMemory& memory, MakeRoom makeRoom);
   /// What the body takes so far, in bytes.
-  std::size_t held() const { return memory_->bytes(); }
+  std::size_t held() const { return memory_ ? memory_->bytes() : 0; }
   bool growTo(std::size_t bytes) { return memory_->growTo(bytes); }
   /// Gives up the answer, since all that are under way are too long together. The transfer has
   /// then to be finished.
