@@ -115,7 +115,7 @@ PathOptions takePathOptions(std::vector<std::string>& arguments) {
 
 int runProgram(const char* name, int count, char** words,
                const std::function<int(std::vector<std::string> arguments, const char* programPath)>& work) {
-  // Printing to a stream that is closed or full must not throw: the exit code still tells.
+  // Printing to a stream that is closed or full must not throw: there is still the exit code.
   const auto complain = [name](const std::string& text) {
     std::fputs(fmt::format("{}: {}\n", name, text).c_str(), stderr);
   };
