@@ -72,30 +72,6 @@ TEST(Spine, OnlyTheSignedInPersonWithAccessIsServed) {
   EXPECT_TRUE(spine.eventuallyAnswers(503));
 }
 
-TEST(Spine, AnEndpointThatFailsTurnsAccessOffUntilTheNextGoodAnswer) {
-  Spine spine;
-  spine.startServing();
-  const devcloud::Headers elsewhere{{"Location", "/elsewhere"}};
-  for (const int status : {500, 302}) {
-    spine.cloud.call(&Faults::add,
-                     {.path = "/api/user/profile", .times = 100, .status = status, .headers = elsewhere});
-    spine.cloud.call(&Faults::add, {.path = "/elsewhere",
-                                    .times = 100,
-                                    .status = 200,
-                                    .body = R"({"success":true,"profile":{"mcpAccess":true}})"});
-    spine.agent.stop(SIGTERM);
-    spine.agent.start();
-    EXPECT_TRUE(spine.eventuallyAnswers(503)) << status;
-    EXPECT_THAT(spine.agent.log(), HasSubstr("mcp: profile sync denied — response unavailable"));
-    EXPECT_TRUE(spine.cloud.call(&RequestLog::find, {.path = "/elsewhere"}).empty())
-        << "rights come from the endpoint alone";
-    spine.cloud.call(&Faults::clear);
-    spine.agent.stop(SIGTERM);
-    spine.agent.start();
-    EXPECT_TRUE(spine.eventuallyAnswers(200)) << status;
-  }
-}
-
 TEST(Spine, TokensAreRefreshedOnceStoredAndNeverLogged) {
   Spine spine;
   spine.person("auth0|ana", true);
