@@ -161,8 +161,7 @@ void benchBatch(const bench::LocalAgent& agent) {
   });
   fmt::print(
       "sceneward_bulk_apply, {} operations on {} shapes ({} bytes): {:.2f} ms; parse and sorted write: "
-      "{:.2f} "
-      "ms; ratio {:.2f} (at most 2)\n",
+      "{:.2f} ms; ratio {:.2f} (at most 2)\n",
       operations, shapes, text.size(), times.ours * 1e3, times.floor * 1e3, times.ratio());
 }
 

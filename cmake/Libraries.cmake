@@ -33,11 +33,12 @@ function(vorlane_program name)
   endif()
 endfunction()
 
-# vorlane_test(NAME SOURCES... [DEPENDS libs...] [LABELS...]): a GoogleTest
-# program; NAME is its one ctest entry, so that `./test.sh NAME` runs it. Those
-# labelled "concurrent" are also built by the target concurrent_tests.
+# vorlane_test(NAME [SERIAL] SOURCES... [DEPENDS libs...] [LABELS...] [TIMEOUT seconds]): a
+# GoogleTest program; NAME is its one ctest entry, so that `./test.sh NAME` runs it. Those
+# labelled "concurrent" are also built by the target concurrent_tests. SERIAL: it compares
+# times, so no other test runs beside it.
 function(vorlane_test name)
-  cmake_parse_arguments(arg "" "TIMEOUT" "SOURCES;DEPENDS;LABELS" ${ARGN})
+  cmake_parse_arguments(arg "SERIAL" "TIMEOUT" "SOURCES;DEPENDS;LABELS" ${ARGN})
   if(NOT arg_TIMEOUT)
     set(arg_TIMEOUT 120)
   endif()
@@ -47,7 +48,8 @@ function(vorlane_test name)
   target_include_directories(test_${name} PRIVATE ${CMAKE_SOURCE_DIR}/tests)
   vorlane_precompiled(test_${name})
   add_test(NAME ${name} COMMAND test_${name})
-  set_tests_properties(${name} PROPERTIES TIMEOUT ${arg_TIMEOUT} LABELS "${arg_LABELS}")
+  set_tests_properties(${name} PROPERTIES
+    TIMEOUT ${arg_TIMEOUT} LABELS "${arg_LABELS}" RUN_SERIAL ${arg_SERIAL})
   if("concurrent" IN_LIST arg_LABELS)
     add_dependencies(concurrent_tests test_${name})
   endif()

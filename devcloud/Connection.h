@@ -11,7 +11,7 @@
 
 namespace vorlane::devcloud {
 
-/// The server's side of TLS; hides its library from whoever holds one.
+/// The server's side of TLS; hides its library from its users.
 struct TLSContext;
 
 /// Throws Failure when the certificates do not fit.

@@ -25,7 +25,7 @@ namespace {
 /// tokens stay good when it starts on another port.
 constexpr std::string_view audience = "https://api.vorlane.test/";
 /// Changes lie in the journal until there are so many bytes of them; then, and
-/// at every start and stop, the whole state is written anew.
+/// at every start and stop, the whole state is written again.
 constexpr std::uint64_t longestJournal = std::uint64_t{32} << 20;
 
 std::filesystem::path preparedDirectory(const std::filesystem::path& directory) {

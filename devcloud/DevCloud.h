@@ -46,8 +46,8 @@ class DevCloud {
   DevCloud& operator=(const DevCloud&) = delete;
 
   /// Opens the folder, takes the ports, writes the deployment file and serves.
-  /// Throws Failure naming what is in the way: a folder in use, a port taken, a
-  /// state file that is none.
+  /// Throws Failure naming what is in the way: a folder in use, a port taken, an
+  /// unreadable state file.
   void start();
   /// Drops every connection and writes the state. Harmless when not running.
   void stop();

@@ -93,7 +93,7 @@ Fault answerFault(std::string path, const JSONValue& body, int status) {
 
 namespace {
 
-/// The answer that the fault orders, in whichever way it is told.
+/// The answer that the fault orders, in whichever form.
 void readAnswer(Fields& fields, Fault& fault) {
   if (const auto status = fields.integer("status", 200, 599)) fault.status = static_cast<int>(*status);
   if (const JSONMap* headers = fields.object("headers")) fault.headers = headersFromJSON(*headers);

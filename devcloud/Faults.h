@@ -31,7 +31,7 @@ enum class FaultCut {
 /// the hold, then the delay, then either the ordered answer or the real one, then
 /// the cut. With none of `cut`, `status`, `body` and `garbage` the real answer follows.
 ///
-/// A client that keeps connections may send a request anew by itself when a
+/// A client that keeps connections may repeat a request by itself when a
 /// connection that it has used before ends without one byte of answer: order
 /// such a cut for more than one request.
 struct Fault {
@@ -81,7 +81,7 @@ Fault faultFromJSON(const JSONMap& map);
 ///   GET    faults                {"faults": [...]}
 ///   POST   faults                orders one, see below; {"id"}
 ///   DELETE faults, faults/{id}
-///   POST   faults/release        lets go what a fault holds
+///   POST   faults/release        continues what a fault holds
 ///   GET    sleep ?ms             answers after so many milliseconds
 ///
 /// A fault is for the next "times" requests to a "path" ("match": "prefix" for
@@ -105,12 +105,12 @@ class Faults : public Service {
   std::optional<Fault> take(const Request& request);
   const std::vector<Fault>& all() const { return faults_; }
   bool remove(std::int64_t id);
-  /// Forgets all of them and lets go what they hold.
+  /// Forgets all of them and continues what they hold.
   void clear();
 
   /// Ends when `release` is called, after half an hour at the latest.
   Task<> held() const;
-  /// Lets every request go on that a fault holds now.
+  /// Continues every request that a fault holds now.
   void release();
 
  private:

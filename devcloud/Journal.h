@@ -8,13 +8,13 @@
 
 namespace vorlane::devcloud {
 
-/// Told of each change of a service's state when it has happened, in the form that
+/// Gets each change of a service's state after it has happened, in the form that
 /// the service's `restore` takes.
 using ChangeRecorder = std::function<void(JSONValue change)>;
 
 /// The changes since the state was last written whole, one JSON object a line.
 /// A change is in the file before the request that made it is answered, so that
-/// a cloud that is killed knows on its next start whatever it has said.
+/// a cloud that is killed knows everything that it has answered on its next start.
 class Journal {
  public:
   /// Opens the file, mode 0600. Throws Failure naming the path.
@@ -25,7 +25,7 @@ class Journal {
 
   /// Hands each change to `apply`, the oldest first. A last line that was cut
   /// short never was answered for and is left out. Throws what `apply` throws,
-  /// and JSONParseFailure for another line that is none.
+  /// and JSONParseFailure for another line that is no JSON.
   void replay(const std::function<void(const JSONMap& change)>& apply) const;
 
   /// Throws Failure; the file is then as it was.

@@ -35,7 +35,7 @@ struct Request {
   const std::string& parameter(std::string_view name) const;
 };
 
-/// What becomes of the connection that a response goes out on.
+/// What happens to the connection that a response goes out on.
 enum class Cut {
   none,
   /// Closed before the first byte of the response.

@@ -17,8 +17,8 @@ namespace vorlane::devcloud {
 
 class Services;
 
-/// Somebody with an account, and what the cloud is to say about them. Rights
-/// that nobody has granted are not there.
+/// A person with an account, and what the cloud answers about them. Rights
+/// that were not granted are absent.
 struct Person {
   std::string sub;
   std::string email;

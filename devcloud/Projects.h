@@ -49,7 +49,7 @@ struct Project {
   std::string owner;
   std::string name;
   Date updatedAt;
-  /// How many checkpoints the cloud has of it, plus whatever it was put with.
+  /// How many checkpoints the cloud has of it, plus the revision that it was put with.
   std::int64_t revision = 0;
   /// The oldest first.
   std::vector<Commit> commits;
@@ -78,7 +78,7 @@ class Projects : public Service {
   /// A person's commits in the order in which they were made.
   std::vector<Commit> commits(std::string_view owner) const;
   /// Adds the project or replaces it; an absent date becomes the present.
-  /// Throws FieldFailure when the id is no UUID, Failure when it is somebody else's.
+  /// Throws FieldFailure when the id is no UUID, Failure when it belongs to another person.
   const Project& put(Project project);
   bool remove(std::string_view owner, std::string_view id);
   void removeAll(std::string_view owner);

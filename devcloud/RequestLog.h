@@ -20,7 +20,7 @@ namespace vorlane::devcloud {
 
 /// A request that arrived, as tests may see it.
 struct RecordedRequest {
-  /// Counts from 1 over the server's life; clearing does not start it anew.
+  /// Counts from 1 over the server's life; clearing does not restart it.
   std::int64_t number = 0;
   Date at;
   std::string method;

@@ -29,7 +29,7 @@ class Router {
   void add(std::string method, std::string_view pattern, Scheme scheme, Handler handler);
   void add(std::string method, std::string_view pattern, Scheme scheme, PlainHandler handler);
 
-  /// Finds the handler and runs it. Whatever the handler throws becomes a
+  /// Finds the handler and runs it. What the handler throws becomes a
   /// response: an HTTPError its own, a wrong field 400, anything else 500.
   Task<Response> route(Request request) const;
 

@@ -71,9 +71,8 @@ std::string pdfWithPages(const std::vector<std::string>& pages) {
 
 std::string samplePNG() {
   return base64Decoded(
-             "iVBORw0KGgoAAAANSUhEUgAAAAQAAAAECAIAAAAmkwkpAAAAEklEQVR42mM4AAIMDGCCgTgOAI5SGAGdPYTOAAAAAElFTkS"
-             "u"
-             "QmCC")
+             "iVBORw0KGgoAAAANSUhEUgAAAAQAAAAECAIAAAAmkwkpAAAAEklEQVR42mM4AAIMDGCCgTgOAI5SGAGdPYTOAAAAAElFTk"
+             "SuQmCC")
       .value();
 }
 

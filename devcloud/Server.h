@@ -32,8 +32,8 @@ class Server {
 
   /// Starts the thread. Every complete request goes to `handler`.
   void run(Handler handler);
-  /// Ends at once, whatever is under way: connections are dropped and work that
-  /// waits is destroyed. What the handler stands on has to be there still.
+  /// Ends at once: connections are dropped and work that
+  /// waits is destroyed. What the handler uses has to exist still.
   void stop();
 
  private:

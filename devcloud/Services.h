@@ -33,7 +33,7 @@ class Services {
  public:
   using Recorder = std::function<void(std::string_view stateName, JSONValue change)>;
 
-  /// `record` is told of each change of a service's state, once all services are made.
+  /// `record` gets each change of a service's state, once all services are made.
   Services(CloudSettings settings, Recorder record);
 
   const CloudSettings& settings() const { return settings_; }

@@ -6,7 +6,7 @@
 namespace vorlane::devcloud {
 namespace {
 
-/// The array under `key`, made anew when there is none.
+/// The array under `key`, made when it is missing.
 JSONArray& arrayAt(JSONMap& map, std::string_view key) {
   JSONValue& value = map[key];
   if (!value.is_array()) value = JSONArray();

@@ -56,7 +56,7 @@ class Sheets : public Service {
   std::vector<Sheet> ownedBy(std::string_view owner) const;
   /// Adds a sheet (id 0), or replaces the person's sheet of that id, which may
   /// be a new one. Sets the dates that are absent. Throws Failure when the id
-  /// is somebody else's or below 1000, and
+  /// belongs to another person or is below 1000, and
   /// FieldFailure when the document nests too deep to be answered.
   const Sheet& put(Sheet sheet);
   bool remove(std::string_view owner, std::int64_t id);

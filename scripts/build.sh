@@ -10,7 +10,7 @@ fi
 preset=$1
 shift
 
-# The precompiled header is made anew in each build folder, from the same text each time;
+# Each build folder has its own precompiled header, made of the same text;
 # and relative paths let two clones share what was compiled.
 export CCACHE_SLOPPINESS=pch_defines,time_macros CCACHE_BASEDIR=$here CCACHE_NOHASHDIR=1
 

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Installs what is missing of the packages of the named groups. Does nothing,
 # and asks for nothing, when all are there. A line's third word is a command that
-# stands for the package: where it is there already, however it came, nothing is installed.
+# stands for the package: where the command exists already, nothing is installed.
 set -euo pipefail
 here=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 

@@ -16,12 +16,12 @@ class LocalAIRegistry {
  public:
   virtual ~LocalAIRegistry() = default;
 
-  /// Who would serve the task now; null when nobody can. Looks for nothing new.
+  /// The provider that would serve the task now; null when there is none. Looks for no new ones.
   virtual Task<std::shared_ptr<LocalAIProvider>> provider(AITask task) = 0;
-  /// The sentence that tells the person why nobody serves the task.
+  /// The sentence that explains to the person why no provider serves the task.
   virtual Task<std::string> unavailableReason(AITask task) = 0;
-  /// Has the call run by whoever serves its task, and records how it went. Throws
-  /// AIError, providerUnavailable when nobody does.
+  /// Runs the call on the provider of its task, and records how it went. Throws
+  /// AIError, providerUnavailable when there is none.
   virtual Task<AIResult> runAndLog(AICall call) = 0;
 };
 

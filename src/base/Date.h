@@ -11,7 +11,7 @@ namespace vorlane {
 /// A moment in UTC, in microseconds.
 using Date = std::chrono::sys_time<std::chrono::microseconds>;
 
-/// Tells the present. Injected wherever a test has to steer it.
+/// Gives the present time. Injected where a test has to control it.
 using Clock = std::function<Date()>;
 
 Date now();

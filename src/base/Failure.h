@@ -30,7 +30,7 @@ class DomainFailure : public Failure {
   long code_;
 };
 
-/// The work was cancelled by whoever asked for it.
+/// The work was cancelled by its caller.
 class CancelledFailure : public Failure {
  public:
   CancelledFailure() : Failure("The operation was cancelled.") {}
@@ -42,12 +42,12 @@ class TimeoutFailure : public Failure {
   explicit TimeoutFailure(const std::string& what) : Failure(what + " timed out.") {}
 };
 
-/// What to tell a person about any exception: the description of a Failure,
+/// The text to show a person for any exception: the description of a Failure,
 /// the message of a system error, what() of the rest. Never throws.
 std::string describe(const std::exception& error);
 std::string describe(const std::exception_ptr& error);
 
-/// True when the exception says that work was cancelled, in whichever of the
+/// True when the exception says that work was cancelled, in either of the
 /// two forms it takes: our own, or Asio's operation_aborted.
 bool isCancellation(const std::exception& error);
 

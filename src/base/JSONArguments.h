@@ -7,7 +7,7 @@
 #include <string>
 #include <string_view>
 
-/// How values are read out of JSON that somebody else wrote: leniently by type,
+/// How values are read out of JSON that others wrote: leniently by type,
 /// in one place. A missing key and a value of another type read alike, as
 /// absent. A boolean is never a number. A double with an exact integer value
 /// counts as a whole number, another double does not.

@@ -47,7 +47,7 @@ std::string reasonIn(std::string_view answer) {
   return {};
 }
 
-/// connect(2) to the socket in the folder. By way of a descriptor of the folder
+/// connect(2) to the socket in the folder. Through a descriptor of the folder
 /// where the path is longer than an address has room for.
 int connectSocket(int socket, const std::string& folder, const std::string& path) {
   sockaddr_un address{};

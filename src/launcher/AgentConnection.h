@@ -21,9 +21,9 @@ class AgentConnection {
   AgentConnection(const AgentConnection&) = delete;
   AgentConnection& operator=(const AgentConnection&) = delete;
 
-  /// Looks for the agent anew, since it may by now be running elsewhere: in the
-  /// container that was named; else in the one that the agent started last has
-  /// left word of, then in the usual one. False when none listens.
+  /// Looks for the agent again, since it may be running elsewhere now: in the
+  /// container that was named; else in the one that the last agent has
+  /// written down, then in the usual one. False when none listens.
   bool connect();
   void close();
   bool connected() const { return socket_ >= 0; }

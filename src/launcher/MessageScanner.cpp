@@ -195,7 +195,7 @@ void MessageScanner::endValue() {
 
 void MessageScanner::keep(std::string_view bytes) {
   if (state_ == State::nameText) {
-    // One byte more than a name can have tells that it is another.
+    // One byte more than a name can have shows that it is another.
     name_ += bytes.substr(0, std::min(bytes.size(), longestName + 1 - name_.size()));
   } else if (role_ == Role::id) {
     value_ += bytes;

@@ -80,13 +80,13 @@ class Relay {
   bool sendingEnded_ = false;
   /// Something went over this connection.
   bool used_ = false;
-  /// The person has been told that the agent is away.
+  /// The person has been shown that the agent is away.
   bool away_ = false;
   Clock::time_point nextAttempt_;
   /// Until then a line waits for the agent to come (back), with pauses between
   /// the attempts; later each line that comes makes one.
   Clock::time_point patience_;
-  /// Set once the input has ended: when to end, whatever is still missing, unless something moves.
+  /// Set once the input has ended: when to end, even with answers missing, unless something moves.
   std::optional<Clock::time_point> deadline_;
   /// The client has gone; and everything that it wrote was read.
   bool hungUp_ = false;

@@ -57,7 +57,7 @@ ssize_t StandardOutput::write(std::string_view bytes) const {
 void notice(std::string_view text) {
   const auto line = "vorlane-mcp-launcher: " + std::string(text) + "\n";
   if (!hasRoom(STDERR_FILENO)) return;
-  // There is nobody to tell of a failure.
+  // Nobody would see a failure.
   [[maybe_unused]] const auto written = ::write(STDERR_FILENO, line.data(), line.size());
 }
 

@@ -10,8 +10,8 @@ namespace vorlane {
 class FileDescriptor;
 
 /// Says that this process is the one agent of its container, for as long as the
-/// object lives. The kernel lets go when the process ends, however it ends, so a
-/// stale file never blocks anybody. The file holds the process id, for people to
+/// object lives. The kernel releases it when the process ends, however it ends, so a
+/// stale file never blocks an agent. The file holds the process id, for people to
 /// read, and is never removed.
 class InstanceLock {
  public:

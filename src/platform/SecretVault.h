@@ -48,7 +48,7 @@ class SecretVault {
 
   /// A cheap mark of the item's present state: as long as it stays equal the item
   /// is unchanged, also when another process may write it. Nothing when the vault
-  /// cannot tell, and the item then has to be read.
+  /// does not know, and the item then has to be read.
   virtual std::optional<std::string> stamp(const SecretItem& item) = 0;
 };
 

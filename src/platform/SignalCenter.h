@@ -16,7 +16,7 @@ class SignalCenter {
 
   /// Signals every process that observes `name`. Observers of this process run on
   /// the calling thread before post returns, and once for each post of its own.
-  /// Never throws; a signal that cannot be sent is logged, and false tells it.
+  /// Never throws; false when a signal cannot be sent, which is also logged.
   virtual bool post(std::string_view name) = 0;
 
   /// `handler` runs at least once after each post of any process; posts in quick

@@ -32,7 +32,7 @@ struct URLRequest {
   /// How long nothing may move, in either direction; in whole seconds, 0 for as long as the
   /// exchange may take.
   std::chrono::seconds idleTimeout{0};
-  /// Sent anew, once, when a connection that has been kept open turns out to be closed before
+  /// Sent again, once, when a connection that has been kept open turns out to be closed before
   /// any answer has come. Off for what a server must not do twice, since it may have acted on
   /// the first.
   bool retryOnStaleConnection = true;

@@ -31,7 +31,7 @@ std::optional<std::map<std::string, std::string>> strings(const JSONMap* map) {
   return result;
 }
 
-/// Stores the value, if there is one, and tells whether there was.
+/// Stores the value, if there is one, and returns whether there was.
 template <class Value>
 bool take(Value& field, std::optional<Value> value) {
   if (!value) return false;

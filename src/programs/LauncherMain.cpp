@@ -26,7 +26,7 @@ std::optional<std::string> variable(const char* name) {
   return entry->pw_dir;
 }
 
-/// Whoever started us may have blocked or ignored these.
+/// The program that started us may have blocked or ignored these.
 void setUpSignals() {
   std::signal(SIGPIPE, SIG_IGN);
   struct sigaction action{};

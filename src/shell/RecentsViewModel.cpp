@@ -94,7 +94,7 @@ Task<> RecentsViewModel::reloadOnce() {
   auto items = co_await onExecutor(
       settings_.worker, [this, user, filter = appFilter_]() -> Task<std::optional<std::vector<RecentItem>>> {
         auto found = read(*user, filter);
-        // Of somebody who has left meanwhile nothing is shown; the change asks for a reload of its own.
+        // Nothing is shown of an account that has signed out meanwhile; that change causes its own reload.
         if (settings_.userIDProvider() != user) co_return std::nullopt;
         co_return std::move(found);
       });
@@ -119,7 +119,7 @@ void RecentsViewModel::show(std::vector<RecentItem> items) {
   shown_.post(itemsChanged);
 }
 
-/// An entry's document is looked at only when the entry may be shown: the row tells its
+/// An entry's document is looked at only when the entry may be shown: the row names its
 /// application, and the list is full after the first few.
 std::vector<RecentItem> RecentsViewModel::read(const std::string& user,
                                                std::optional<VorlaneApp> filter) const {

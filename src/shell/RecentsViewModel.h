@@ -46,7 +46,7 @@ class RecentsViewModel : public std::enable_shared_from_this<RecentsViewModel> {
   explicit RecentsViewModel(Settings settings);
 
   /// Reloads from here on after each change of the account, and after each change of
-  /// the recents of whoever the last reload was for.
+  /// the recents of the account that the last reload was for.
   void subscribe();
 
   /// Ends when a reload that began after this call has ended. It does not fail: what

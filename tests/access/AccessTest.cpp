@@ -162,7 +162,8 @@ class ProfileSyncerTest : public AccountTest {
   void start() {
     syncer.start({.gate = gate,
                   .api = {.send = [this](URLRequest request) -> Task<URLResponse> {
-                            const URLResponse response{.status = 200, .url = request.url, .body = body};
+                            EXPECT_FALSE(request.followRedirects);
+                            const URLResponse response{.status = status, .url = request.url, .body = body};
                             if (hold) co_await hold->wait();
                             co_return response;
                           },
@@ -190,6 +191,7 @@ class ProfileSyncerTest : public AccountTest {
 
   NotificationCenter notifications;
   testing::LogRecorder log;
+  int status = 200;
   std::string body = granted;
   std::shared_ptr<Event> hold, holdRefresh, wake;
   std::vector<long> sleeps;
@@ -202,12 +204,15 @@ TEST_F(ProfileSyncerTest, BacksOffWhileNothingChangesAndDeniesWhatIsUnclear) {
   body = R"({"profile":{"mcpAccess":false}})";
   for (int i = 0; i < 2; ++i) letGo(wake);
   EXPECT_THAT(sleeps, ElementsAre(300, 600, 1200, 2400, 3600, 3600, 300, 600));
-  const std::pair<std::optional<std::string>, const char*> cases[] = {
-      {"ana", R"({"profile":{"mcpAccess":true},"success":"yes"})"},
-      {"ana", R"({"profile":{"mcpAccess":1}})"},
-      {std::nullopt, granted}};
-  for (const auto& [who, unclear] : cases) {
+  const std::tuple<std::optional<std::string>, const char*, int> cases[] = {
+      {"ana", R"({"profile":{"mcpAccess":true},"success":"yes"})", 200},
+      {"ana", R"({"profile":{"mcpAccess":1}})", 200},
+      {"ana", granted, 302},
+      {"ana", granted, 500},
+      {std::nullopt, granted, 200}};
+  for (const auto& [who, unclear, code] : cases) {
     user = who;
+    status = code;
     gate->set(true, "ana");
     body = unclear;
     start();

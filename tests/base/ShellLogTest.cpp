@@ -1,6 +1,7 @@
 #include "base/ShellLog.h"
 
 #include "base/FileDescriptor.h"
+#include "support/TemporaryFolder.h"
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
@@ -23,13 +24,10 @@ namespace {
 namespace fs = std::filesystem;
 
 struct TheShellLog : ::testing::Test {
-  const std::string folder = "/tmp/vorlane-log-" + std::to_string(getpid());
+  const testing::TemporaryFolder folder;
 
-  void SetUp() override { fs::create_directory(folder); }
-  void TearDown() override { fs::remove_all(folder); }
-
-  std::string path(const char* name = "shell.log") const { return folder + "/" + name; }
-  std::vector<std::string> lines(const char* name = "shell.log") const {
+  std::string path(const std::string& name = "shell.log") const { return folder.path(name); }
+  std::vector<std::string> lines(const std::string& name = "shell.log") const {
     std::ifstream in(path(name));
     std::vector<std::string> found;
     for (std::string line; std::getline(in, line);) found.push_back(line);
@@ -49,16 +47,16 @@ TEST_F(TheShellLog, WritesOneLineForEachMessageToAPrivateFile) {
 }
 
 TEST_F(TheShellLog, LeavesWhatIsNotThePersonsOwnFileForAnotherAndSaysSoOnce) {
-  std::ofstream(path("precious")) << "kept";
-  fs::create_symlink(path("precious"), path("link"));
-  fs::create_symlink(path("nowhere"), path("dangling"));
+  for (const char* name : {"precious", "twice"}) folder.write(name, "kept");
+  folder.link("link", "precious");
+  folder.link("dangling", "nowhere");
   ASSERT_EQ(mkfifo(path("pipe").c_str(), 0600), 0);
   fs::create_directory(path("folder"));
-  std::ofstream(path("twice")) << "kept";
   fs::create_hard_link(path("twice"), path("second name"));
   std::string foreign = "/etc/passwd", owner = "0";
   if (geteuid() == 0) {
-    std::ofstream(foreign = path("foreign")) << "";
+    folder.write("foreign", "");
+    foreign = path("foreign");
     ASSERT_EQ(chown(foreign.c_str(), 65534, 65534), 0);
     owner = "65534";
   }
@@ -82,31 +80,24 @@ TEST_F(TheShellLog, LeavesWhatIsNotThePersonsOwnFileForAnotherAndSaysSoOnce) {
   }
   EXPECT_THAT(lines("precious"), ::testing::ElementsAre("kept"));
   EXPECT_THAT(lines("twice"), ::testing::ElementsAre("kept"));
+  ShellLog(path("later/shell.log"), "test", path("unused")).write("lost until there is a folder");
+  EXPECT_FALSE(fs::exists(path("later")) || fs::exists(path("unused")));
   EXPECT_TRUE(!fs::exists(path("nowhere")) && (geteuid() != 0 || fs::is_empty(foreign)));
-}
-
-TEST_F(TheShellLog, OnlyWaitsForAFolderThatIsMissing) {
-  const ShellLog log(path("later/shell.log"), "test", path("state.log"));
-  log.write("lost");
-  fs::create_directory(path("later"));
-  log.write("kept");
-  EXPECT_THAT(lines("later/shell.log"), ::testing::ElementsAre(::testing::EndsWith("kept")));
-  EXPECT_EQ(log.path(), path("later/shell.log"));
 }
 
 TEST_F(TheShellLog, GoesToAnotherFileWhenItIsFullAndCannotMove) {
   const std::string large(2'000'000, 'x');
   for (const bool beingMoved : {false, true}) {
     const auto name = std::to_string(beingMoved);
-    const ShellLog log(path(name.c_str()), "test", path("state.log"), 1000);
+    const ShellLog log(path(name), "test", path("state.log"), 1000);
     log.write("small");
-    if (!beingMoved) fs::create_directory(path(name.c_str()) + ".1");
-    const FileDescriptor other(::open(path(name.c_str()).c_str(), O_RDONLY));
+    if (!beingMoved) fs::create_directory(path(name) + ".1");
+    const FileDescriptor other(::open(path(name).c_str(), O_RDONLY));
     // Whoever moves it holds this lock, for a moment as a rule.
     if (beingMoved) ASSERT_EQ(flock(other.get(), LOCK_EX), 0);
     ::testing::internal::CaptureStderr();
     log.write(large);
-    EXPECT_EQ(log.path(), path(beingMoved ? name.c_str() : "state.log"));
+    EXPECT_EQ(log.path(), path(beingMoved ? name : "state.log"));
     log.write("last");
     EXPECT_EQ(log.path(), path("state.log"));
     EXPECT_THAT(::testing::internal::GetCapturedStderr(), ::testing::HasSubstr("full and cannot be moved"));
@@ -118,7 +109,7 @@ TEST_F(TheShellLog, MovesOnceWhenSeveralFindItFullAtTheSameTime) {
   const std::string full(1000, 'x');
   for (int round = 0; round < 500; ++round) {
     fs::remove(path("shell.log.1"));
-    std::ofstream(path()) << full;
+    folder.write("shell.log", full);
     std::latch ready(8);
     {
       std::vector<std::jthread> writers;

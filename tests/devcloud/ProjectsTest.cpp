@@ -106,19 +106,5 @@ TEST_F(ProjectsTest, SixtyFourMebibytesAreTakenAndNotAByteMore) {
   EXPECT_EQ(cloud.call(&Projects::commits, demo).at(0).payloadBytes, 64 << 20);
 }
 
-TEST_F(ProjectsTest, AFaultCanReplaceTheReceiptWhileTheSaveTakesEffect) {
-  const std::string path = "/api/v1/projects/" + project + "/checkpoints";
-  const std::string body = writeJSON(checkpoint(operation, 0));
-  Fault lost = answerFault(path, JSONMap{{"checkpointId", "wrong"}}, 500);
-  lost.effect = true;
-  cloud.call(&Faults::add, lost);
-  cloud.call(&Faults::add, redirectFault(path, "https://127.0.0.1:1/", 307));
-  EXPECT_EQ(save(body).at("checkpointId"), "wrong");
-  EXPECT_EQ(save(body).status, 307);
-  EXPECT_EQ(save(body).at("committedManifestRevision"), "1");
-  EXPECT_EQ(cloud.call(&Projects::commits, demo).at(0).received, 2)
-      << "the redirected save reached no handler";
-}
-
 }  // namespace
 }  // namespace vorlane::devcloud

@@ -80,30 +80,6 @@ TEST(Spine, OnlyTheSignedInPersonWithAccessIsServed) {
   EXPECT_TRUE(spine.eventuallyAnswers(503));
 }
 
-TEST(Spine, AnEndpointThatFailsTurnsAccessOffUntilTheNextGoodAnswer) {
-  Spine spine;
-  spine.startServing();
-  const devcloud::Headers elsewhere{{"Location", "/elsewhere"}};
-  for (const int status : {500, 302}) {
-    spine.cloud.call(&Faults::add,
-                     {.path = "/api/user/profile", .times = 100, .status = status, .headers = elsewhere});
-    spine.cloud.call(&Faults::add, {.path = "/elsewhere",
-                                    .times = 100,
-                                    .status = 200,
-                                    .body = R"({"success":true,"profile":{"mcpAccess":true}})"});
-    spine.agent.stop(SIGTERM);
-    spine.agent.start();
-    EXPECT_TRUE(spine.eventuallyAnswers(503)) << status;
-    EXPECT_THAT(spine.agent.log(), HasSubstr("mcp: profile sync denied — response unavailable"));
-    EXPECT_TRUE(spine.cloud.call(&RequestLog::find, {.path = "/elsewhere"}).empty())
-        << "rights come from the endpoint alone";
-    spine.cloud.call(&Faults::clear);
-    spine.agent.stop(SIGTERM);
-    spine.agent.start();
-    EXPECT_TRUE(spine.eventuallyAnswers(200)) << status;
-  }
-}
-
 TEST(Spine, TokensAreRefreshedOnceStoredAndNeverLogged) {
   Spine spine;
   spine.person("auth0|ana", true);
@@ -122,30 +98,6 @@ TEST(Spine, TokensAreRefreshedOnceStoredAndNeverLogged) {
     }
   }
   EXPECT_THAT(log, Not(HasSubstr(spine.token)));
-}
-
-TEST(Spine, ADeadGrantSignsOutAndAFlakyProviderDoesNot) {
-  Spine spine;
-  spine.person("auth0|ana", true);
-  spine.signIn("auth0|ana", 30);
-  // The fault stays until the agent has ended: several services ask for a token at the start, and
-  // one that was let through would leave tokens too fresh for the next start to refresh.
-  spine.cloud.call(
-      &Faults::add,
-      {.path = "/oauth/token", .times = 100, .status = 500, .body = R"({"error":"invalid_grant"})"});
-  spine.agent.start();
-  ASSERT_TRUE(eventually([&] {
-    return spine.agent.log().find("AuthSession: refresh deferred — auth0 500: ") != std::string::npos;
-  }));
-  EXPECT_TRUE(std::filesystem::exists(spine.vaultFile()));
-
-  spine.agent.stop(SIGINT);
-  spine.cloud.call(&Faults::clear);
-  spine.cloud.call(&devcloud::Identity::revoke, "auth0|ana");
-  spine.agent.start();
-  ASSERT_TRUE(eventually(
-      [&] { return spine.agent.log().find("AuthSession: SIGNED OUT — auth0 ") != std::string::npos; }));
-  EXPECT_TRUE(eventually([&] { return !std::filesystem::exists(spine.vaultFile()); }));
 }
 
 TEST(Spine, EveryAcknowledgedWriteIsThereAfterAKillInAStorm) {

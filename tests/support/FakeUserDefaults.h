@@ -9,7 +9,7 @@
 
 namespace vorlane::testing {
 
-/// User defaults in memory, which can be told to refuse writes.
+/// User defaults in memory, which can be made to refuse writes.
 class FakeUserDefaults : public UserDefaults {
  public:
   std::optional<DefaultsValue> value(std::string_view key) const override {

@@ -11,7 +11,7 @@
 namespace vorlane::testing {
 
 /// A vault in memory. Writes are counted, so that its stamp is exact; reads, updates
-/// and removals can be told to fail with a status, and the stamp to be away.
+/// and removals can be made to fail with a status, and the stamp to be missing.
 class FakeVault : public SecretVault {
  public:
   struct Faults {

@@ -28,7 +28,7 @@ struct Started {
   boost::asio::cancellation_signal cancellation;
 
   void cancel() { cancellation.emit(boost::asio::cancellation_type::terminal); }
-  /// Whether it ended because it was cancelled, in whichever form that is told.
+  /// Whether it ended because it was cancelled, in either form.
   bool wasCancelled() const {
     try {
       if (failure) std::rethrow_exception(failure);

@@ -20,7 +20,7 @@ inline constexpr char standardDefaultsDomain[] = "com.vorlane.agent";
 using Environment = std::function<std::optional<std::string>(const char* name)>;
 Environment processEnvironment();
 
-/// What a program was told on its command line.
+/// The paths that a program got on its command line.
 struct PathOptions {
   std::optional<std::string> container;
   std::optional<std::string> deployment;
@@ -47,7 +47,7 @@ struct Paths {
   std::optional<std::string> configHome;
   /// The folder of rendered clips; absent like the container.
   std::optional<std::string> renderCache;
-  /// The file that tells launchers which container the last agent used; absent without HOME.
+  /// The file that names the container of the last agent to launchers; absent without HOME.
   std::optional<std::string> launcherPointer;
   std::string shellLog;
   /// Takes the log where `shellLog` is not the person's own file; absent like the container.

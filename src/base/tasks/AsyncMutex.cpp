@@ -12,7 +12,7 @@ struct AsyncMutex::State {
 
   std::mutex lock;
   bool held = false;
-  /// Those who wait, the first in front. Whoever is taken out of here holds the lock.
+  /// The waiters, the first in front. The one that is taken out of here holds the lock.
   std::deque<Turn> waiting;
 
   /// Nothing when the caller holds the lock now, else its place in the queue.
@@ -45,7 +45,7 @@ struct AsyncMutex::State {
 AsyncMutex::AsyncMutex() : state_(std::make_shared<State>()) {}
 
 Task<AsyncMutex::Hold> AsyncMutex::lock() {
-  /// Gives the place back when the coroutine ends before its turn, in whichever way.
+  /// Gives the place back when the coroutine ends before its turn, however it ends.
   struct Place {
     std::shared_ptr<State> state;
     State::Turn turn;

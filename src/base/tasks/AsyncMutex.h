@@ -7,7 +7,7 @@
 
 namespace vorlane {
 
-/// A lock for tasks, which may be held across suspensions: whoever waits for it holds no
+/// A lock for tasks, which may be held across suspensions: a task that waits for it holds no
 /// thread. It is handed on in the order in which it was asked for. Callable from any
 /// thread and executor.
 class AsyncMutex {

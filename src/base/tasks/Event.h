@@ -8,8 +8,8 @@ namespace vorlane {
 
 /// Becomes set once and stays so; any number of tasks may wait for it, on any
 /// executor. A waiter that is cancelled leaves the others waiting. Callable
-/// from any thread; may be destroyed while somebody waits, who then waits until
-/// cancelled.
+/// from any thread; may be destroyed while a task waits, which then waits until
+/// it is cancelled.
 class Event {
  public:
   Event();

@@ -43,7 +43,7 @@ class HeadlessMainLoop : public MainLoop {
   WorkGuard work_ = asio::make_work_guard(context_);
 };
 
-/// A context that can be told to destroy the work that it still holds.
+/// A context that can destroy the work that it still holds.
 class Context : public asio::io_context {
  public:
   using asio::io_context::io_context;

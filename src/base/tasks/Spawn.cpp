@@ -34,7 +34,7 @@ void spawn(const Executor& executor, std::string name, TaskBody body, std::funct
     // Work that never waited would end by a post, which wakes another thread for nothing.
     co_await boost::asio::defer(boost::asio::use_awaitable);
   };
-  // It may begin on this stack: it must not find the context of whoever spawns it,
+  // It may begin on this stack: it must not find the context of the code that spawns it,
   // unless its own executor carries that.
   const TaskContextScope none(nullptr);
   boost::asio::co_spawn(executor, std::move(whole),

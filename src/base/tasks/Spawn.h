@@ -18,7 +18,7 @@ using TaskBody = std::function<Task<>()>;
 /// "NAME failed: DESCRIPTION"; a cancellation ends silently.
 void spawn(const Executor& executor, std::string name, TaskBody body);
 
-/// The same, but the work's end is told: `ended` is called once, on `executor`.
+/// The same, and `ended` is called once when the work has ended, on `executor`.
 void spawn(const Executor& executor, std::string name, TaskBody body, std::function<void()> ended);
 
 /// Starts `body` on this thread, which need not be one of `executor`'s, and comes back when it

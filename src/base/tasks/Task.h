@@ -5,7 +5,7 @@
 
 namespace vorlane {
 
-/// An asynchronous operation. It runs on the executor of whoever spawns or
+/// An asynchronous operation. It runs on the executor of the code that spawns or
 /// awaits it; its parameters are by value; what it throws reaches the awaiter.
 template <class T = void>
 using Task = boost::asio::awaitable<T>;

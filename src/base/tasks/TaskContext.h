@@ -13,7 +13,7 @@
 namespace vorlane {
 
 /// What follows a task into everything that it spawns on its own executor.
-/// Derived by whoever has something to carry; immutable once installed.
+/// Derive from it to carry something; immutable once installed.
 class TaskContext {
  public:
   virtual ~TaskContext() = default;

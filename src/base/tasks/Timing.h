@@ -22,7 +22,7 @@ namespace vorlane {
 /// Sleeps on the caller's executor. Cancelling it throws.
 Task<> sleepFor(std::chrono::milliseconds duration);
 
-/// Sleeps for an interval; injected where a test has to steer time.
+/// Sleeps for an interval; injected where a test has to control time.
 using Sleeper = std::function<Task<>(std::chrono::milliseconds)>;
 
 /// The result of `work`, or TimeoutFailure(`what`) when it has not ended in

@@ -34,12 +34,12 @@ void prepareAppGroupContainer(const std::string& folder) {
   if (const int error = files::makeFolders(folder); error != 0) {
     throw Failure(withErrno(fmt::format("The container {} cannot be made", folder), error));
   }
-  // Whoever owns a link decides where the secrets go. Root may.
+  // The owner of a link decides where the secrets go. Root may own one.
   struct stat status{};
   if (::lstat(folder.c_str(), &status) == 0 && S_ISLNK(status.st_mode) && status.st_uid != 0) {
     requireOwn("link to the container", folder, status.st_uid);
   }
-  // What is looked at and what is changed is the same folder, whatever happens to the name.
+  // What is looked at and what is changed is the same folder, also when the name changes meanwhile.
   const FileDescriptor fd(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   const int error = errno;
   if (fd ? ::fstat(fd.get(), &status) != 0 : ::stat(folder.c_str(), &status) != 0) {

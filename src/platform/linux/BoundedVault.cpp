@@ -10,7 +10,7 @@
 namespace vorlane {
 namespace {
 
-/// One call, shared by whoever waits for it and the thread that makes it.
+/// One call, shared by its caller and the thread that makes it.
 struct Call {
   std::condition_variable ended;
   std::optional<SecretVault::Read> result;
@@ -58,7 +58,7 @@ struct BoundedVault::State {
   void perform(const std::shared_ptr<Call>& call, const std::function<Read(InterruptibleVault&)>& work) {
     {
       const std::scoped_lock hold(lock);
-      // What nobody waits for any more must not happen behind their back.
+      // A call that was given up must not take effect later.
       if (call->abandoned) return;
       running = call.get();
       slow->reset();

@@ -12,7 +12,7 @@
 namespace vorlane {
 
 /// Puts a bound on a vault that may hang: its calls run on a thread of their own,
-/// and whoever calls waits `patience` at most, then gets notAvailable. After
+/// and a caller waits `patience` at most, then gets notAvailable. After
 /// that, calls fail at once until a back-off has passed, which doubles with each
 /// further time-out up to `longestBackOff`.
 class BoundedVault : public SecretVault {

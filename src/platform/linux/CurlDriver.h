@@ -23,7 +23,7 @@ class CurlDriver {
   CurlDriver(const CurlDriver&) = delete;
   CurlDriver& operator=(const CurlDriver&) = delete;
 
-  /// Starts a transfer. Its end is told on the driver's thread.
+  /// Starts a transfer. Its end is reported on the driver's thread.
   void start(std::shared_ptr<CurlTransfer> transfer);
   /// Cuts a transfer, which ends with operation_aborted unless it has ended.
   void cancel(std::shared_ptr<CurlTransfer> transfer);

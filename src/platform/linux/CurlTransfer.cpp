@@ -114,7 +114,7 @@ void CurlTransfer::configureBody() {
     curl_easy_setopt(easy, CURLOPT_POST, 1L);
     curl_easy_setopt(easy, CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(request_.body.size()));
     if (!request_.retryOnStaleConnection) {
-      // Read by a callback that cannot be rewound, so that the library cannot begin anew.
+      // Read by a callback that cannot be rewound, so that the library cannot start again.
       curl_easy_setopt(easy, CURLOPT_READFUNCTION, &CurlTransfer::bodyWanted);
       curl_easy_setopt(easy, CURLOPT_READDATA, this);
     } else {

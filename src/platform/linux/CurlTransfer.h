@@ -19,8 +19,8 @@ class CurlTransfer {
  public:
   using Finish = std::move_only_function<void(std::exception_ptr, URLResponse)>;
 
-  /// Throws TransportFailure when the request cannot be sent as it is: an address
-  /// that is none, a method or header with characters that may not be there.
+  /// Throws TransportFailure when the request cannot be sent as it is: an invalid
+  /// address, or characters that a method or header may not have.
   CurlTransfer(URLRequest request, const CurlTrust& trust, const std::string& noProxy);
   CurlTransfer(const CurlTransfer&) = delete;
   CurlTransfer& operator=(const CurlTransfer&) = delete;
@@ -40,7 +40,7 @@ class CurlTransfer {
   /// then to be finished.
   void giveUp();
   bool isGivenUp() const { return givenUp_; }
-  /// Tells the end, once; later calls do nothing. `result` is a CURLcode.
+  /// Reports the end, once; later calls do nothing. `result` is a CURLcode.
   void finish(int result);
   void fail(std::exception_ptr failure);
 

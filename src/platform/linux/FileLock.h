@@ -8,7 +8,7 @@
 namespace vorlane {
 
 /// Keeps other processes, and other threads of this one, from writing beside us.
-/// Held until destroyed; the kernel lets go of it when the process dies.
+/// Held until destroyed; the kernel releases it when the process dies.
 class FileLock {
  public:
   /// Takes the lock file `name` in the open `folder`, making it when missing.

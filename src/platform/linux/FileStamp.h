@@ -7,7 +7,7 @@
 
 namespace vorlane {
 
-/// Tells one state of a file from the next without reading it. The time of the
+/// Shows whether a file has changed without reading it. The time of the
 /// last status change is part of it, so that a change of rights counts too.
 struct FileStamp {
   std::uint64_t device = 0;

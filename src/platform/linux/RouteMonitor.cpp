@@ -29,7 +29,7 @@ namespace asio = boost::asio;
 
 namespace {
 
-/// Links and addresses beside routes: the kernel does not tell of the IPv4 routes that go
+/// Links and addresses beside routes: the kernel does not report the IPv4 routes that go
 /// with a link or an address.
 constexpr unsigned watchedGroups = RTMGRP_LINK | RTMGRP_IPV4_IFADDR | RTMGRP_IPV4_ROUTE | RTMGRP_IPV6_ROUTE;
 

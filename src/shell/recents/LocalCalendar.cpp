@@ -45,7 +45,7 @@ constexpr std::pair<CalendarUnit, UCalendarDateFields> unitsDown[] = {
 
 }  // namespace
 
-/// A calendar is changed by whatever is asked of it: each question takes a copy.
+/// Every question to a calendar changes it, so each one uses a copy.
 struct LocalCalendar::Prototype {
   std::unique_ptr<icu::Calendar> calendar;
 

@@ -176,13 +176,11 @@ constexpr std::string_view oneItemRequired[] = {"sheetId", "itemId"};
 constexpr LedgerlyTool table[] = {
     {"ledgerly_create_sheet", "Create a new empty sheet.", {newSheet, {}}, createSheet},
     {"ledgerly_add_item",
-     "Append ONE item to a category; creates the category if categoryName is given. Carries id/name/qty and "
-     "a "
-     "note: put what the person should know about the item in `notes` (plain text, or the note's HTML) — a "
-     "source, a spec, a reason, a link. Tags, vendor and location are not accepted here; use "
+     "Append ONE item to a category; creates the category if categoryName is given. Carries id/name/qty "
+     "and a note: put what the person should know about the item in `notes` (plain text, or the note's "
+     "HTML) — a source, a spec, a reason, a link. Tags, vendor and location are not accepted here; use "
      "ledgerly_import_sheet to load a whole list in one call with every field, or ledgerly_update_item to "
-     "patch "
-     "this item later.",
+     "patch this item later.",
      {newItem, newItemRequired},
      addItem},
     {"ledgerly_update_item",

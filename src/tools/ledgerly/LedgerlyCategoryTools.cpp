@@ -92,8 +92,7 @@ constexpr LedgerlyTool table[] = {
      deleteCategory},
     {"ledgerly_rename_category",
      "Rename one category in place, keeping its id and its items. Identify it by categoryId or by "
-     "categoryName "
-     "(exact, case-insensitive).",
+     "categoryName (exact, case-insensitive).",
      {renaming, renamingRequired},
      renameCategory},
 };

@@ -203,7 +203,7 @@ vault::Status SecretServiceVault::update(const SecretItem& item, const std::stri
       call(found.path, itemInterface, "SetSecret", g_variant_new("(@(oayays))", encoded(bytes)));
   bus_.countChange();
   if (!reply.value) return statusOf(reply.error);
-  // A common keyring daemon tells nobody of a new secret, but of new attributes,
+  // A common keyring daemon does not announce a new secret, but new attributes,
   // and by that the other processes know that the item has changed.
   call(found.path, "org.freedesktop.DBus.Properties", "Set",
        g_variant_new("(ssv)", itemInterface, "Attributes", attributesOf(item, true)));

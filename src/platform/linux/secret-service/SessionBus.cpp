@@ -7,7 +7,7 @@ namespace {
 
 constexpr char serviceName[] = "org.freedesktop.secrets";
 constexpr char busName[] = "org.freedesktop.DBus";
-/// Beyond the patience of whoever waits, who then interrupts.
+/// Longer than any caller waits, who interrupts the call then.
 constexpr int callMilliseconds = 10'000;
 
 }  // namespace

@@ -47,7 +47,7 @@ class SessionBus {
   /// Grows with each change to the service's collections and items, and when the
   /// service comes or goes. 0: changes cannot be followed.
   std::uint64_t changes() const;
-  /// Counts a change of our own at once, before the service tells of it.
+  /// Counts a change of our own at once, before the service reports it.
   void countChange();
 
  private:
