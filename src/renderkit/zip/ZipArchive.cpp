@@ -1,8 +1,8 @@
 #include "renderkit/zip/ZipArchive.h"
 
+#include "renderkit/Text.h"
 #include "renderkit/zip/ZipError.h"
 
-#include <utf8proc.h>
 #include <zlib.h>
 
 #include <algorithm>
@@ -16,17 +16,6 @@ constexpr std::uint32_t endSignature = 0x06054B50, locatorSignature = 0x07064B50
 constexpr std::uint32_t recordSignature = 0x02014B50, localSignature = 0x04034B50;
 constexpr std::size_t endSize = 22, largestComment = 65535;
 constexpr std::uint32_t inZip64 = 0xFFFFFFFF;
-
-bool isUTF8(std::string_view text) {
-  while (!text.empty()) {
-    utf8proc_int32_t point = 0;
-    const auto length = utf8proc_iterate(reinterpret_cast<const utf8proc_uint8_t*>(text.data()),
-                                         static_cast<utf8proc_ssize_t>(text.size()), &point);
-    if (length < 1) return false;
-    text.remove_prefix(static_cast<std::size_t>(length));
-  }
-  return true;
-}
 
 /// One raw DEFLATE stream; ends what it began.
 struct Inflater {
