@@ -49,7 +49,7 @@ class Report {
       bar_.show(*change.progress);
     } else if (const auto* completed = change.state.as<JobState::Completed>()) {
       print({{"bundle", name},
-             {"output", completed->outputURL.string()},
+             {"output", completed->outputURL.lexically_normal().string()},
              {"frames", frames_},
              {"seconds", std::chrono::duration<double>(Clock::now() - started_).count()}});
       for (const auto& notice : change.notices) complain(name + ": " + notice);
