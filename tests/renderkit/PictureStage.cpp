@@ -11,6 +11,7 @@ extern "C" {
 #include <cmath>
 #include <cstring>
 #include <memory>
+#include <numbers>
 #include <stdexcept>
 
 namespace renderkit::test {
@@ -115,13 +116,13 @@ void PictureStage::track(const std::string& targetId, const std::vector<Transfor
   bundle.animation.tracks.push_back({.targetId = targetId, .perFrame = perFrame});
 }
 
-PixelBuffer PictureStage::render(std::int64_t frame) {
+PixelBuffer PictureStage::render(std::int64_t frame, std::stop_token stop) {
   bundle.meshesBin = Bytes(bin_);
   Shot shot(bundle, options, notices);
   const auto [width, height] = shot.size();
   auto picture = PixelBufferFactory(width, height).buffer();
   shot.prepare(makePictureSource);
-  shot.render(frame, picture, {});
+  shot.render(frame, picture, stop);
   return picture;
 }
 

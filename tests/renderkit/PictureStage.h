@@ -8,6 +8,7 @@
 #include <array>
 #include <cstdint>
 #include <optional>
+#include <stop_token>
 #include <string>
 #include <vector>
 
@@ -55,7 +56,7 @@ class PictureStage {
   void track(const std::string& targetId, const std::vector<TransformSample>& perFrame);
 
   /// Renders a frame; the bundle's meshes.bin is made from what was added.
-  PixelBuffer render(std::int64_t frame = 0);
+  PixelBuffer render(std::int64_t frame = 0, std::stop_token stop = {});
   static Shown at(const PixelBuffer& picture, int x, int y);
 
  private:

@@ -25,7 +25,7 @@ inline PlaceOnTexture uvOf(const EmbreeScene::Surface& surface, std::uint32_t tr
 inline Vector3 shadingNormal(const EmbreeScene::Surface& surface, std::uint32_t triangle, float u, float v,
                              const Vector3& face, bool turned) {
   if (surface.normals == nullptr) return face;
-  constexpr float crease = 0.75f;  // cosine of what still counts as one rounded surface
+  constexpr float crease = 0.85f;  // cosine of what still counts as one rounded surface
   const auto* corners = surface.indices + 3 * static_cast<std::size_t>(triangle);
   const float weights[3] = {1 - u - v, u, v};
   const auto outward = turned ? -face : face;

@@ -52,6 +52,8 @@ LightRig::LightRig(const FrameSourceSetup& setup, const Exposure& exposure) : se
   if (photometry.suns.empty() && practicals_.empty() && !(ambient.lux > 0)) {
     const auto lux = static_cast<float>(exposure.meteredLux());
     ambient_ = {lux, lux, lux};
+    // Brighter from above, which shows shapes where nothing throws a shadow.
+    slope_ = 0.6f;
     setup_.notices.add("the bundle has no light; a neutral dome lights the scene");
   }
 }

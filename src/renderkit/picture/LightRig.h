@@ -19,8 +19,9 @@ class LightRig {
 
   /// The lights that shine at a frame.
   std::vector<Light> at(std::int64_t frame) const;
-  /// In linear colour times lux.
+  /// In linear colour times lux, and its slope, as in View.
   const Vector3& ambient() const { return ambient_; }
+  float slope() const { return slope_; }
   /// The meshes that some light stands in.
   std::vector<std::uint32_t> fixtures() const;
 
@@ -40,6 +41,7 @@ class LightRig {
   std::vector<Light> suns_;
   std::vector<Practical> practicals_;
   Vector3 ambient_;
+  float slope_ = 0;
 };
 
 }  // namespace renderkit::picture

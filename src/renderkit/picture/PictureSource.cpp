@@ -106,6 +106,7 @@ class PictureSource final : public FrameSource {
     View view{.camera = camera_->at(index),
               .lights = rig_.at(index),
               .ambient = rig_.ambient(),
+              .slope = rig_.slope(),
               .scale = static_cast<float>(exposure_.scale),
               .frame = static_cast<std::uint32_t>(index)};
     engine_.render(view, frame, stop);

@@ -7,6 +7,7 @@
 #include <array>
 #include <cstdint>
 #include <memory>
+#include <numbers>
 #include <vector>
 
 namespace renderkit::picture {
@@ -68,12 +69,22 @@ struct Camera {
 struct View {
   Camera camera;
   std::vector<Light> lights;
-  /// What comes from everywhere, in linear colour times lux on any surface.
+  /// What comes from everywhere, in linear colour times lux on an upright surface.
   Vector3 ambient{};
+  /// How much brighter than the horizon the zenith is, as a share; the nadir is as much darker.
+  float slope = 0;
   /// Times luminance: the picture's linear value.
   float scale = 1;
   /// Sets this frame's noise.
   std::uint32_t frame = 0;
+
+  /// The luminance of the surroundings in a direction.
+  Vector3 sky(const Vector3& direction) const {
+    const float height = slope != 0 ? normalized(direction).y : 0;
+    return ambient * ((1 + slope * height) * std::numbers::inv_pi_v<float>);
+  }
+  /// The lux that a surface gets from all of them.
+  Vector3 ambientOn(const Vector3& normal) const { return ambient * (1 + slope * normal.y * 2 / 3); }
 };
 
 }  // namespace renderkit::picture

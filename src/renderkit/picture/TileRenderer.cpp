@@ -199,7 +199,7 @@ void TileRenderer::meet(const RayQueue& rays, std::size_t i, RayQueue& onwards, 
   const auto owner = rays.owner(i);
   const auto weight = rays.weight(i);
   if (!rays.hasHit(i)) {
-    colors_[owner.pixel] += weight * view_->ambient * inversePi;
+    colors_[owner.pixel] += weight * view_->sky(rays.direction(i));
     return;
   }
   const auto& surface = scene_.surface(rays.instance(i));
@@ -236,11 +236,11 @@ void TileRenderer::light(LitPoints& points, int depth) {
   direct_.gather(points, view_->lights, seeds_.data(), depth == 0 ? Sampler::lights : Sampler::bounceLights);
   // Rays gather the surroundings' light at the first surface, and take it as even at the second.
   const bool bounces = quality_.rayTraced && depth == 0;
-  const auto ambient = bounces ? Vector3{} : view_->ambient;
   const float brightest = brightestBounce / (view_->scale * static_cast<float>(quality_.samples));
   for (std::size_t i = 0; i < points.size; ++i) {
     const auto pixel = points.owner[i].pixel;
-    auto color = points.weight[i] * (points.lux(i) + ambient) * inversePi;
+    auto color = points.weight[i] *
+                 (points.lux(i) + (bounces ? Vector3{} : view_->ambientOn(points.normal(i)))) * inversePi;
     const float strongest = largest(color);
     if (depth > 0 && strongest > brightest) color = color * (brightest / strongest);
     colors_[pixel] += color;
