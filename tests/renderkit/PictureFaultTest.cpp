@@ -18,15 +18,12 @@ namespace {
 
 using testing::ElementsAre;
 using testing::HasSubstr;
-using testing::IsEmpty;
-using testing::Not;
 
 constexpr double nan = std::numeric_limits<double>::quiet_NaN();
 constexpr double inf = std::numeric_limits<double>::infinity();
 
 /// A scene with one of everything whose numbers can be spoilt.
-PictureStage everything(bool traced) {
-  PictureStage stage;
+void addEverything(PictureStage& stage, bool traced) {
   stage.options.rayTracing = traced;
   stage.options.samples = 4;
   stage.bundle.manifest.width = stage.bundle.manifest.height = 16;
@@ -37,7 +34,6 @@ PictureStage everything(bool traced) {
   stage.track("shape", {{}, {.px = 0.1}});
   stage.bundle.photometry.lights = {
       {.id = "card", .luxAt10ft = 100, .beamAngleDeg = 40, .dimmer = 1, .lightOn = true}};
-  return stage;
 }
 
 TEST(PictureFault, renders_whatever_number_is_not_one) {
@@ -66,7 +62,8 @@ TEST(PictureFault, renders_whatever_number_is_not_one) {
   for (const bool traced : {false, true}) {
     for (const auto& [name, spoil] : rows) {
       for (const double value : {nan, inf, -inf, 0.0, 1e300, -1e-300}) {
-        auto stage = everything(traced);
+        PictureStage stage;
+        addEverything(stage, traced);
         spoil(stage, value);
         EXPECT_NO_THROW(stage.render(1)) << name << value;
       }
@@ -148,7 +145,8 @@ TEST(PictureFault, shows_a_million_instances_of_one_mesh) {
 }
 
 TEST(PictureFault, ends_soon_after_a_stop_was_requested) {
-  auto stage = everything(true);
+  PictureStage stage;
+  addEverything(stage, true);
   stage.bundle.manifest.width = stage.bundle.manifest.height = 4096;
   std::stop_source stop;
   stop.request_stop();

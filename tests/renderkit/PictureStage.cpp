@@ -73,6 +73,10 @@ void PictureStage::texture(const std::string& key, const char* encoder, int widt
   const auto free = [](auto* object, auto release) {
     return std::shared_ptr<void>(object, [=](void*) mutable { release(&object); });
   };
+  // Blocks, which lossy encoders keep the colours of.
+  constexpr int texelSide = 16;
+  width *= texelSide;
+  height *= texelSide;
   const auto* codec = avcodec_find_encoder_by_name(encoder);
   if (codec == nullptr) throw std::runtime_error("no encoder");
   auto* context = avcodec_alloc_context3(codec);
@@ -93,11 +97,16 @@ void PictureStage::texture(const std::string& key, const char* encoder, int widt
   avcodec_open2(context, codec, nullptr);
   av_frame_get_buffer(frame, 0);
   std::vector<std::uint8_t> rgba;
-  for (const auto& pixel : pixels) {
-    const auto value = std::stoul(pixel.substr(1, 6), nullptr, 16);
-    const auto alpha = pixel.size() > 7 ? std::stoul(pixel.substr(7), nullptr, 16) : 255;
-    for (const auto byte : {value >> 16, value >> 8 & 255, value & 255, alpha})
-      rgba.push_back(static_cast<std::uint8_t>(byte));
+  for (int y = 0; y < height; ++y) {
+    for (int x = 0; x < width; ++x) {
+      const auto& pixel =
+          pixels[static_cast<std::size_t>(y / texelSide * (width / texelSide) + x / texelSide)];
+      const auto value = std::stoul(pixel.substr(1, 6), nullptr, 16);
+      const auto alpha = pixel.size() > 7 ? std::stoul(pixel.substr(7), nullptr, 16) : 255;
+      for (const auto byte : {value >> 16, value >> 8 & 255, value & 255, alpha}) {
+        rgba.push_back(static_cast<std::uint8_t>(byte));
+      }
+    }
   }
   rgba.resize(rgba.size() + 64);
   auto* scaler = sws_getContext(width, height, AV_PIX_FMT_RGBA, width, height, context->pix_fmt, SWS_POINT,
