@@ -65,14 +65,20 @@ TEST(PictureExposure, rolls_off_above_a_knee_and_is_exact_below) {
 }
 
 TEST(PictureExposure, gives_temperatures_the_colours_that_film_people_know) {
+  // From the published chromaticities of the black body and of daylight.
   const std::pair<double, picture::Vector3> rows[] = {
-      {6504, {1, 1, 1}},           {3200, {1.799f, 0.855f, 0.075f}},  {5600, {1.165f, 0.967f, 0.840f}},
-      {2000, {2.596f, 0.620f, 0}}, {10000, {0.787f, 1.018f, 1.448f}}, {nan, {1, 1, 1}}};
+      {6504, {1, 1, 1}},
+      {3200, {1.680f, 0.866f, 0.326f}},
+      {2000, {2.520f, 0.647f, 0.020f}},
+      {5600, {1.091f, 0.989f, 0.841f}},
+      {10000, {0.824f, 1.012f, 1.403f}},
+      {nan, {1, 1, 1}},
+  };
   for (const auto& [kelvin, expected] : rows) {
     const auto color = picture::colorOfTemperature(kelvin);
-    EXPECT_NEAR(color.x, expected.x, 0.06f) << kelvin;
-    EXPECT_NEAR(color.y, expected.y, 0.06f) << kelvin;
-    EXPECT_NEAR(color.z, expected.z, 0.06f) << kelvin;
+    EXPECT_NEAR(color.x, expected.x, 0.01f) << kelvin;
+    EXPECT_NEAR(color.y, expected.y, 0.01f) << kelvin;
+    EXPECT_NEAR(color.z, expected.z, 0.01f) << kelvin;
     EXPECT_NEAR(picture::luminance(color), 1, 1e-5f) << kelvin;
   }
 }

@@ -32,7 +32,8 @@ TEST(PictureLook, smears_what_moves_over_the_shutter_angle_when_traced) {
   stage.options.rayTracing = true;
   stage.options.samples = 64;
   const auto picture = stage.render(1);
-  EXPECT_NEAR(between(picture, 32), 16, 1);
+  // The card's 8 pixels and those 8, but for the faintest at both ends.
+  EXPECT_NEAR(between(picture, 32), 14, 1);
   EXPECT_GT(PictureStage::at(picture, 32, 32).red, 200);
   stage.bundle.photometry.exposure.shutterAngleDeg = 90;
   stage.bundle.photometry.suns[0].lux *= 2;
@@ -74,7 +75,7 @@ TEST(PictureLook, softens_shadows_by_the_suns_disc_when_traced) {
       const int value = PictureStage::at(picture, x, 32).red;
       soft += value > 20 && value < 225;
     }
-    EXPECT_THAT(soft, traced ? AllOf(Gt(8), Lt(14)) : AllOf(Gt(-1), Lt(2)));
+    EXPECT_THAT(soft, traced ? AllOf(Gt(6), Lt(13)) : AllOf(Gt(-1), Lt(2)));
   }
 }
 

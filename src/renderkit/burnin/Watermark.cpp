@@ -15,12 +15,13 @@ void Watermark::Release::operator()(_cairo_surface* surface) const {
 Watermark::Watermark(const TextMaker& texts, const std::string& text, double width, double height) {
   double size = height;
   PangoRectangle logical;
-  // Once to learn how wide it is, once as wide as fits.
+  // Once to learn how wide it is, once as wide as fits; what is far too long ends in an ellipsis.
   for (int turn = 0; turn < 2; ++turn) {
-    layout_ = texts.layout(text, {.font = "DejaVu Sans Bold", .size = size, .width = 1e5, .lines = 1});
+    layout_ = texts.layout(
+        text, {.font = "DejaVu Sans Bold", .size = size, .width = turn == 0 ? 1e5 : width, .lines = 1});
     pango_layout_get_extents(layout_.get(), nullptr, &logical);
     const double wide = static_cast<double>(logical.width) / PANGO_SCALE;
-    if (turn == 0) size *= std::min(1.0, 0.99 * width / std::max(wide, 1.0));
+    if (turn == 0) size *= std::clamp(0.98 * width / std::max(wide, 1.0), 0.15, 1.0);
   }
   width_ = static_cast<double>(logical.width) / PANGO_SCALE;
   height_ = static_cast<double>(logical.height) / PANGO_SCALE;
