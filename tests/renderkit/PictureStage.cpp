@@ -126,7 +126,7 @@ void PictureStage::track(const std::string& targetId, const std::vector<Transfor
 }
 
 PixelBuffer PictureStage::render(std::int64_t frame, std::stop_token stop) {
-  bundle.meshesBin = Bytes(bin_);
+  finish();
   Shot shot(bundle, options, notices);
   const auto [width, height] = shot.size();
   auto picture = PixelBufferFactory(width, height).buffer();

@@ -55,7 +55,9 @@ class PictureStage {
   CameraFrameSample& camera() { return bundle.animation.cameras[0].perFrame[0]; }
   void track(const std::string& targetId, const std::vector<TransformSample>& perFrame);
 
-  /// Renders a frame; the bundle's meshes.bin is made from what was added.
+  /// Makes the bundle's meshes.bin from what was added.
+  void finish() { bundle.meshesBin = Bytes(bin_); }
+  /// Finishes the bundle and renders a frame.
   PixelBuffer render(std::int64_t frame = 0, std::stop_token stop = {});
   static Shown at(const PixelBuffer& picture, int x, int y);
 
