@@ -36,7 +36,8 @@ class Bake : public ::testing::Test {
     return objects;
   }
   vorlane::testing::TemporaryFolder folder;
-  vorlane::test::EnvironmentMap environment{{"PATH", "/usr/bin:/bin"}};
+  // Nothing of the sanitizers may stand on standard error.
+  vorlane::test::EnvironmentMap environment{{"PATH", "/usr/bin:/bin"}, {"ASAN_OPTIONS", "symbolize=0"}};
   std::string out = folder.path("out");
 };
 
