@@ -127,7 +127,7 @@ TEST(ShotRenderer, MakesOddSizesEvenAndSaysSo) {
 TEST(ShotRenderer, StopsBetweenFramesAndWithAFailure) {
   const TemporaryFolder folder;
   TestBundle bundle;
-  bundle.manifest.frameCount = 1000;
+  bundle.manifest.frameCount = 100;
   std::stop_source stop;
   int frames = 0;
   const auto until = [&](const std::function<void()>& then) {
@@ -149,8 +149,13 @@ TEST(ShotRenderer, StopsBetweenFramesAndWithAFailure) {
             }),
             "out of light");
   EXPECT_EQ(frames, 3);
-  // What was begun stays; the next render replaces it.
-  ASSERT_TRUE(std::filesystem::exists(folder.path("Show/Sc1/Show - Sc1.mp4")));
+  // What was begun stays.
+  EXPECT_TRUE(std::filesystem::exists(folder.path("Show/Sc1/Show - Sc1.mp4")));
+  EXPECT_EQ(failureOf([&] {
+              renderWith(until([&] { std::filesystem::remove_all(folder.path("Show")); }), bundle,
+                         {.outputBaseDirectory = folder.path()});
+            }),
+            "[encode] AVAssetWriter failed: No such file or directory");
   bundle.manifest.frameCount = 2;
   EXPECT_EQ(readClip(renderPlate(bundle, {.outputBaseDirectory = folder.path()}).output).times.size(), 2U);
 }
