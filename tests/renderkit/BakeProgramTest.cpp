@@ -8,6 +8,7 @@
 #include <boost/json/parse.hpp>
 
 #include <csignal>
+#include <cstdlib>
 
 namespace renderkit {
 namespace {
@@ -139,6 +140,16 @@ TEST_F(Bake, JoinsTheParts) {
   EXPECT_EQ(run.error, "");
   EXPECT_EQ(lines(run.out).at(0).at("frames"), 4);
   EXPECT_EQ(readClip(folder.path("all.mp4")).times, (std::vector<std::int64_t>{0, 1000, 2000, 3000}));
+}
+
+TEST_F(Bake, TakesTheDemoBundle) {
+  const auto command = "python3 " VORLANE_SOURCE "/scripts/make-demo-bundle.py --size 64x36 --frames 3 " +
+                       folder.path("demo.zip");
+  ASSERT_EQ(std::system(command.c_str()), 0);
+  const auto run = bake({"--inspect", "demo.zip"});
+  EXPECT_EQ(run.error, "") << "every light is placed";
+  EXPECT_EQ(json::parse(run.out).at("textures").as_array().size(), 2U);
+  EXPECT_EQ(bake({"--plate", "--output", out, "demo.zip"}).exitCode, 0);
 }
 
 TEST_F(Bake, EndsWith130WhenInterrupted) {
