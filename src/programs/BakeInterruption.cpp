@@ -12,6 +12,8 @@ sigset_t watched() {
   sigemptyset(&set);
   sigaddset(&set, SIGINT);
   sigaddset(&set, SIGTERM);
+  // Sent to itself, to be woken at the end.
+  sigaddset(&set, SIGUSR1);
   return set;
 }
 
@@ -25,6 +27,7 @@ Interruption::Interruption() {
       int signal = 0;
       sigwait(&set, &signal);
       if (over_) return;
+      if (signal == SIGUSR1) continue;
       if (source_.stop_requested()) ::_exit(130);
       source_.request_stop();
     }
@@ -33,7 +36,7 @@ Interruption::Interruption() {
 
 Interruption::~Interruption() {
   over_ = true;
-  pthread_kill(thread_.native_handle(), SIGTERM);
+  pthread_kill(thread_.native_handle(), SIGUSR1);
   thread_.join();
 }
 

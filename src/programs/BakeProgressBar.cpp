@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 
 namespace vorlane::bake {
@@ -19,7 +20,7 @@ int terminalColumns() {
 
 /// "0:07", "12:30", "1:02:03".
 std::string clockText(double seconds) {
-  const auto whole = static_cast<std::int64_t>(std::min(seconds, 359'999.0) + 0.5);
+  const auto whole = std::llround(std::min(seconds, 359'999.0));
   const auto hours = whole / 3600, minutes = whole / 60 % 60;
   return hours > 0 ? fmt::format("{}:{:02}:{:02}", hours, minutes, whole % 60)
                    : fmt::format("{}:{:02}", minutes, whole % 60);

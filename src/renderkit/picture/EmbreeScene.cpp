@@ -13,7 +13,7 @@ namespace {
 
 constexpr std::size_t none = std::numeric_limits<std::size_t>::max();
 
-/// The mean of the faces around each vertex, weighted by their areas. Empty where no two
+/// The mean of the faces around each vertex, weighted by their areas; of length 1. Empty where no two
 /// triangles share a vertex: such a mesh is flat anyway.
 std::vector<float> computeNormals(const MeshGeometry& mesh) {
   if (mesh.indices.size() >= mesh.positions.size() && mesh.indices.size() * 3 == mesh.positions.size())
@@ -32,6 +32,10 @@ std::vector<float> computeNormals(const MeshGeometry& mesh) {
       float* sum = normals.data() + 3 * static_cast<std::size_t>(corners[corner]);
       sum[0] += face.x, sum[1] += face.y, sum[2] += face.z;
     }
+  }
+  for (std::size_t i = 0; i + 2 < normals.size(); i += 3) {
+    const auto unit = normalized({normals[i], normals[i + 1], normals[i + 2]}, {});
+    normals[i] = unit.x, normals[i + 1] = unit.y, normals[i + 2] = unit.z;
   }
   return normals;
 }

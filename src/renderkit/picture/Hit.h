@@ -20,27 +20,22 @@ inline PlaceOnTexture uvOf(const EmbreeScene::Surface& surface, std::uint32_t tr
 }
 
 /// The normal that light falls on at a hit, in the world, on the side of `face`; of length 1.
-/// `face` is the triangle's own normal in the world, turned to where the ray came from, and
-/// `turned` tells whether it had to be.
+/// `own` is the triangle's normal in the mesh's space, `face` the same in the world, turned to
+/// where the ray came from, and `turned` tells whether it had to be.
 inline Vector3 shadingNormal(const EmbreeScene::Surface& surface, std::uint32_t triangle, float u, float v,
-                             const Vector3& face, bool turned) {
+                             const Vector3& own, const Vector3& face, bool turned) {
   if (surface.normals == nullptr) return face;
   constexpr float crease = 0.85f;  // cosine of what still counts as one rounded surface
   const auto* corners = surface.indices + 3 * static_cast<std::size_t>(triangle);
   const float weights[3] = {1 - u - v, u, v};
-  const auto outward = turned ? -face : face;
+  const auto flat = surface.creased ? normalized(own) : Vector3{};
   Vector3 sum;
   for (int i = 0; i < 3; ++i) {
     const float* n = surface.normals + 3 * static_cast<std::size_t>(corners[i]);
-    Vector3 corner{n[0], n[1], n[2]};
-    if (surface.creased) {
-      corner = normalized(surface.normalsToWorld.direction(corner), outward);
-      if (dot(corner, outward) < crease) corner = outward;
-    }
-    sum += corner * weights[i];
+    const Vector3 corner{n[0], n[1], n[2]};
+    sum += (surface.creased && !(dot(corner, flat) >= crease) ? flat : corner) * weights[i];
   }
-  if (!surface.creased) sum = surface.normalsToWorld.direction(sum);
-  const auto normal = normalized(sum, outward);
+  const auto normal = normalized(surface.normalsToWorld.direction(sum), turned ? -face : face);
   return turned ? -normal : normal;
 }
 

@@ -84,9 +84,10 @@ void TileRenderer::aim(std::span<const Pixel> pixels, std::size_t first, std::si
   auto at = camera.poses[1];
   float time = 0.5f;
   primary_.clear();
-  for (std::size_t r = first; r < first + count; ++r) {
-    const auto pixel = r / samples;
-    const auto sample = static_cast<std::uint32_t>(r % samples);
+  auto pixel = first / samples;
+  auto sample = static_cast<std::uint32_t>(first % samples);
+  for (std::size_t r = 0; r < count; ++r, ++sample) {
+    if (sample == samples) ++pixel, sample = 0;
     const auto seed = seeds_[pixel];
     if (quality_.rayTraced) {
       time = sampler_.pair(seed, sample, Sampler::time).u;
@@ -185,8 +186,8 @@ bool TileRenderer::collectShared(const RayQueue& rays, std::size_t first, LitPoi
     }
     albedo = albedo * sum * (1 / static_cast<float>(samples));
   }
-  const auto normal =
-      shadingNormal(surface, rays.triangle(first), rays.u(first), rays.v(first), face, turned);
+  const auto normal = shadingNormal(surface, rays.triangle(first), rays.u(first), rays.v(first),
+                                    rays.normal(first), face, turned);
   const auto owner = rays.owner(first);
   if (!marks_.empty()) marks_[owner.pixel].surface = instance;
   points.add(rays.origin(first) + direction * rays.distance(first), normal, face, rays.time(first), albedo,
@@ -228,7 +229,8 @@ void TileRenderer::meet(const RayQueue& rays, std::size_t i, RayQueue& onwards, 
     onwards.add(origin, direction, from, rays.time(i), weight * (1 - opacity), owner);
   }
   if (!(opacity > 0)) return;
-  const auto normal = shadingNormal(surface, rays.triangle(i), rays.u(i), rays.v(i), face, turned);
+  const auto normal =
+      shadingNormal(surface, rays.triangle(i), rays.u(i), rays.v(i), rays.normal(i), face, turned);
   points.add(place, normal, face, rays.time(i), weight * albedo * std::min(opacity, 1.0f), owner);
 }
 
