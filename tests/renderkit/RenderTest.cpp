@@ -269,6 +269,11 @@ TEST_F(Jobs, AreCancelledWhileTheyRunAndWhileTheyWait) {
   goOn.set_value();
   jobs->wait();
   EXPECT_EQ(jobs->status(running), JobState::cancelled());
+  // The next one runs, and the one that was taken from before it does not.
+  jobs->submit(folder.path("bad.zip"));
+  jobs->wait();
+  EXPECT_THAT(told, ::testing::Contains("3 failed"));
+  EXPECT_THAT(told, ::testing::Not(::testing::Contains("2 running")));
 }
 
 TEST_F(Jobs, SayWhenMemoryEnds) {
