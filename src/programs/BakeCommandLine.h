@@ -1,21 +1,15 @@
 #pragma once
 
+#include "base/paths/Options.h"
 #include "renderkit/jobs/RenderJobManager.h"
 
 #include <cstdint>
 #include <filesystem>
 #include <optional>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
 namespace vorlane::bake {
-
-/// The command line is not one that the program takes; what() is the line to print.
-class UsageError : public std::runtime_error {
- public:
-  using std::runtime_error::runtime_error;
-};
 
 /// What `vorlane-bake` was asked for.
 struct CommandLine {
@@ -32,8 +26,8 @@ struct CommandLine {
   /// Bundles, or the parts of --join.
   std::vector<std::filesystem::path> files;
 
-  /// Throws UsageError.
-  static CommandLine parse(const std::vector<std::string>& arguments);
+  /// Throws UsageFailure.
+  static CommandLine parse(const Options::Words& words);
 };
 
 /// How the program is called, several lines.

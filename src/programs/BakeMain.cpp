@@ -101,15 +101,15 @@ int perform(const CommandLine& line, const Interruption& interruption) {
   }
 }
 
-int run(const std::vector<std::string>& arguments) {
+int run(const Options::Words& words) {
   // A full disk and a reader that went away are failures like others.
   ::signal(SIGXFSZ, SIG_IGN);
   ::signal(SIGPIPE, SIG_IGN);
   const Interruption interruption;
   int code = 0;
   try {
-    code = perform(CommandLine::parse(arguments), interruption);
-  } catch (const UsageError& error) {
+    code = perform(CommandLine::parse(words), interruption);
+  } catch (const UsageFailure& error) {
     complain(error.what());
     code = 2;
   }
@@ -126,5 +126,5 @@ int run(const std::vector<std::string>& arguments) {
 }  // namespace vorlane::bake
 
 int main(int count, char** words) {
-  return vorlane::bake::run({words + 1, words + count});
+  return vorlane::bake::run(vorlane::wordsOf(count, words));
 }

@@ -79,11 +79,11 @@ TEST_F(Bake, RefusesACommandLineWithOneLine) {
       {{"--ray-tracing=maybe", "shot.zip"}, "the option --ray-tracing takes on or off, not \"maybe\""},
       {{"--frames", "9-3", "shot.zip"}, "the option --frames takes two frames as A-B, not \"9-3\""},
       {{"--frame", "1", "shot.zip"}, "the options --frame and --png go together"},
-      {{"--plate=yes", "shot.zip"}, "the option --plate takes no value"},
+      {{"--plate=yes", "shot.zip"}, "unknown option --plate=yes"},
       {{"--output"}, "the option --output needs a value"},
-      {{"--inspect", "--join", "a.mp4", "b.mp4"}, "the option --join does not go with the others"},
+      {{"--inspect", "--join", "a.mp4", "b.mp4"}, "these options do not go together"},
       {{"--inspect", "--json", "shot.zip"}, "these options do not go together"},
-      {{"--inspect", "shot.zip", "bad.zip"}, "one bundle at a time, please, with --inspect and --frame"}};
+      {{"--inspect", "shot.zip", "bad.zip"}, "--inspect and --frame take one bundle"}};
   for (const auto& [arguments, text] : cases) {
     const auto run = bake(arguments);
     EXPECT_EQ(run.exitCode, 2) << text;
