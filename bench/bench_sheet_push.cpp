@@ -29,7 +29,7 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr int sheets = 1000;
-constexpr int rounds = 7;
+constexpr int rounds = 5;
 constexpr char owner[] = "auth0|bench";
 
 fs::path newFolder() {
