@@ -51,16 +51,19 @@ void CloudProcess::serve(const std::filesystem::path& folder, int commands, int 
   devcloud::DevCloud cloud({.directory = folder});
   cloud.start();
   cloud.call(&devcloud::People::put, {.sub = owner, .email = "bench@vorlane.test", .name = "Bench"});
-  const auto text = writeJSON(JSONMap{{"base", cloud.base()},
-                                      {"token", cloud.call(&devcloud::Identity::issue, owner, {}).accessToken},
-                                      {"caFile", cloud.caFile().string()}}) +
-                    "\n";
+  const auto text =
+      writeJSON(JSONMap{{"base", cloud.base()},
+                        {"token", cloud.call(&devcloud::Identity::issue, owner, {}).accessToken},
+                        {"caFile", cloud.caFile().string()}}) +
+      "\n";
   if (::write(answers, text.data(), text.size()) != static_cast<ssize_t>(text.size())) std::abort();
   for (char command = 0; ::read(commands, &command, 1) == 1;) {
     cloud.call(&devcloud::RequestLog::clear);
     if (command == 'r') {
-      for (const auto& sheet : cloud.call(&devcloud::Sheets::ownedBy, owner)) cloud.call(&devcloud::Sheets::remove, owner, sheet.id);
-      for (const auto& project : cloud.call(&devcloud::Projects::ownedBy, owner)) cloud.call(&devcloud::Projects::remove, owner, project.id);
+      for (const auto& sheet : cloud.call(&devcloud::Sheets::ownedBy, owner))
+        cloud.call(&devcloud::Sheets::remove, owner, sheet.id);
+      for (const auto& project : cloud.call(&devcloud::Projects::ownedBy, owner))
+        cloud.call(&devcloud::Projects::remove, owner, project.id);
     }
     if (::write(answers, &command, 1) != 1) return;
   }

@@ -28,7 +28,7 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr int sheets = 1000;
-constexpr int rounds = 7;
+constexpr int rounds = 5;
 constexpr auto& owner = bench::CloudProcess::owner;
 using bench::BareCurl;
 using bench::CloudProcess;
