@@ -1,5 +1,6 @@
 #include "Spine.h"
 
+#include "base/Failure.h"
 #include "base/JSONArguments.h"
 
 #include <fmt/format.h>
