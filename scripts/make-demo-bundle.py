@@ -266,9 +266,9 @@ def photometry(fps):
             "cctK": 4600, "castShadow": True, "mode": "sun", "lockSunColor": False,
         }],
         "lights": [{
-            "id": "key-1", "name": "Key", "fixtureId": "hmi-1200", "outputLumens": 90000, "luxAt10ft": 9000,
+            "id": "key-1", "name": "Key", "fixtureId": "hmi-1200", "outputLumens": 90000, "luxAt10ft": 12000,
             "beamAngleDeg": 38, "dimmer": 1, "colorHex": "#ffffff", "cctK": 4300, "penumbra": 0.4, "heightM": 3.2,
-            "aimAngleRad": 0.42, "lightOn": True,
+            "aimAngleRad": 0.36, "lightOn": True,
         }],
         "ambient": {"lux": 2200, "cctK": 8500},
         "exposure": {"iso": 100, "tStop": 8, "shutterAngleDeg": 180, "fps": fps, "meterMode": "incident-flat"},
