@@ -109,6 +109,12 @@ def capsule(radius, height, steps=8):
     return turned_profile(low + high)
 
 
+def dome(radius, steps=8):
+    """The upper half of a ball around the origin."""
+    quarter = [math.pi / 2 * i / steps for i in range(steps + 1)]
+    return turned_profile([(radius * math.cos(a), radius * math.sin(a)) for a in quarter])
+
+
 def png(width, height, pixel):
     rows = b"".join(b"\0" + bytes(c for x in range(width) for c in pixel(x, y)) for y in range(height))
 
@@ -161,7 +167,7 @@ def look_at(eye, target):
 
 
 def build_street(meshes):
-    meshes.add("road", box(60, 0.02, 16), "#4a4b4e", translation(0, -0.02, 8.2))
+    meshes.add("road", box(60, 0.02, 16), "#4a4b4e", translation(0, -0.02, 8))
     meshes.add("pavement", box(60, 0.15, 30, tile=1.5), "#ffffff", translation(0, 0, -15), texture="paving")
     for i in range(-3, 4):
         meshes.add(f"marking {i}", box(2.2, 0.004, 0.16), "#d8d6cc", translation(4.5 * i, 0.001, 5))
@@ -188,16 +194,17 @@ def build_street(meshes):
 
 def build_key_light(meshes):
     """A lamp head on a stand; its own -Z is where it aims, seen from above."""
-    yaw = 0.95
-    meshes.add("key stand", capsule(0.03, 3.1), "#1c1c1e", translation(2.6, 0.15, 0.8))
-    meshes.add("key-1", box(0.5, 0.5, 0.35), "#202022", turned(yaw, 2.6, 2.95, 0.8))
+    yaw, x, z = 0.93, 3.4, 0.8
+    # The stand ends below the lamp, which would else stand in its own light.
+    meshes.add("key stand", capsule(0.03, 2.75), "#1c1c1e", translation(x, 0.15, z))
+    meshes.add("key-1", box(0.5, 0.5, 0.35), "#202022", turned(yaw, x, 2.95, z))
 
 
 def build_figure(meshes, name, coat, trousers):
     """Body, head and limbs; what moves apart has a shape of its own. Gives nothing but records."""
     meshes.add(f"{name} body", capsule(0.23, 0.78), coat, translation(0, 0.78, 0), f"{name}")
     meshes.add(f"{name} head", capsule(0.125, 0.29), "#d3a283", translation(0, 1.52, 0), f"{name}")
-    meshes.add(f"{name} hair", capsule(0.13, 0.2), "#3a2a20", translation(0, 1.655, 0.015), f"{name}")
+    meshes.add(f"{name} hair", dome(0.135), "#3a2a20", translation(0, 1.69, 0.01), f"{name}")
     for side, x in (("left", -0.11), ("right", 0.11)):
         meshes.add(f"{name} {side} leg", capsule(0.085, 0.9), trousers, translation(0, -0.88, 0), f"{name}-{side}-leg")
         meshes.add(f"{name} {side} arm", capsule(0.06, 0.68), coat, translation(0, -0.65, 0), f"{name}-{side}-arm")
@@ -259,9 +266,9 @@ def photometry(fps):
             "cctK": 4600, "castShadow": True, "mode": "sun", "lockSunColor": False,
         }],
         "lights": [{
-            "id": "key-1", "name": "Key", "fixtureId": "hmi-1200", "outputLumens": 90000, "luxAt10ft": 9000,
+            "id": "key-1", "name": "Key", "fixtureId": "hmi-1200", "outputLumens": 90000, "luxAt10ft": 12000,
             "beamAngleDeg": 38, "dimmer": 1, "colorHex": "#ffffff", "cctK": 4300, "penumbra": 0.4, "heightM": 3.2,
-            "aimAngleRad": 0.42, "lightOn": True,
+            "aimAngleRad": 0.36, "lightOn": True,
         }],
         "ambient": {"lux": 2200, "cctK": 8500},
         "exposure": {"iso": 100, "tStop": 8, "shutterAngleDeg": 180, "fps": fps, "meterMode": "incident-flat"},

@@ -4,6 +4,7 @@
 
 #include <fmt/format.h>
 #include <boost/json/basic_parser_impl.hpp>
+#include <boost/json/monotonic_resource.hpp>
 #include <boost/json/serialize.hpp>
 #include <boost/json/value_stack.hpp>
 
@@ -30,7 +31,8 @@ class DocumentHandler {
   json::value release() { return stack_.release(); }
 
   bool on_document_begin(json::error_code&) {
-    stack_.reset();
+    // The tree is read once and dropped as a whole.
+    stack_.reset(json::make_shared_resource<json::monotonic_resource>());
     return true;
   }
   bool on_document_end(json::error_code&) { return true; }

@@ -176,10 +176,14 @@ void VideoEncoder::receive(const Sink& sink) {
 
 }  // namespace renderkit
 
-#if defined(__has_feature)
 #if __has_feature(address_sanitizer)
-// x265 keeps some hundred bytes of each encoder that it closes.
-extern "C" const char* __lsan_default_suppressions() { return "leak:libx265.so\n"; }
-extern "C" const char* __lsan_default_options() { return "print_suppressions=0"; }
-#endif
+// x265 keeps some hundred bytes of each encoder that it closes. The names are the sanitizer's own.
+// NOLINTBEGIN(bugprone-reserved-identifier)
+extern "C" const char* __lsan_default_suppressions() {
+  return "leak:libx265.so\n";
+}
+extern "C" const char* __lsan_default_options() {
+  return "print_suppressions=0";
+}
+// NOLINTEND(bugprone-reserved-identifier)
 #endif

@@ -130,6 +130,7 @@ Bytes ZipArchive::read(const std::string& name) const {
 
 std::vector<std::string> ZipArchive::names() const {
   std::vector<std::string> names;
+  names.reserve(entries_.size());
   for (const auto& [name, entry] : entries_) names.push_back(name);
   return names;
 }
