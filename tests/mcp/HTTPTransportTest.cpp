@@ -20,6 +20,8 @@
 
 #include <ctime>
 #include <filesystem>
+#include <fstream>
+#include <latch>
 
 namespace vorlane {
 namespace {
@@ -36,14 +38,20 @@ struct TestRoute : HTTPRoute {
   Task<HTTPMessage> answer(HTTPRequest request) override {
     const auto& path = request.path;
     if (path == "/render/throw") throw Failure("the queue is gone");
+    if (path == "/render/block") {
+      ++blocked;
+      goOn.wait();
+      co_return responseMessage({});
+    }
     if (path == "/render/meet" && ++come == callers) all.set();
     if (path == "/render/meet") co_await all.wait();
     const auto status = path.size() == 11 ? std::stoi(path.substr(8)) : 200;
     co_return responseMessage(
         {status, {{"X-B", request.headers["origin"]}, {"A", request.method}}, path + request.body});
   }
-  std::atomic<int> come = 0;
+  std::atomic<int> come = 0, blocked = 0;
   Event all;
+  std::latch goOn{1};
 };
 
 void limitDescriptors(rlim_t count = 4096) {
@@ -84,7 +92,7 @@ class HTTPTransportTest : public ::testing::Test {
         Account{[] { return std::optional<std::string>("ana"); }, [this] { return epoch.load(); }});
     environment.log = log.log();
     environment.registerModules = [this](const auto& registry) { registry->registerModule(module); };
-    environment.routes.add("/render", std::make_shared<TestRoute>());
+    environment.routes.add("/render", route);
     environment.port = 0;
     environment.io = runtime.io();
     environment.concurrent = runtime.concurrent();
@@ -106,6 +114,7 @@ class HTTPTransportTest : public ::testing::Test {
 
   Runtime runtime;
   testing::LogRecorder log;
+  std::shared_ptr<TestRoute> route = std::make_shared<TestRoute>();
   std::shared_ptr<TestTools> module = std::make_shared<TestTools>();
   std::shared_ptr<AccessGate> gate =
       std::make_shared<AccessGate>(std::make_shared<testing::FakeUserDefaults>());
@@ -190,6 +199,48 @@ TEST_F(HTTPTransportTest, TakesLargeBodiesAndGivesLargeAnswersPieceByPiece) {
   EXPECT_TRUE(endless.send(std::string(std::size_t{4} << 20, 'j')));
   endless.endSending();
   EXPECT_EQ(endless.receiveAll(), notFound);
+}
+
+TEST_F(HTTPTransportTest, KeepsNoBodyThatItsHeadHasRefusedAndAnswersAllTheSame) {
+  const auto resident = [] {
+    std::ifstream in("/proc/self/statm");
+    long pages = 0, used = 0;
+    in >> pages >> used;
+    return used * ::sysconf(_SC_PAGESIZE);
+  };
+  const std::pair<const char*, std::string> cases[] = {{"POST /rpc", unauthorized}, {"PUT /a", notFound}};
+  const std::string piece(std::size_t{1} << 20, 'x');
+  for (const auto& [line, expected] : cases) {
+    auto client = send(fmt::format("{} x\r\nContent-Length: {}\r\n\r\n", line, 64 * piece.size()));
+    const auto before = resident();
+    for (int i = 0; i < 64; ++i) ASSERT_TRUE(client.send(piece));
+    EXPECT_LT(resident() - before, 16 << 20) << line;
+    EXPECT_EQ(client.receiveAll(), expected);
+  }
+}
+
+TEST_F(HTTPTransportTest, NearTheLimitOfDescriptorsTheOldestThatHasNotAskedLeaves) {
+  ASSERT_TRUE(serves());
+  const auto waits = [](RawClient& client) {
+    pollfd readable{.fd = client.descriptor(), .events = POLLIN, .revents = 0};
+    return ::poll(&readable, 1, 0) == 0;
+  };
+  limitDescriptors(openDescriptors() + 120);
+  std::vector<RawClient> stalled;
+  for (int i = 0; i < 50; ++i) stalled.push_back(send(echo.substr(0, 30)));
+  EXPECT_TRUE(eventually([&] { return !waits(stalled.front()); }));
+  EXPECT_TRUE(waits(stalled.back()));
+  EXPECT_TRUE(serves());
+  limitDescriptors();
+}
+
+TEST_F(HTTPTransportTest, ThreadsThatBlockHoldUpNobodyElse) {
+  std::vector<RawClient> blocked;
+  for (int i = 0; i < 3; ++i) blocked.push_back(send("GET /render/block x\r\n\r\n"));
+  ASSERT_TRUE(eventually([&] { return route->blocked == 3; }));
+  for (int i = 0; i < 20; ++i) EXPECT_TRUE(serves());
+  route->goOn.count_down();
+  for (auto& client : blocked) EXPECT_TRUE(succeeded(std::move(client)));
 }
 
 TEST_F(HTTPTransportTest, ComesBackOnTheSamePortWithTheRightsOfThatMoment) {
