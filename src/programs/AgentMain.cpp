@@ -62,7 +62,7 @@ std::optional<InstanceLock> lockOrHandOver(const AgentCommandLine& line, const P
   }
 }
 
-void leaveWordForLaunchers(const Paths& paths) {
+void pointLaunchersHere(const Paths& paths) {
   if (!paths.launcherPointer) return;
   try {
     writeLauncherPointer(*paths.launcherPointer, *paths.container);
@@ -111,7 +111,7 @@ int run(const Options::Words& words, const char* programPath) {
   if (containerForAppGroup(settings.paths, appGroupIdentifier)) {
     lock = lockOrHandOver(line, settings.paths);
     if (!lock) return 0;
-    leaveWordForLaunchers(settings.paths);
+    pointLaunchersHere(settings.paths);
   }
   if (!line.headless) shellLog("the desktop interface is not installed; running without it");
   return serve(settings, line);
