@@ -179,7 +179,11 @@ void VideoEncoder::receive(const Sink& sink) {
 #if defined(__has_feature)
 #if __has_feature(address_sanitizer)
 // x265 keeps some hundred bytes of each encoder that it closes.
-extern "C" const char* __lsan_default_suppressions() { return "leak:libx265.so\n"; }
-extern "C" const char* __lsan_default_options() { return "print_suppressions=0"; }
+extern "C" const char* __lsan_default_suppressions() {
+  return "leak:libx265.so\nleak:libfontconfig.so\n";
+}
+extern "C" const char* __lsan_default_options() {
+  return "print_suppressions=0";
+}
 #endif
 #endif
