@@ -103,7 +103,8 @@ struct Ready {
 };
 
 /// The rays of one frame and nothing else: four a pixel in packets of two pixels, then one shadow
-/// ray for each pixel and each light that could reach it.
+/// ray for each surface in a pixel and each light that could reach it. Those that refine the edges
+/// of shadows are not counted.
 class BareRays {
  public:
   BareRays(const BuiltScene& scene, int width, int height, int threads)
@@ -134,7 +135,7 @@ class BareRays {
   void trace(int left, int top) {
     static constexpr float places[4][2] = {
         {0.375f, 0.125f}, {0.875f, 0.375f}, {0.125f, 0.625f}, {0.625f, 0.875f}};
-    std::array<Lit, 256> lit;
+    std::array<Lit, 1024> lit;
     std::size_t count = 0;
     RTCIntersectContext context;
     rtcInitIntersectContext(&context);
@@ -155,14 +156,10 @@ class BareRays {
         }
         rtcIntersect8(valid, scene_->handle(), &context, &rays);
         for (int i = 0; i < 8; i += 4) {
-          if (rays.hit.geomID[i] == RTC_INVALID_GEOMETRY_ID) continue;
-          const auto normal = picture::normalized({rays.hit.Ng_x[i], rays.hit.Ng_y[i], rays.hit.Ng_z[i]});
-          const float t = rays.ray.tfar[i];
-          lit[count++] = {
-              Vector3{rays.ray.org_x[i] + t * rays.ray.dir_x[i], rays.ray.org_y[i] + t * rays.ray.dir_y[i],
-                      rays.ray.org_z[i] + t * rays.ray.dir_z[i]} +
-                  normal * 1e-4f,
-              normal};
+          // Where one pixel shows several meshes, each sample is lit for itself.
+          const auto* mesh = rays.hit.instID[0] + i;
+          const bool one = mesh[0] == mesh[1] && mesh[0] == mesh[2] && mesh[0] == mesh[3];
+          for (int k = i; k < i + (one ? 1 : 4); ++k) add(rays, k, lit, count);
         }
       }
     }
@@ -172,7 +169,15 @@ class BareRays {
     shadow(lit, count, context, {4, 5, 4}, false);
   }
 
-  void shadow(const std::array<Lit, 256>& lit, std::size_t count, RTCIntersectContext& context,
+  static void add(const RTCRayHit8& rays, int i, std::array<Lit, 1024>& lit, std::size_t& count) {
+    if (rays.hit.geomID[i] == RTC_INVALID_GEOMETRY_ID) return;
+    const auto normal = picture::normalized({rays.hit.Ng_x[i], rays.hit.Ng_y[i], rays.hit.Ng_z[i]});
+    const Vector3 from{rays.ray.org_x[i], rays.ray.org_y[i], rays.ray.org_z[i]};
+    const Vector3 to{rays.ray.dir_x[i], rays.ray.dir_y[i], rays.ray.dir_z[i]};
+    lit[count++] = {from + to * rays.ray.tfar[i] + normal * 1e-4f, normal};
+  }
+
+  void shadow(const std::array<Lit, 1024>& lit, std::size_t count, RTCIntersectContext& context,
               const Vector3& light, bool directional) {
     RTCRay8 rays;
     int filled = 0;

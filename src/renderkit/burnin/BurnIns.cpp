@@ -30,7 +30,7 @@ std::string settingsText(const BakeBundle& bundle, const FrameFacts& facts) {
     text += facts.camera->focusDistanceM ? fmt::format("  FOCUS {:.2f} m", *facts.camera->focusDistanceM)
                                          : std::string("  FOCUS –");
   }
-  text += fmt::format("  T{:.3g}  ISO {:.6g}  {:.4g}°  {:.6g} fps", e.tStop, e.iso, e.shutterAngleDeg,
+  text += fmt::format("  T{:.3g}  ISO {:.6g}  SHUTTER {:.4g}°  {:.6g} fps", e.tStop, e.iso, e.shutterAngleDeg,
                       bundle.manifest.fps);
   return text + fmt::format("\nFRAME {:04}  TC {}", facts.frameIndex,
                             timecode(facts.frameIndex, bundle.manifest.fps));

@@ -87,13 +87,16 @@ void PictureEngine::refineTile(const View& view, PixelBuffer& picture, std::size
 bool PictureEngine::isEdge(int x, int y) const {
   const auto& here = mark(x, y);
   if (here.surface == PixelMark::mixed) return false;
+  const int left = std::max(x - 1, 0), right = std::min(x + 1, width_ - 1);
+  const auto differs = [&here](const PixelMark& there) {
+    return there.light != here.light && there.surface == here.surface;
+  };
+  bool edge = false;
   for (int v = std::max(y - 1, 0); v <= std::min(y + 1, height_ - 1); ++v) {
-    for (int u = std::max(x - 1, 0); u <= std::min(x + 1, width_ - 1); ++u) {
-      const auto& there = mark(u, v);
-      if (there.surface == here.surface && there.light != here.light) return true;
-    }
+    const auto* row = &mark(0, v);
+    edge |= differs(row[left]) || differs(row[x]) || differs(row[right]);
   }
-  return false;
+  return edge;
 }
 
 }  // namespace renderkit::picture

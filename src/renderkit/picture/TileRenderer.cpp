@@ -51,7 +51,7 @@ void TileRenderer::render(const View& view, std::span<const Pixel> pixels, Shadi
   seeds_.clear();
   for (std::size_t i = 0; i < pixels.size(); ++i) {
     colors[i] = {};
-    seeds_.push_back(Sampler::seed(pixels[i].x, pixels[i].y, view.frame));
+    seeds_.push_back(quality_.rayTraced ? Sampler::seed(pixels[i].x, pixels[i].y, view.frame) : 0);
   }
   const auto samples = static_cast<std::size_t>(quality_.samples);
   // Whole pixels in a batch, where one fits.

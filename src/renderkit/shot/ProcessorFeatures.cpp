@@ -5,8 +5,12 @@ namespace renderkit {
 std::string missingProcessorFeatures() {
   std::string missing;
 #if defined(__x86_64__)
+  // By append alone: another template could be the copy that was compiled for the processor
+  // that is asked for.
   const auto need = [&](bool there, const char* name) {
-    if (!there) missing += (missing.empty() ? "" : ", ") + std::string(name);
+    if (there) return;
+    if (!missing.empty()) missing.append(", ");
+    missing.append(name);
   };
   __builtin_cpu_init();
   need(__builtin_cpu_supports("avx"), "avx");

@@ -177,10 +177,10 @@ void VideoEncoder::receive(const Sink& sink) {
 }  // namespace renderkit
 
 #if __has_feature(address_sanitizer)
-// x265 keeps some hundred bytes of each encoder that it closes. The names are the sanitizer's own.
+// x265 and fontconfig keep some hundred bytes. The names are the sanitizer's own.
 // NOLINTBEGIN(bugprone-reserved-identifier)
 extern "C" const char* __lsan_default_suppressions() {
-  return "leak:libx265.so\n";
+  return "leak:libx265.so\nleak:libfontconfig.so\n";
 }
 extern "C" const char* __lsan_default_options() {
   return "print_suppressions=0";
