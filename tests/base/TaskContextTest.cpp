@@ -11,6 +11,7 @@
 #include <boost/asio/use_future.hpp>
 
 #include <future>
+#include <thread>
 
 namespace vorlane::testing {
 namespace {
@@ -59,6 +60,24 @@ TEST(TaskContexts, FollowATaskEverywhereAndReachNoOther) {
   }
   for (auto& task : tasks) EXPECT_EQ(task.get(), 0);
   EXPECT_EQ(currentTaskContext(), nullptr);
+}
+
+TEST(TaskContexts, AreThereFromTheStartOfATaskThatBeginsOnTheCallersThread) {
+  Runtime runtime;
+  const Executor strand = asio::make_strand(runtime.concurrent());
+  std::vector<std::future<int>> tasks;
+  for (int number = 1; number <= 40; ++number) {
+    const auto strangers = std::make_shared<std::promise<int>>();
+    tasks.push_back(strangers->get_future());
+    spawnHere(runtime.concurrent(), std::make_shared<Mark>(number), "wanderer",
+              [=, caller = std::this_thread::get_id()]() -> Task<> {
+                const bool here = std::this_thread::get_id() == caller && markHere() == number;
+                const int seen = co_await wander(number, strand);
+                strangers->set_value(seen + (here && std::this_thread::get_id() != caller ? 0 : 1));
+              });
+    EXPECT_EQ(currentTaskContext(), nullptr);
+  }
+  for (auto& task : tasks) EXPECT_EQ(task.get(), 0);
 }
 
 TEST(TaskContexts, GoWithTheWorkThatCarriesThem) {

@@ -1,5 +1,6 @@
 #include "base/Failure.h"
 #include "base/ShellLog.h"
+#include "base/tasks/Moment.h"
 #include "platform/Platform.h"
 #include "support/TemporaryFolder.h"
 
@@ -37,6 +38,27 @@ TEST_F(UserDefaultsTest, EachTypeIsWrittenInItsFormAndReadByOthersAtOnce) {
   defaults->apply({{"b", std::nullopt}, {"never", std::nullopt}, {"i", std::int64_t{1}}});
   EXPECT_FALSE(reader->value("b"));
   EXPECT_EQ(reader->integer("i"), 1);
+}
+
+TEST_F(UserDefaultsTest, AndFileSecretsAreAskedForOnceInAMomentAndAnewAfterIt) {
+  const SecretItem item{"service", "account"};
+  const auto secrets = makeFileVault(folder.path("vault")), others = makeFileVault(folder.path("vault"));
+  const auto reader = make();
+  auto change = [&, round = 0]() mutable {
+    defaults->apply({{"i", std::int64_t{++round}}});
+    others->remove(item);
+    others->add(item, std::to_string(round));
+  };
+  change();
+  const Moment moment;
+  const auto stamp = secrets->stamp(item);
+  EXPECT_EQ(reader->integer("i"), 1);
+  change();
+  EXPECT_EQ(reader->integer("i"), 1);
+  EXPECT_EQ(secrets->stamp(item), stamp);
+  Moment::end();
+  EXPECT_EQ(reader->integer("i"), 2);
+  EXPECT_NE(secrets->stamp(item), stamp);
 }
 
 TEST_F(UserDefaultsTest, WhatThisBuildDoesNotKnowAndALinkSurviveAWrite) {
