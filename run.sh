@@ -16,7 +16,7 @@ usage() {
 [ $# -eq 0 ] || [ "$1" = --no-cloud ] || usage
 
 "$here/scripts/install-packages.sh" build
-"$here/scripts/build.sh" release vorlane-agent vorlanectl vorlane-mcp-launcher vorlane-devcloud
+"$here/scripts/build.sh" release vorlane-agent vorlanectl vorlane-mcp-launcher vorlane-devcloud vorlane-bake
 
 if [ "${1:-}" = --no-cloud ]; then
   exec "$bin/vorlane-agent" --headless
