@@ -17,7 +17,7 @@ namespace {
 namespace asio = boost::asio;
 
 struct CallContext : TaskContext {
-  CallContext() = default;
+  explicit CallContext(std::shared_ptr<const std::atomic<bool>> given) : abandoned(std::move(given)) {}
   explicit CallContext(AccountFence held) : fence(std::move(held)), taken(true) {}
   /// Gives the context of a transport's task its fence, once. False when it has one.
   bool take(AccountFence held) const {
@@ -29,6 +29,7 @@ struct CallContext : TaskContext {
   /// Written before the handler starts, and never after.
   mutable AccountFence fence;
   mutable std::atomic<bool> taken{false};
+  const std::shared_ptr<const std::atomic<bool>> abandoned;
   /// Set when the call's task is asked to end. A coroutine could ask its own
   /// state, but a plain function and a child on another thread could not.
   mutable std::atomic<bool> cancelled{false};
@@ -60,8 +61,15 @@ void checkCurrentAccount() {
   if (context->fence && !context->fence()) throw Failure(Failure::Case::accountChanged);
 }
 
-void startCall(const Executor& executor, std::string name, TaskBody body) {
-  spawnHere(executor, std::make_shared<const CallContext>(), std::move(name), std::move(body));
+void startCall(const Executor& executor, std::string name, TaskBody body,
+               std::shared_ptr<const std::atomic<bool>> abandoned) {
+  spawnHere(executor, std::make_shared<const CallContext>(std::move(abandoned)), std::move(name),
+            std::move(body));
+}
+
+bool isAnswerWanted() {
+  const auto* context = current();
+  return context == nullptr || !context->abandoned || !*context->abandoned;
 }
 
 namespace {

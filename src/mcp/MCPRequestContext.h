@@ -5,7 +5,9 @@
 #include "base/tasks/Spawn.h"
 #include "base/tasks/Task.h"
 
+#include <atomic>
 #include <functional>
+#include <memory>
 #include <string>
 
 namespace vorlane {
@@ -40,7 +42,12 @@ void checkCurrentAccount();
 /// Starts the task of one request, which nobody cancels, on this thread; what comes after its
 /// first wait runs on `executor`. `run` puts the fence into the context that the task has from
 /// here. Elsewhere it starts a child for it, which costs a small call a tenth of its time.
-void startCall(const Executor& executor, std::string name, TaskBody body);
+/// `abandoned` becomes true when nobody is left to take the answer.
+void startCall(const Executor& executor, std::string name, TaskBody body,
+               std::shared_ptr<const std::atomic<bool>> abandoned = nullptr);
+
+/// Whether somebody may still take the answer of the call that this piece of work belongs to.
+bool isAnswerWanted();
 
 /// Runs `handler` on the caller's executor with `fence` in force: checks the call
 /// as checkCurrentAccount does, awaits the handler, and checks again, so that a

@@ -154,6 +154,8 @@ Task<MCPServer::Outcome> MCPServer::callTool(JSONRPCRequest request) {
   if (tool->adminAccess) requirement = tool->adminAccess(given != nullptr ? *given : none);
   const bool allowed = co_await mayProceed(std::move(requirement), identity);
   if (!allowed || !isSameAccount(request, identity, fence)) co_return accessDenied();
+  // A client that leaves thousands of questions behind would have the agent work for nobody.
+  if (tool->onlyReads && !MCPRequestContext::isAnswerWanted()) co_return JSONMap();
 
   std::exception_ptr failure;
   try {

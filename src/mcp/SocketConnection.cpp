@@ -241,7 +241,8 @@ void SocketConnection::startCall(std::string line) {
                                      co_await exchangeMessage(self->settings_->server, std::move(line));
                                  if (exchange.isNotification) exchange.answer.clear();
                                  self->finish(std::move(exchange.answer));
-                               });
+                               },
+                               {shared_from_this(), &abandoned_});
 }
 
 /// Takes the answer of a call, which is empty when the client is to get none.
@@ -250,7 +251,7 @@ void SocketConnection::finish(std::string answer) {
     const std::scoped_lock hold(lock_);
     --callsInFlight_;
     if (!isOpen()) return;
-    if (!answer.empty() && !deaf_) answers_.append(std::move(answer += '\n'));
+    if (!answer.empty() && !abandoned_) answers_.append(std::move(answer += '\n'));
     if (Turn::isOn(*this) || flushing_ || answers_.empty()) return;
     flushing_ = true;
     // Answers of other calls that are ready go with it.
@@ -298,7 +299,7 @@ bool SocketConnection::sendOnce() {
   if (outcome == AnswerQueue::Sending::failed) {
     // The client takes no answers any more. What it has sent is still read and carried
     // out: the end of that is the connection's.
-    deaf_ = true;
+    abandoned_ = true;
     sending_ = {};
     answers_ = {};
   }
@@ -343,9 +344,10 @@ void SocketConnection::cut() {
   ::shutdown(socket_.get(), SHUT_RDWR);
 }
 
-/// Under the lock. Lines that were read run all the same.
+/// Under the lock. Lines that were read run all the same, where they are more than questions.
 void SocketConnection::close() {
   if (!socket_) return;
+  abandoned_ = true;
   if (inSend_) {
     closing_ = true;
     ::shutdown(socket_.get(), SHUT_RDWR);

@@ -37,7 +37,8 @@ struct SocketSettings {
 ///
 /// What the client may pile up is bounded on both sides: while it leaves answers
 /// untaken, or has sent more lines than could be started, nothing more is read
-/// from it. How many started calls wait for something is not bounded. It lives until
+/// from it. When it has gone, its answers are dropped, and what it sent is carried out as far
+/// as it changes something. How many started calls wait for something is not bounded. It lives until
 /// its client ends, and longer while a task works for it.
 class SocketConnection final : public Poller::Source,
                                public DescriptorReserve::Guest,
@@ -84,6 +85,9 @@ class SocketConnection final : public Poller::Source,
   /// The answers that are on their way: used by whoever has set `flushing_`.
   AnswerQueue sending_;
 
+  /// The client takes no answers any more. Set under the lock, and read by the calls.
+  std::atomic<bool> abandoned_ = false;
+
   /// Guards all that follows.
   std::mutex lock_;
   FileDescriptor socket_;
@@ -105,8 +109,6 @@ class SocketConnection final : public Poller::Source,
   std::chrono::steady_clock::time_point lastStart_;
   /// The call before took long: the lines behind the next one do not wait for it.
   bool slow_ = false;
-  /// The client takes no answers any more.
-  bool deaf_ = false;
   /// Nothing is read until there is room.
   bool paused_ = false;
   /// Somebody sends, or will, or waits until the client takes more: the latter is `blocked_`.

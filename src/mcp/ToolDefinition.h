@@ -38,6 +38,8 @@ struct ToolDefinition {
   ToolHandler handler;
   /// Present when the tool is reserved for people with an admin grant.
   AdminAccess adminAccess;
+  /// The tool changes nothing anywhere: when nobody is left to take the answer, it need not run.
+  bool onlyReads = false;
 };
 
 /// A feature area: a namespace (without a trailing underscore) and its tools.

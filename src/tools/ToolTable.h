@@ -82,4 +82,10 @@ std::vector<ToolDefinition> toolDefinitions(const ToolEntry<Services> (&table)[c
   return toolDefinitions(std::span<const ToolEntry<Services>>(table), services);
 }
 
+/// Marks tools that change nothing.
+inline std::vector<ToolDefinition> onlyReading(std::vector<ToolDefinition> tools) {
+  for (auto& tool : tools) tool.onlyReads = true;
+  return tools;
+}
+
 }  // namespace vorlane

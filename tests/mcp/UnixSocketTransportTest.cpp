@@ -37,6 +37,8 @@ class SocketTransportTest : public ::testing::Test {
       ++calls;
       co_return JSONMap{{"text", std::string(bigAnswer, 'x')}};
     });
+    tools->add("t_look", [this](JSONMap) -> Task<JSONMap> { co_return ++looks, JSONMap(); });
+    tools->list.back().onlyReads = true;
     tools->add("t_wait", [this](JSONMap) -> Task<JSONMap> {
       ++calls;
       co_await finish.wait();
@@ -73,7 +75,7 @@ class SocketTransportTest : public ::testing::Test {
   std::unique_ptr<Runtime> runtime = std::make_unique<Runtime>();
   const std::string path = fmt::format("{}mcp-{}.sock", testing::TempDir(), ::getpid());
   std::shared_ptr<TestTools> tools = std::make_shared<TestTools>();
-  std::atomic<int> calls = 0;
+  std::atomic<int> calls = 0, looks = 0;
   Event finish;
   std::unique_ptr<UnixSocketTransport> transport;
 };
@@ -141,12 +143,14 @@ TEST_F(SocketTransportTest, LeavesAClientAloneThatTakesNothing) {
   sender.join();
 }
 
-TEST_F(SocketTransportTest, CarriesOutWhatAClientSentBeforeItLeft) {
+TEST_F(SocketTransportTest, CarriesOutTheChangesThatAClientSentBeforeItLeft) {
   // More than is read while nobody takes the answers: the kernel holds the rest.
   int sent = 0;
   {
     RawClient client(path);
     const auto line = call("1", "big") + "\n";
+    for (; sent < 40; ++sent) client.send(line);
+    client.send(call("1", "look") + "\n");  // starts when nobody is left to see it
     while (std::cmp_equal(::send(client.descriptor(), line.data(), line.size(), MSG_DONTWAIT), line.size()))
       ++sent;
     ASSERT_TRUE(eventually([&] { return calls * bigAnswer > (1 << 20); }));
@@ -154,8 +158,12 @@ TEST_F(SocketTransportTest, CarriesOutWhatAClientSentBeforeItLeft) {
   }
   EXPECT_TRUE(comesToHold(0));
   EXPECT_TRUE(eventually([&] { return calls == sent; }));
+  EXPECT_EQ(looks, 0);
   {
     RawClient client(path);
+    client.send(call("1", "look") + "\n");
+    client.receiveLine();
+    EXPECT_EQ(looks, 1);
     client.send(call("1", "count"));  // without a newline it is no line
   }
   EXPECT_TRUE(comesToHold(0));

@@ -102,7 +102,7 @@ constexpr LedgerlyTool table[] = {
 }  // namespace
 
 std::vector<ToolDefinition> LedgerlyReadTools::tools(const LedgerlyQueries& queries) {
-  return toolDefinitions(table, queries);
+  return onlyReading(toolDefinitions(table, queries));
 }
 
 }  // namespace vorlane

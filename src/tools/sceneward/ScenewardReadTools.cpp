@@ -162,7 +162,7 @@ constexpr ScenewardTool table[] = {
 }  // namespace
 
 std::vector<ToolDefinition> ScenewardReadTools::tools(const ScenewardQueries& queries) {
-  return toolDefinitions(table, queries);
+  return onlyReading(toolDefinitions(table, queries));
 }
 
 }  // namespace vorlane
