@@ -18,9 +18,10 @@ using std::chrono::steady_clock;
 /// More than the store has statements, so that in practice none is prepared twice.
 constexpr std::size_t preparedLimit = 64;
 
-/// KiB of pages that a connection keeps. A document of many pages is read from the system's own cache
-/// all but as fast, and a connection would keep its pages for good.
-constexpr char cacheSize[] = "PRAGMA cache_size = -512";
+/// KiB of pages that a reader keeps: there are several, and each would keep the pages of a large
+/// document for good. The one writer has SQLite's 2 MB. It reads a document and then compares its
+/// pages with those that it writes, and those that are dirty have to fit.
+constexpr char readerCacheSize[] = "PRAGMA cache_size = -512";
 
 /// How long the write-ahead log may grow, about 4 MB, as SQLite has it by default.
 constexpr int checkpointPages = 1000;
@@ -122,7 +123,7 @@ Connection::Connection(const std::string& path, Access access, milliseconds busy
       if (access == Access::readWrite) enterWriteAheadLog(busyTimeout);
       run("PRAGMA synchronous = NORMAL");
       run("PRAGMA foreign_keys = ON");
-      run(cacheSize);
+      if (access == Access::readOnly) run(readerCacheSize);
     } catch (const DatabaseFailure& error) {
       throw DatabaseFailure(static_cast<int>(error.code()),
                             "cannot open " + path + ": " + error.description());

@@ -9,6 +9,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace vorlane {
@@ -32,7 +33,12 @@ concept RowValue = requires(const Row& row) {
 /// transaction. It must not be kept beyond the work, nor used on another thread.
 class Database {
  public:
-  explicit Database(Connection& connection) : connection_(connection) {}
+  enum class Statements { any, one };
+
+  /// With Statements::one a second statement throws DatabaseFailure: there is no transaction,
+  /// and it might see another state of the database than the first.
+  explicit Database(Connection& connection, Statements allowed = Statements::any)
+      : connection_(connection), allowed_(allowed) {}
   Database(const Database&) = delete;
   Database& operator=(const Database&) = delete;
 
@@ -129,11 +135,15 @@ class Database {
 
   template <class... Arguments>
   void run(std::string_view sql, const RowVisitor* visit, const Arguments&... arguments) {
+    if (allowed_ == Statements::one && std::exchange(hasRun_, true)) failSecond();
     const std::array<SQLArgument, sizeof...(Arguments)> bound{SQLArgument(arguments)...};
     connection_.run(sql, bound, visit);
   }
+  [[noreturn]] static void failSecond();
 
   Connection& connection_;
+  const Statements allowed_;
+  bool hasRun_ = false;
   std::vector<std::function<void()>> afterCommit_;
 };
 

@@ -14,13 +14,26 @@
 namespace vorlane {
 
 DatabaseFile::Use::Use(DatabaseFile& file) : file_(file) {
-  const std::scoped_lock hold(file_.lock_);
-  ++file_.users_;
+  int users = file_.users_;
+  for (;;) {
+    if (users == closed) {
+      const std::scoped_lock untilReopened(file_.lock_);
+      users = file_.users_;
+    } else if (file_.users_.compare_exchange_weak(users, users + 1)) {
+      return;
+    }
+  }
 }
 
 DatabaseFile::Use::~Use() {
+  if (file_.users_.fetch_sub(1) != 1 || file_.awaiting_ == 0) return;
   const std::scoped_lock hold(file_.lock_);
-  if (--file_.users_ == 0) file_.unused_.notify_all();
+  file_.unused_.notify_all();
+}
+
+bool DatabaseFile::closeToUsers() {
+  int none = 0;
+  return users_.compare_exchange_strong(none, closed);
 }
 
 std::optional<DatabaseFile::Identity> DatabaseFile::Identity::of(const std::string& path) {
@@ -105,7 +118,11 @@ void DatabaseFile::closeIfReplaced(std::chrono::milliseconds patience) {
         "store: {} or its log was removed or replaced while it was open; what is there now is opened anew",
         path_));
   }
-  if (!unused_.wait_for(hold, patience, [this] { return users_ == 0; })) return;
+  // Before the users are counted: the last of them looks at it after it has left their count.
+  ++awaiting_;
+  const bool isClosed = unused_.wait_for(hold, patience, [this] { return closeToUsers(); });
+  --awaiting_;
+  if (!isClosed) return;
   const auto found = filesAtPath();
   // With the database in place the log belongs to it, and what it holds was acknowledged.
   const bool isForeign = found.database != held_->database;
@@ -116,6 +133,7 @@ void DatabaseFile::closeIfReplaced(std::chrono::milliseconds patience) {
   }
   held_.reset();
   isLogged_ = false;
+  users_ = 0;
 }
 
 DatabaseFile::Files DatabaseFile::filesAtPath() const {

@@ -4,6 +4,7 @@
 
 #include <sys/types.h>
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <functional>
@@ -89,9 +90,17 @@ class DatabaseFile {
   void setAside(const std::string& path, const std::optional<Identity>& held) const;
 
   const std::string path_;
+  /// Closes the file to new users when there is none; false when there are.
+  bool closeToUsers();
+
   std::mutex lock_;
   std::condition_variable unused_;
-  int users_ = 0;
+  /// How many use a connection, counted without the lock since every read does; `closed` for
+  /// the moment in which the connections are closed, which holds the lock.
+  static constexpr int closed = -1;
+  std::atomic<int> users_ = 0;
+  /// How many wait for the last user to go.
+  std::atomic<int> awaiting_ = 0;
   std::set<Pool*> pools_;
   /// What the connections have open; nothing before the first one.
   std::optional<Files> held_;

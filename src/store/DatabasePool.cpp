@@ -200,7 +200,8 @@ std::shared_ptr<PendingWrite> DatabasePool::queue(const std::shared_ptr<Core>& c
   return write;
 }
 
-DatabasePool::Reading::Reading(std::shared_ptr<Core> core) : core_(std::move(core)), use_(*core_->file) {
+DatabasePool::Reading::Reading(std::shared_ptr<Core> core, Database::Statements allowed)
+    : core_(std::move(core)), use_(*core_->file) {
   try {
     connection_ = core_->takeReader();
   } catch (...) {
@@ -208,8 +209,8 @@ DatabasePool::Reading::Reading(std::shared_ptr<Core> core) : core_(std::move(cor
     if (DatabaseFile::isReplaced(std::current_exception())) queue(core_, [](Database&) {});
     throw;
   }
-  connection_->begin("BEGIN");
-  database_ = std::make_unique<Database>(*connection_);
+  if (allowed == Database::Statements::any) connection_->begin("BEGIN");
+  database_.emplace(*connection_, allowed);
 }
 
 DatabasePool::Reading::~Reading() {

@@ -45,7 +45,15 @@ class DatabasePool {
   /// was taken away, see DatabaseFile; a later read finds what is there then.
   template <class Work>
   auto read(Work work) const -> std::invoke_result_t<Work&, Database&> {
-    const Reading reading(core_);
+    const Reading reading(core_, Database::Statements::any);
+    return work(reading.database());
+  }
+
+  /// The same for work that runs one statement, see Database::Statements: it is a snapshot by
+  /// itself, and needs no transaction around it.
+  template <class Work>
+  auto readOne(Work work) const -> std::invoke_result_t<Work&, Database&> {
+    const Reading reading(core_, Database::Statements::one);
     return work(reading.database());
   }
 
@@ -71,10 +79,11 @@ class DatabasePool {
 
  private:
   struct Core;
-  /// A reader connection inside a read transaction, for the object's lifetime.
+  /// A reader connection for the object's lifetime, inside a read transaction unless it is for
+  /// one statement.
   class Reading {
    public:
-    explicit Reading(std::shared_ptr<Core> core);
+    Reading(std::shared_ptr<Core> core, Database::Statements allowed);
     ~Reading();
     Reading(const Reading&) = delete;
     Reading& operator=(const Reading&) = delete;
@@ -84,7 +93,7 @@ class DatabasePool {
     std::shared_ptr<Core> core_;
     DatabaseFile::Use use_;
     std::unique_ptr<Connection> connection_;
-    std::unique_ptr<Database> database_;
+    mutable std::optional<Database> database_;
   };
 
   template <class R>

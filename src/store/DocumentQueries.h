@@ -17,7 +17,7 @@ class DocumentQueries : public DocumentTable {
  public:
   /// By primary key alone.
   std::optional<Record> fetch(const std::string& id) const {
-    return pool().read([&](Database& database) { return database.fetchRecord<Record>(storedID(id)); });
+    return pool().readOne([&](Database& database) { return database.fetchRecord<Record>(storedID(id)); });
   }
 
   /// What the cloud has to be sent, the oldest edit first: dirty rows that it has not
@@ -69,7 +69,7 @@ class DocumentQueries : public DocumentTable {
  private:
   std::vector<Record> fetchAll(const std::string& ownerID, std::string_view condition) const {
     const auto sql = Database::selectSQL(Record::table, Record::columns, condition);
-    return pool().read([&](Database& database) { return database.fetchAll<Record>(sql, ownerID); });
+    return pool().readOne([&](Database& database) { return database.fetchAll<Record>(sql, ownerID); });
   }
 };
 

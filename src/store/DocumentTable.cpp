@@ -32,7 +32,7 @@ void DocumentTable::forEachUnsent(const std::string& ownerID, const Visit& visit
   };
   const auto sql =
       Database::selectSQL(kind_->table, RowStatus::columns, "owner_id = ? ORDER BY updated_at ASC");
-  pool().read([&](Database& database) {
+  pool().readOne([&](Database& database) {
     const RowVisitor visitUnsent = [&](const Row& row) {
       const auto state = stateOf(row);
       if (state != PushState::clean) visit(row, state);
@@ -59,7 +59,7 @@ std::vector<std::string> DocumentTable::pendingIDs(const std::string& ownerID) c
 }
 
 std::optional<RowStatus> DocumentTable::status(const std::string& id) const {
-  return pool().read([&](Database& database) { return status(database, storedID(id)); });
+  return pool().readOne([&](Database& database) { return status(database, storedID(id)); });
 }
 
 void DocumentTable::openRow(Database& database, const std::string& id, OpenedRow& opened) const {

@@ -51,7 +51,7 @@ std::optional<LedgerlySheetRow> LedgerlyQueries::fetchResolving(const std::strin
 }
 
 std::vector<LedgerlySheetMeta> LedgerlyQueries::listMeta(const std::string& ownerID) const {
-  return pool().read([&](Database& database) {
+  return pool().readOne([&](Database& database) {
     return database.fetchAll<LedgerlySheetMeta>(
         "SELECT id, title, updated_at FROM ledgerly_sheets WHERE owner_id = ? ORDER BY updated_at DESC",
         ownerID);

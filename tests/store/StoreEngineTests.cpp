@@ -39,6 +39,9 @@ TEST_F(StoreTest, AReadSeesOneSnapshotAndCannotWrite) {
     EXPECT_EQ(store->dbWriter().read(count), 10);  // a newer snapshot, on another reader
     EXPECT_THAT(failureOf([&] { db.execute("DELETE FROM grdb_migrations"); }), HasSubstr("readonly"));
   });
+  EXPECT_EQ(store->dbWriter().readOne(count), 10);
+  const auto twice = [&](Database& db) { return count(db) + count(db); };
+  EXPECT_THAT(failureOf([&] { store->dbWriter().readOne(twice); }), HasSubstr("one statement"));
 }
 
 TEST_F(StoreTest, TheLogIsMovedIntoTheFileBetweenWrites) {
