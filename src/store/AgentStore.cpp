@@ -22,9 +22,9 @@ constexpr ExtraIndex extraIndices[] = {
     {"idx_sceneward_projects_listing",
      "CREATE INDEX IF NOT EXISTS idx_sceneward_projects_listing ON sceneward_projects "
      "(owner_id, updated_at DESC, id, title, synced_at)"},
-    {"idx_sceneward_checkpoint_pending",
-     "CREATE INDEX IF NOT EXISTS idx_sceneward_checkpoint_pending ON sceneward_checkpoint_queue "
-     "(owner_id, status, created_at)"},
+    {"idx_sceneward_checkpoint_waiting",
+     "CREATE INDEX IF NOT EXISTS idx_sceneward_checkpoint_waiting ON sceneward_checkpoint_queue "
+     "(owner_id, status, created_at, operation_id)"},
 };
 
 /// Adds the indices that are no migrations: they belong to this program alone, and the

@@ -171,20 +171,27 @@ std::vector<Request> ScenewardCheckpointQueue::pending(const std::string& ownerI
   return store_->dbWriter().read([&](Database& database) {
     std::vector<Request> kept;
     if (ScenewardTombstones::isOwnerDeleted(database, ownerID)) return kept;
-    // Of a save that is known only the first columns are read, which lie before its payload.
-    const RowVisitor keepFirst = [&](const Row& row) {
-      const auto operationID = row.get<std::string_view>("operation_id");
+    // SQLite reads every column that is asked for, so that the payloads of known saves are not.
+    const RowVisitor keepFirst = [&](const Row& waiting) {
+      const auto operationID = waiting.at<std::string>(0);
       auto known = verified.find(operationID);
       const bool isNew = known == verified.end();
-      if (isNew) known = verified.emplace(operationID, verify(row, ownerID)).first;
-      if (!kept.empty() || isCancelled(database, known->second)) return true;
-      auto& request = kept.emplace_back(known->second);
-      request.payload = row.get<Blob>("payload").bytes;
-      if (!isNew && Request::digest(request.payload) != request.payloadHash) failDamaged(operationID);
+      if (!isNew && (!kept.empty() || isCancelled(database, known->second))) return true;
+      const RowVisitor readWhole = [&](const Row& row) {
+        if (isNew) known = verified.emplace(operationID, verify(row, ownerID)).first;
+        if (!kept.empty() || (isNew && isCancelled(database, known->second))) return false;
+        auto& request = kept.emplace_back(known->second);
+        request.payload = row.get<Blob>("payload").bytes;
+        if (!isNew && Request::digest(request.payload) != request.payloadHash) failDamaged(operationID);
+        return false;
+      };
+      database.forEachRow("SELECT * FROM sceneward_checkpoint_queue WHERE owner_id=? AND operation_id=?",
+                          readWhole, ownerID, operationID);
       return true;
     };
     database.forEachRow(
-        "SELECT * FROM sceneward_checkpoint_queue WHERE owner_id=? AND status='pending' ORDER BY created_at",
+        "SELECT operation_id FROM sceneward_checkpoint_queue WHERE owner_id=? AND status='pending' ORDER BY "
+        "created_at",
         keepFirst, ownerID);
     return kept;
   });

@@ -195,7 +195,7 @@ TEST_F(CheckpointQueue, KeepsTheOrderInWhichSavesCameWhateverTheClockSaysAndSort
   EXPECT_EQ(entries, "5 12:00:00.000p 3 12:00:00.001p 1 12:00:00.002p 2 13:00:00.000p ");
   EXPECT_THAT(inFile("EXPLAIN QUERY PLAN SELECT * FROM sceneward_checkpoint_queue WHERE owner_id='o' AND "
                      "status='pending' ORDER BY created_at"),
-              AllOf(HasSubstr("USING INDEX idx_sceneward_checkpoint_pending (owner_id=? AND status=?)"),
+              AllOf(HasSubstr("USING INDEX idx_sceneward_checkpoint_waiting (owner_id=? AND status=?)"),
                     Not(HasSubstr("TEMP B-TREE"))));
   std::string order;
   ScenewardCheckpointQueue::Verified verified;
