@@ -163,7 +163,8 @@ SocketConnection::Reading SocketConnection::readSome() {
   }
   received_.append({buffer.data(), static_cast<std::size_t>(count)});
   takeLines();
-  return std::cmp_equal(count, readSize) ? Reading::more : Reading::all;
+  // The end may have come with these bytes, and is then told of no second time.
+  return Reading::more;
 }
 
 /// Under the lock.

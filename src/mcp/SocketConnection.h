@@ -57,7 +57,7 @@ class SocketConnection final : public Poller::Source,
 
  private:
   class Turn;
-  enum class Reading { nothing, all, more };
+  enum class Reading { nothing, more };
 
   void ready() override;
   bool goOnSending();
