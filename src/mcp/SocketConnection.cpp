@@ -154,6 +154,7 @@ SocketConnection::Reading SocketConnection::readSome() {
   if (!isOpen() || paused_) return Reading::nothing;
   ssize_t count = 0;
   do {
+    // NOLINTNEXTLINE(clang-analyzer-unix.BlockInCriticalSection): it never waits.
     count = ::recv(socket_.get(), buffer.data(), buffer.size(), MSG_DONTWAIT);
   } while (count < 0 && errno == EINTR);
   if (count < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) return Reading::nothing;
