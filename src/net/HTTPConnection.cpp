@@ -128,14 +128,7 @@ void HTTPConnection::waitForRequest() {
 
 void HTTPConnection::answer(HTTPMessage message) {
   message_ = std::move(message);
-  switch (sendSome()) {
-    case Sending::complete:
-      return finish();
-    case Sending::blocked:
-      return waitFor(Poller::Wait::onceForRoom, &HTTPConnection::sendRest);
-    case Sending::failed:
-      return close();
-  }
+  sendRest();
 }
 
 /// Hands the kernel what it takes of the message.
